@@ -1,0 +1,45 @@
+# quillet_layer(<floor> SOURCES <files...> [USES <lower floors...>])
+#
+# One static library a floor, quillet_<floor>. Its headers are included as "<floor>/<header>.h" and are found only
+# by targets that link it: each floor has an include directory of its own that holds nothing but a link to its folder.
+function(quillet_layer floor)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  set(target quillet_${floor})
+  add_library(${target} STATIC ${ARG_SOURCES})
+  quillet_include_root(${target} ${floor} ${CMAKE_CURRENT_SOURCE_DIR})
+  foreach(lower IN LISTS ARG_USES)
+    target_link_libraries(${target} PUBLIC quillet_${lower})
+  endforeach()
+  quillet_own_target(${target})
+endfunction()
+
+# Makes "<name>/..." includable for users of the target. Where links can't be made (Windows without the right to),
+# the folder's parent serves, and the floors are then kept apart by review alone.
+function(quillet_include_root target name folder)
+  set(root ${PROJECT_BINARY_DIR}/include-roots/${name})
+  file(MAKE_DIRECTORY ${root})
+  file(CREATE_LINK ${folder} ${root}/${name} RESULT linked SYMBOLIC)
+  if(NOT linked EQUAL 0)
+    cmake_path(GET folder PARENT_PATH root)
+  endif()
+  target_include_directories(${target} PUBLIC ${root})
+endfunction()
+
+# Warnings and sanitizers for a target of ours; private, so that nobody who links it inherits them.
+function(quillet_own_target target)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /W4 /permissive-)
+  else()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow)
+  endif()
+  if(QUILLET_WARNINGS_AS_ERRORS)
+    set_target_properties(${target} PROPERTIES COMPILE_WARNING_AS_ERROR ON)
+  endif()
+  if(QUILLET_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${QUILLET_SANITIZE} -fno-omit-frame-pointer -g)
+    if(QUILLET_SANITIZE MATCHES "undefined")
+      target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
+    endif()
+    target_link_options(${target} PRIVATE -fsanitize=${QUILLET_SANITIZE})
+  endif()
+endfunction()

@@ -1,0 +1,49 @@
+// A worker that runs tasks in the order of their arrival.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace quillet::mylib {
+
+// All operations may be called from any thread; Stop and the destructor not from a task.
+class ThreadPool {
+  public:
+    ThreadPool() = default;
+    virtual ~ThreadPool();
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    // Starts the one worker. Throws std::system_error if no thread can be made.
+    void Start();
+
+    // Adds a task and wakes the worker; never waits for a task. There is no limit to the queue. An exception out of
+    // a task is swallowed.
+    void Enqueue(std::function<void()> task);
+
+    // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped pool.
+    void Stop();
+
+  private:
+    enum State : int32_t { Running = 1, Stopped = 2, Stopping = 3 };
+
+    void RunWorker();
+    void SetState(State newState);
+
+    std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
+    std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
+    std::mutex threadsMutex;                  // guards `threads`
+    std::vector<std::thread> threads;
+    std::condition_variable wakeUp;
+    std::atomic<uint64_t> threadCount{0};
+    std::atomic<uint64_t> activeCount{0};  // tasks being run
+    std::atomic<int32_t> state{Stopped};
+};
+
+}  // namespace quillet::mylib

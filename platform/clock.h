@@ -1,0 +1,44 @@
+// Time, replaceable in tests.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/event.h"
+
+namespace quillet::platform {
+
+// The local time of one moment.
+struct LocalTime {
+    int year = 0;         // four digits
+    int month = 0;        // 1 to 12
+    int day = 0;          // 1 to 31
+    int hour = 0;         // 0 to 23
+    int minute = 0;       // 0 to 59
+    int second = 0;       // 0 to 60
+    int millisecond = 0;  // 0 to 999
+};
+
+// All waiting with a limit, and all reading of clocks, above the platform layer goes through TheClock(). All
+// operations may be called from any thread.
+class Clock {
+  public:
+    virtual ~Clock() = default;
+
+    // Nanoseconds of a monotonic clock with an arbitrary start.
+    virtual int64_t NowNs() = 0;
+    virtual LocalTime Local() = 0;
+    virtual void SleepMs(uint32_t ms) = 0;
+    // As Event::Wait, in this clock's milliseconds.
+    virtual WaitResult Wait(Event& event, uint32_t timeoutMs) = 0;
+};
+
+// The clock in use: the system's, unless a test has put one of its own in its place.
+Clock& TheClock() noexcept;
+// Replaces the clock for the whole process; null puts the system's back. The caller keeps the object alive until
+// then and sees to it that no other thread is using the old one any more.
+void ReplaceClock(Clock* clock) noexcept;
+
+// Given by the operating system's folder.
+Clock& SystemClock() noexcept;
+
+}  // namespace quillet::platform

@@ -1,0 +1,3 @@
+set(quillet_platform_sources
+)
+set(quillet_platform_libraries)

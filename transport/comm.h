@@ -1,0 +1,129 @@
+// One link to one scanner: the open device, its read thread, its power thread, and the way of the bytes out.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "foundation/parameter_list.h"
+#include "platform/device_access.h"
+#include "protocol/packet.h"
+#include "transport/comm_error.h"
+#include "transport/port_discovery.h"
+
+namespace quillet {
+
+enum DeviceType : uint32_t {
+    DeviceUnknown = 0,
+    DeviceSerial = 1,
+    DevicePosUsb = 2,
+    DeviceUsb = 3,
+    DeviceBluetooth = 4
+};
+
+enum PowerState : uint32_t { PowerUnknown = 2000, PowerOnline = 2001, PowerOffOffline = 2004 };
+
+// Results of a data callback.
+inline constexpr int32_t kKeepReading = 1;
+inline constexpr int32_t kEndReading = 2;  // auto disable: the read thread ends
+
+// Status of a block that a data callback gets.
+inline constexpr uint32_t kGoodRead = 0;
+inline constexpr uint32_t kFailedRead = 1;  // the block is empty
+
+// One finished read, on the link's read thread.
+using DataCallback = int32_t (*)(void* owner, std::string& block, uint32_t status);
+// A change of the power state, on the link's power thread.
+using PowerCallback = void (*)(void* owner, uint32_t powerState);
+
+// Threads: EnableDevice, Reset, WriteString and WritePacket are called by one thread at a time (the arbiter's lock sees to
+// it); the read thread and the power thread run beside them. Reset may run on the power thread while
+// m_ReadyToReConnect is set, and never on the read thread. The owner outlives the link.
+class CComm {
+  public:
+    CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
+          DataCallback dataCallback);
+    // Derived destructors call EndThreads first: no thread may meet a half-destroyed link.
+    virtual ~CComm();
+    CComm(const CComm&) = delete;
+    CComm& operator=(const CComm&) = delete;
+
+    // Opens the device and starts the read thread; nothing if it is enabled already, also when the read thread has
+    // ended by itself. Throws CommError and leaves the link closed.
+    virtual void EnableDevice();
+    virtual void DisableDevice();
+    // Writes one command. Throws CommError.
+    virtual void WritePacket(CommandPacket& packet) = 0;
+    virtual void AcceptText(std::string text) = 0;
+    virtual bool IsVirtualPort() const { return false; }
+    // Body of the power thread.
+    virtual int32_t PowerReportingThread();
+    virtual bool IsDevicePresent() = 0;
+    // One finished read, on the read thread; gives the data callback's result.
+    virtual int32_t OnReadData(uint32_t status, std::string& block) = 0;
+    virtual std::string GetLinkText() = 0;
+
+    // Closes everything that EnableDevice opened, joining the read thread; ends the power thread too unless the link
+    // waits for its device to come back.
+    void Reset();
+    // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is gone.
+    // Throws CommError for a write that was under way and failed; one that is refused at once isn't reported.
+    void WriteString(std::string bytes);
+
+    void SetPowerCallback(PowerCallback callback) { m_PowerCallback.store(callback); }
+    // Polls IsDevicePresent every 100 ms on a thread of its own; nothing if there is such a thread.
+    void StartPowerReporting();
+    // Tells the power thread to end, without joining it; nothing while the link waits for its device.
+    void StopPowerReporting();
+    // Hands a state that differs from the last one to the power callback.
+    void ReportPowerState(uint32_t state);
+
+    void SetReadyToReConnect(bool ready) { m_ReadyToReConnect.store(ready); }
+    bool IsReadyToReConnect() const { return m_ReadyToReConnect.load(); }
+    bool IsEnabled() const { return m_Enabled.load(); }
+    uint32_t ComPort() const { return m_ComPort; }
+    const PortDescriptor& Port() const { return m_Port; }
+    const void* Owner() const { return m_Owner; }
+
+  protected:
+    // Reset, and the end of the power thread in any case.
+    void EndThreads();
+
+    // Set by the constructors, constant afterwards.
+    const uint32_t m_DeviceType;
+    const uint32_t m_ComPort;  // the link's number in the arbiter's list
+    PortDescriptor m_Port;
+    uint32_t m_ReadSize = 4095;  // bytes asked of one read
+    const ParameterList m_Params;
+    void* const m_Owner;
+    const DataCallback m_DataCallback;
+
+    // Written by EnableDevice and Reset alone, while no read thread runs; the read thread reads them.
+    std::string m_PortName;  // label in traces
+    std::unique_ptr<platform::DeviceFile> m_Handle;
+
+  private:
+    int32_t RunReadThread();
+    // ... private steps, see comm.cpp
+
+    platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
+    platform::StopSignal m_DeviceGone;       // ends a write under way; set by the power thread, fresh at each enabling
+    platform::StopSignal m_EndPower;         // ends the pause of the power thread
+
+    // Single words shared by the threads.
+    std::atomic<bool> m_Running{false};
+    std::atomic<bool> m_PowerRunning{false};
+    std::atomic<bool> m_ReadyToReConnect{false};
+    std::atomic<bool> m_Enabled{false};
+    std::atomic<uint32_t> m_PowerState{PowerUnknown};
+    std::atomic<PowerCallback> m_PowerCallback{nullptr};
+
+    std::thread m_ReadThread;  // touched by EnableDevice and Reset alone
+    std::mutex m_PowerThreadMutex;  // guards m_PowerThread, the object; never held while joining
+    std::thread m_PowerThread;
+};
+
+}  // namespace quillet

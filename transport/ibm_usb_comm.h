@@ -1,0 +1,31 @@
+// The link over USB HID: everything in blocks of 64 bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "transport/comm.h"
+
+namespace quillet {
+
+class CIbmUsbComm : public CComm {
+  public:
+    // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening fails.
+    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
+                DataCallback dataCallback);
+    ~CIbmUsbComm() override;
+
+    // Throws IbmUsbCommError.
+    void EnableDevice() override;
+    // A packet that doesn't fit a block isn't written; one line in the log.
+    void WritePacket(CommandPacket& packet) override;
+    void AcceptText(std::string text) override;
+    bool IsDevicePresent() override;
+    int32_t OnReadData(uint32_t status, std::string& block) override;
+    std::string GetLinkText() override { return "USB"; }
+
+  private:
+    const std::string m_ModelNumber;
+};
+
+}  // namespace quillet

@@ -1,0 +1,64 @@
+// Which ports and HID devices the machine has, and which of them are scanners of this family. Every call asks the
+// system afresh, opens no device, logs nothing and raises nothing; any thread may call.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quillet {
+
+enum LinkType : uint32_t {
+    LinkNone = 0,
+    LinkSerial = 1,         // a serial port
+    LinkVirtualSerial = 2,  // a serial port that lives on USB
+    LinkUsbHid = 3
+};
+
+// One discovered device.
+struct PortDescriptor {
+    std::string PortName;    // such as COM3; empty for HID devices
+    std::string DevicePath;  // what opens the device
+    std::string Description;
+    std::string Manufacturer;
+    // Serial: the value for the connection string's "serialport". HID: the last part of the instance ID.
+    std::string PortSerial;
+    std::string InstanceId;  // upper case; empty for HID devices
+    uint32_t LinkType = LinkNone;
+    uint16_t VendorId = 0;
+    uint16_t ProductId = 0;
+    bool VendorIdFound = false;   // the instance ID has a vendor tag, whether or not its digits are good
+    bool ProductIdFound = false;
+};
+
+struct UsbId {
+    uint16_t vendor;
+    uint16_t product;
+};
+
+// The identity of the scanners.
+struct ScannerUsbIds {
+    static constexpr UsbId VirtualSerialPort{0x18D1, 0x0009};
+    static constexpr UsbId HidDevice{0x18D1, 0x010B};
+};
+
+struct DiscoveredLists {
+    std::vector<PortDescriptor> serial;
+    std::vector<PortDescriptor> usb;
+};
+
+// Every serial port, and every HID interface, without a filter.
+std::vector<PortDescriptor> ListSerialPorts();
+std::vector<PortDescriptor> ListHidDevices();
+// Those whose vendor and product both match, in order.
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product);
+// The scanners: as virtual serial ports, and as HID devices.
+DiscoveredLists DiscoveredPorts();
+// The ports named COM<number>.
+std::vector<PortDescriptor> FindSerialPort(uint32_t number);
+
+// Parts of an instance ID, given in upper case.
+std::string ExtractPortSerial(const std::string& instanceId);
+void ParseUsbId(const std::string& instanceId, PortDescriptor& port);
+
+}  // namespace quillet

@@ -1,0 +1,45 @@
+// The link over a serial port, real or virtual: bytes without any framing.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "transport/comm.h"
+
+namespace quillet {
+
+class CSerialComm : public CComm {
+  public:
+    // A port that discovery doesn't know is tried all the same.
+    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
+                DataCallback dataCallback);
+    ~CSerialComm() override;
+
+    // Throws SerialCommError, and mylib::StringError for a line setting that is no number.
+    void EnableDevice() override;
+    void WritePacket(CommandPacket& packet) override;
+    void AcceptText(std::string text) override;
+    bool IsVirtualPort() const override { return m_Port.LinkType == LinkVirtualSerial; }
+    bool IsDevicePresent() override;
+    int32_t OnReadData(uint32_t status, std::string& block) override;
+    // Such as "COM3,9600,n,8,1,n".
+    std::string GetLinkText() override;
+
+  private:
+    void LoadSettings();
+    // ... private steps
+
+    const int32_t m_PortNumber;
+    // In the numbering of the Windows DCB.
+    int32_t m_BaudRate = 9600;
+    int32_t m_ByteSize = 8;
+    int32_t m_Parity = 0;
+    int32_t m_StopBits = 0;
+    // No key sets these: the link has no hardware flow control.
+    int32_t m_DtrControl = 0;
+    int32_t m_OutxDsrFlow = 0;
+    int32_t m_RtsControl = 0;
+    int32_t m_OutxCtsFlow = 0;
+};
+
+}  // namespace quillet

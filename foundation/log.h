@@ -1,7 +1,7 @@
 // The log: one file for the process, off until the application asks for it.
 //
-// Every line goes through the functions at the end of this file. They may be called from any thread, never wait for
-// the disk, and cost one comparison while the log is off. The log's own worker must not call them.
+// Every line goes through the functions at the end of this file. They may be called from any thread, never
+// wait for the disk, and cost one comparison while the log is off. The log's own worker must not call them.
 #pragma once
 
 #include <atomic>
@@ -18,8 +18,8 @@
 
 namespace quillet {
 
-// The order is the filter's: a line is kept if its level is not below the threshold. Trace and detail lines rank
-// above failures.
+// The order is the filter's: a line is kept if its level is not below the threshold. Trace and detail lines
+// rank above failures.
 enum LogLevel : int32_t {
     LLAll = 0,  // a threshold only
     LLDebug = 1,
@@ -62,13 +62,14 @@ class myLogManager : public ILog {
 
     // False if a line of this level would be dropped at once.
     bool Wants(int32_t wantedLevel) const noexcept {
-        return wantedLevel >= level.load(std::memory_order_relaxed) && running.load(std::memory_order_relaxed);
+        return wantedLevel >= level.load(std::memory_order_relaxed) &&
+               running.load(std::memory_order_relaxed);
     }
 
   private:
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
-    std::recursive_mutex mutex;               // held to swap `pool`, to enqueue, and while Stop joins the worker
+    std::recursive_mutex mutex;  // held to swap `pool`, to enqueue, and while Stop joins the worker
     std::atomic<int32_t> level{LLWarnings};
     std::atomic<bool> running{false};  // mirrors `pool` for the test that takes no lock
 };
@@ -76,7 +77,9 @@ class myLogManager : public ILog {
 // The process's log; lives until the library is unloaded, and past that for threads that are late.
 myLogManager& TheLog() noexcept;
 
-inline bool LogWanted(int32_t level) noexcept { return TheLog().Wants(level); }
+inline bool LogWanted(int32_t level) noexcept {
+    return TheLog().Wants(level);
+}
 
 // Bytes that are made into log text only if the line is kept.
 struct HexOf {
@@ -88,8 +91,12 @@ struct AsciiOf {
 
 namespace log_detail {
 
-inline std::string ValueText(HexOf value) { return ToHexText(value.bytes); }
-inline std::string ValueText(AsciiOf value) { return ToAsciiText(value.bytes); }
+inline std::string ValueText(HexOf value) {
+    return ToHexText(value.bytes);
+}
+inline std::string ValueText(AsciiOf value) {
+    return ToAsciiText(value.bytes);
+}
 template <typename T>
 const T& ValueText(const T& value) {
     return value;
@@ -110,11 +117,21 @@ void WriteJoined(int32_t level, std::string_view format, const T& value) noexcep
 
 }  // namespace log_detail
 
-inline void LogDebug(std::string_view text) noexcept { log_detail::Write(LLDebug, text); }
-inline void LogWarning(std::string_view text) noexcept { log_detail::Write(LLWarnings, text); }
-inline void LogError(std::string_view text) noexcept { log_detail::Write(LLError, text); }
-inline void LogCritical(std::string_view text) noexcept { log_detail::Write(LLCritical, text); }
-inline void LogInfo(std::string_view text) noexcept { log_detail::Write(LLInfo, text); }
+inline void LogDebug(std::string_view text) noexcept {
+    log_detail::Write(LLDebug, text);
+}
+inline void LogWarning(std::string_view text) noexcept {
+    log_detail::Write(LLWarnings, text);
+}
+inline void LogError(std::string_view text) noexcept {
+    log_detail::Write(LLError, text);
+}
+inline void LogCritical(std::string_view text) noexcept {
+    log_detail::Write(LLCritical, text);
+}
+inline void LogInfo(std::string_view text) noexcept {
+    log_detail::Write(LLInfo, text);
+}
 
 // A format and one value: a number, a truth value, a character, a text, HexOf or AsciiOf.
 template <typename T>

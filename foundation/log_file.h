@@ -14,8 +14,9 @@ class LogFile {
   public:
     void SetPrefix(const std::string& newPrefix) { prefix = newPrefix; }
 
-    // Works out the directory beside the host's executable and makes it; opens the file, if none is open, under a
-    // name made of the prefix and the local time. A file that can't be opened stays closed without an error.
+    // Works out the directory beside the host's executable and makes it; opens the file, if none is open,
+    // under a name made of the prefix and the local time. A file that can't be opened stays closed without an
+    // error.
     void Open();
     void Close();
     bool IsOpen() const { return stream != nullptr; }
@@ -23,7 +24,8 @@ class LogFile {
     // Hands the line to the system at once.
     void Write(const std::string& line);
 
-    // "<prefix>_<year>-<month>-<day>_<hour>.log"; the hour isn't padded. Without a prefix, without its "_" too.
+    // "<prefix>_<year>-<month>-<day>_<hour>.log"; the hour isn't padded. Without a prefix, without its "_"
+    // too.
     static std::string NameFor(const std::string& prefix, const platform::LocalTime& time);
 
   private:

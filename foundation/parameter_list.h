@@ -12,12 +12,12 @@ struct ParameterEntry {
     std::string value;
 };
 
-// An ordered list of pairs; keys may repeat, and every look-up acts on the first match. Compares byte by byte. No
-// lock: one thread at a time.
+// An ordered list of pairs; keys may repeat, and every look-up acts on the first match. Compares byte by
+// byte. No lock: one thread at a time.
 class ParameterList {
   public:
-    // Lower-cases the whole text (ASCII) and appends its pairs. Nothing is trimmed; a token that isn't exactly
-    // "key=value" is logged and skipped.
+    // Lower-cases the whole text (ASCII) and appends its pairs. Nothing is trimmed; a token that isn't
+    // exactly "key=value" is logged and skipped.
     void Parse(std::string_view text);
 
     // A pair of two empty texts if there is none.

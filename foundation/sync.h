@@ -1,5 +1,5 @@
-// Event, semaphore and claim mutex as the service uses them: objects over the platform's, with the result numbers of
-// the exported primitives.
+// Event, semaphore and claim mutex as the service uses them: objects over the platform's, with the result
+// numbers of the exported primitives.
 #pragma once
 
 #include <atomic>

@@ -23,11 +23,12 @@ class ThreadPool {
     // Starts the one worker. Throws std::system_error if no thread can be made.
     void Start();
 
-    // Adds a task and wakes the worker; never waits for a task. There is no limit to the queue. An exception out of
-    // a task is swallowed.
+    // Adds a task and wakes the worker; never waits for a task. There is no limit to the queue. An exception
+    // out of a task is swallowed.
     void Enqueue(std::function<void()> task);
 
-    // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped pool.
+    // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped
+    // pool.
     void Stop();
 
   private:
@@ -37,8 +38,8 @@ class ThreadPool {
     void SetState(State newState);
 
     std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
-    std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
-    std::mutex threadsMutex;                  // guards `threads`
+    std::mutex tasksMutex;    // also held at each change of `state`, or a wake-up could be lost
+    std::mutex threadsMutex;  // guards `threads`
     std::vector<std::thread> threads;
     std::condition_variable wakeUp;
     std::atomic<uint64_t> threadCount{0};

@@ -1,8 +1,7 @@
 #include "tools/virtual_scanner/console.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 
 namespace quillet::tools {
 namespace {
@@ -62,11 +61,13 @@ class ConsoleTest : public ::testing::Test {
 };
 
 TEST_F(ConsoleTest, WrongLinesAreTold) {
-    for (const char* line : {"scann 1 x", "scan", "scan x y", "scan 256 y", "scan -1 y", "scan 1x y", "scan 3 \\q", "plain \\",
-                             "fault", "fault crc", "delay", "delay 1s", "delay 99999999", "silent", "silent yes",
-                             "refuse 1", "pieces -1", "interrupt x", "plug now", "quit now", "  scan"}) {
+    for (const char* line :
+         {"scann 1 x",  "scan",     "scan x y",  "scan 256 y",  "scan -1 y", "scan 1x y",      "scan 3 \\q",
+          "plain \\",   "fault",    "fault crc", "delay",       "delay 1s",  "delay 99999999", "silent",
+          "silent yes", "refuse 1", "pieces -1", "interrupt x", "plug now",  "quit now",       "  scan"}) {
         const std::string answer = Run(line);
-        EXPECT_TRUE(answer.starts_with("error ") && answer.find('\n') == answer.size() - 1) << line << ": " << answer;
+        EXPECT_TRUE(answer.starts_with("error ") && answer.find('\n') == answer.size() - 1)
+            << line << ": " << answer;
         EXPECT_TRUE(m_GoesOn);
     }
     EXPECT_EQ(Run(""), "");

@@ -37,9 +37,9 @@ TEST(HostStream, PacketsAreFoundWhereverTheLineCutsThem) {
 
 TEST(HostStream, BytesThatAreNoPacketAreKeptAsSuch) {
     const std::string noise[] = {
-        "\x03\x40\x04\x00\xB8"s,           // too short for a parameter
-        "\x05\x40\x04\x00\x0B\x01\xAB"s,   // checksum
-        "\x05\x40\x03\x00\x0B\x01\xAB"s,   // source
+        "\x03\x40\x04\x00\xB8"s,          // too short for a parameter
+        "\x05\x40\x04\x00\x0B\x01\xAB"s,  // checksum
+        "\x05\x40\x03\x00\x0B\x01\xAB"s,  // source
         "\x00"s,
     };
     for (const std::string& bytes : noise) {
@@ -78,19 +78,15 @@ TEST(Settings, NumberAndValueAreToldApart) {
         std::string parameters;
         size_t numberSize;
     } const rows[] = {
-        {0x41, "\x02"s, 0},                     // value alone
-        {0x40, "\x02"s, 0},                     // composite codes: value alone, among opcodes with numbers
-        {0x40, "\x0B\x01"s, 1},
-        {0x40, "\x29\x01"s, 1},                 // no row of its own
-        {0x40, "\x04\x40"s, 1},                 // EAN-8 with a value that looks like a second byte of a number
-        {0x40, "\x04\x40\x01"s, 2},             // format of ISBN
-        {0x40, "\x15\x01\x00"s, 1},             // MSI has two value bytes
-        {0x50, "\x00\x2B\x01"s, 2},
-        {0x50, "\x7F\x7F\x01"s, 2},             // an unknown number
-        {0x76, "\x0B\x61"s, 1},
-        {0x52, "\x41\x42"s, 0},
-        {0x75, "\x01\x02"s, 0},
-        {0x74, "\x01\x03\x02\x00\x0D\x03"s, 0},
+        {0x41, "\x02"s, 0},  // value alone
+        {0x40, "\x02"s, 0},  // composite codes: value alone, among opcodes with numbers
+        {0x40, "\x0B\x01"s, 1},     {0x40, "\x29\x01"s, 1},  // no row of its own
+        {0x40, "\x04\x40"s, 1},      // EAN-8 with a value that looks like a second byte of a number
+        {0x40, "\x04\x40\x01"s, 2},  // format of ISBN
+        {0x40, "\x15\x01\x00"s, 1},  // MSI has two value bytes
+        {0x50, "\x00\x2B\x01"s, 2}, {0x50, "\x7F\x7F\x01"s, 2},  // an unknown number
+        {0x76, "\x0B\x61"s, 1},     {0x52, "\x41\x42"s, 0},
+        {0x75, "\x01\x02"s, 0},     {0x74, "\x01\x03\x02\x00\x0D\x03"s, 0},
     };
     for (const auto& row : rows) {
         const SettingChange change = ParseSetting(row.opcode, row.parameters);

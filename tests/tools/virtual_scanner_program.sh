@@ -22,6 +22,7 @@ start() {
     pid=$!
     exec 8>"$work/in" 9<"$work/out"
     expect 'plugged path=/dev/pts/*'
+    [ "$failures" -eq 0 ] || exit 1
 }
 
 # expect <pattern>: the next line of output
@@ -44,7 +45,7 @@ expect_end() {
 while read -r -a arguments; do
     "$program" --devices-directory "$devices" "${arguments[@]}" </dev/null >"$work/stdout" 2>"$work/stderr"
     [ $? -eq 2 ] || fail "accepted: ${arguments[*]}"
-    [ -s "$work/stderr" ] && [ ! -s "$work/stdout" ] || fail "no clear message: ${arguments[*]}"
+    if [ ! -s "$work/stderr" ] || [ -s "$work/stdout" ]; then fail "no clear message: ${arguments[*]}"; fi
 done <<'END'
 --link bluetooth
 --link serial --port LPT1

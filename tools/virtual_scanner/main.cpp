@@ -33,14 +33,15 @@ void Describe(CLI::App& app, ProgramOptions& options) {
                                                            {"serial", ScannerLink::Serial}};
     options.scanner.serialGapMs = kSerialGapMs;
     app.add_option("--link", options.scanner.link, "usb (default), virtual-serial or serial")
-        ->transform(CLI::CheckedTransformer(kLinks).description(""));
-    app.add_option("--port", options.scanner.port, "serial links: name of the port", true);
-    app.add_option("--serial-number", options.scanner.serialNumber, "serial number that the scanner tells",
-                   true);
+        ->transform(CLI::CheckedTransformer(kLinks).description(""))
+        ->type_name("LINK");
+    app.add_option("--port", options.scanner.port, "serial links: name of the port")->capture_default_str();
+    app.add_option("--serial-number", options.scanner.serialNumber, "serial number that the scanner tells")
+        ->capture_default_str();
     app.add_option("--devices-directory", options.scanner.devicesDirectory,
                    "where to register, instead of the user's own directory");
-    app.add_option("--gap", options.scanner.serialGapMs, "serial links: ms of quiet between two sendings",
-                   true)
+    app.add_option("--gap", options.scanner.serialGapMs, "serial links: ms of quiet between two sendings")
+        ->capture_default_str()
         ->check(CLI::Range(0, 60'000));
     app.add_flag("--unplugged", options.startUnplugged, "start unplugged");
     app.footer(Console::Help());

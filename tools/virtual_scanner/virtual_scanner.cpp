@@ -49,6 +49,10 @@ ScannerOptions Validated(ScannerOptions options) {
     if (options.devicesDirectory.empty()) {
         options.devicesDirectory = platform::DeviceRegistration::UserDirectory();
     }
+    if (options.devicesDirectory.front() != '/') {
+        throw std::invalid_argument("hosts know a devices directory by its absolute path, not by '" +
+                                    options.devicesDirectory + "'");
+    }
     return options;
 }
 

@@ -5,7 +5,8 @@
 #include <utility>
 
 #include "platform/device_side.h"
-#include "platform/linux/device_side/descriptor.h"
+#include "platform/linux/device_side/checked.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/thread.h"
 
 namespace quillet::platform {

@@ -6,7 +6,8 @@
 #include <sys/stat.h>
 
 #include "platform/device_side.h"
-#include "platform/linux/device_side/descriptor.h"
+#include "platform/linux/device_side/checked.h"
+#include "platform/linux/unique_fd.h"
 
 namespace quillet::platform {
 namespace {
@@ -38,7 +39,7 @@ void MakePrivateDirectory(const std::string& path) {
 
 void WriteWholeFile(const std::string& path, const std::string& text) {
     ::unlink(path.c_str());
-    const Descriptor file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
+    const UniqueFd file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
     if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) ThrowErrno(path);
 }
 
@@ -78,7 +79,7 @@ DeviceRegistration::~DeviceRegistration() {
 
 void DeviceRegistration::TakeName() {
     for (;;) {
-        Descriptor lock(
+        UniqueFd lock(
             Checked(::open(m_LockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), m_LockPath));
         if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
             throw std::runtime_error(m_DevicePath + ": another running program has this device");

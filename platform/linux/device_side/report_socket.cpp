@@ -10,7 +10,8 @@
 
 #include "platform/device_side.h"
 #include "platform/event.h"
-#include "platform/linux/device_side/descriptor.h"
+#include "platform/linux/device_side/checked.h"
+#include "platform/linux/unique_fd.h"
 
 namespace quillet::platform {
 namespace {
@@ -20,7 +21,7 @@ constexpr size_t kLargestMessage = 4096;
 
 // Sending and receiving threads both take hosts off the list, so a connection lives as long as one of them
 // uses it.
-using Host = std::shared_ptr<const Descriptor>;
+using Host = std::shared_ptr<const UniqueFd>;
 
 class ReportSocket final : public DeviceEnd {
   public:
@@ -38,7 +39,7 @@ class ReportSocket final : public DeviceEnd {
     Sent SendTo(const Host& host, std::string_view bytes, const StopSignal& stop);
 
     std::string m_HostPath;
-    Descriptor m_Listener;
+    UniqueFd m_Listener;
     StopSignal m_Changed;  // wakes Receive after the sending thread has changed the list
     std::mutex m_Mutex;    // guards the two below
     std::vector<Host> m_Hosts;
@@ -63,9 +64,9 @@ ReportSocket::ReportSocket(const std::string& path)
 std::vector<Host> ReportSocket::AcceptHosts() {
     const std::lock_guard lock(m_Mutex);
     for (;;) {
-        Descriptor host(::accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        UniqueFd host(::accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!host.IsOpen()) break;
-        m_Hosts.push_back(std::make_shared<const Descriptor>(std::move(host)));
+        m_Hosts.push_back(std::make_shared<const UniqueFd>(std::move(host)));
         m_News.push_back(Received::HostCame);
         m_Changed.Set();
     }

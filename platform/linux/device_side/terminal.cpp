@@ -9,7 +9,8 @@
 
 #include "platform/device_side.h"
 #include "platform/event.h"
-#include "platform/linux/device_side/descriptor.h"
+#include "platform/linux/device_side/checked.h"
+#include "platform/linux/unique_fd.h"
 
 namespace quillet::platform {
 namespace {
@@ -25,9 +26,9 @@ class Terminal final : public DeviceEnd {
     void OpenSlave();
     void EndExclusiveUse() noexcept;
 
-    Descriptor m_Master;
-    Descriptor m_Slave;  // kept open, so that the master doesn't report a hang-up while no host is there
-    Descriptor m_Watch;  // tells when a host closes the slave
+    UniqueFd m_Master;
+    UniqueFd m_Slave;  // kept open, so that the master doesn't report a hang-up while no host is there
+    UniqueFd m_Watch;  // tells when a host closes the slave
     std::string m_HostPath;
 };
 
@@ -39,13 +40,13 @@ Terminal::Terminal()
     if (::ptsname_r(m_Master.Get(), name.data(), name.size()) != 0) ThrowErrno("ptsname_r");
     m_HostPath = name.data();
     OpenSlave();
-    m_Watch = Descriptor(Checked(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "inotify_init1"));
+    m_Watch = UniqueFd(Checked(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "inotify_init1"));
     Checked(::inotify_add_watch(m_Watch.Get(), m_HostPath.c_str(), IN_CLOSE), "inotify_add_watch");
 }
 
 // A new terminal echoes and edits lines, which would send a barcode back to the scanner.
 void Terminal::OpenSlave() {
-    m_Slave = Descriptor(Checked(::open(m_HostPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), m_HostPath));
+    m_Slave = UniqueFd(Checked(::open(m_HostPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), m_HostPath));
     termios settings{};
     Checked(::tcgetattr(m_Slave.Get(), &settings), "tcgetattr");
     ::cfmakeraw(&settings);

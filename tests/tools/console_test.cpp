@@ -79,7 +79,7 @@ TEST_F(ConsoleTest, WrongLinesAreTold) {
 
 TEST_F(ConsoleTest, CommandsReachTheScanner) {
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=unplugged\n");
-    EXPECT_EQ(Run("plug"), "plugged path=" + m_Scanner->HostPath() + "\n");
+    EXPECT_EQ(Run("plug"), "plugged path=" + m_Directory + "/devices/virtual-usb-1234567890.socket\n");
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=no-host\n");
     EXPECT_EQ(Run("plain a\\0b"), "lost type=- length=3 reason=no-host\n");
     EXPECT_EQ(Run("unplug"), "unplugged\n");

@@ -1,12 +1,12 @@
 // Devices that programs register: one small file each, in a directory that hosts look into.
 #include <fcntl.h>
 #include <stdexcept>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include "platform/device_side.h"
 #include "platform/linux/device_side/checked.h"
+#include "platform/linux/linux_roots.h"
 #include "platform/linux/unique_fd.h"
 
 namespace quillet::platform {
@@ -54,9 +54,7 @@ bool StillNames(const std::string& path, int file) {
 }  // namespace
 
 std::string DeviceRegistration::UserDirectory() {
-    const char* runtime = ::secure_getenv("XDG_RUNTIME_DIR");
-    if (runtime != nullptr && *runtime != '\0') return std::string(runtime) + "/quillet/devices";
-    return "/tmp/quillet-" + std::to_string(::geteuid()) + "/devices";
+    return SystemRoots().registered.back();  // the first is root's
 }
 
 DeviceRegistration::DeviceRegistration(const std::string& directory, const std::string& name) {

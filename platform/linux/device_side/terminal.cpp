@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
-#include <sys/inotify.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 
 #include "platform/device_side.h"
@@ -24,11 +22,9 @@ class Terminal final : public DeviceEnd {
 
   private:
     void OpenSlave();
-    void EndExclusiveUse() noexcept;
 
     UniqueFd m_Master;
     UniqueFd m_Slave;  // kept open, so that the master doesn't report a hang-up while no host is there
-    UniqueFd m_Watch;  // tells when a host closes the slave
     std::string m_HostPath;
 };
 
@@ -40,8 +36,6 @@ Terminal::Terminal()
     if (::ptsname_r(m_Master.Get(), name.data(), name.size()) != 0) ThrowErrno("ptsname_r");
     m_HostPath = name.data();
     OpenSlave();
-    m_Watch = UniqueFd(Checked(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK), "inotify_init1"));
-    Checked(::inotify_add_watch(m_Watch.Get(), m_HostPath.c_str(), IN_CLOSE), "inotify_add_watch");
 }
 
 // A new terminal echoes and edits lines, which would send a barcode back to the scanner.
@@ -53,28 +47,16 @@ void Terminal::OpenSlave() {
     Checked(::tcsetattr(m_Slave.Get(), TCSANOW, &settings), "tcsetattr");
 }
 
-// On a pseudo-terminal a host's exclusive use outlives its close and even its death, and would keep out the
-// next host.
-void Terminal::EndExclusiveUse() noexcept {
-    std::array<char, 4096> events;
-    while (::read(m_Watch.Get(), events.data(), events.size()) > 0) {
-    }
-    ::ioctl(m_Slave.Get(), TIOCNXCL);
-}
-
 DeviceEnd::Received Terminal::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
     const int timeout = timeoutMs == kNoLimitMs ? -1 : static_cast<int>(timeoutMs);
     for (;;) {
-        std::array<pollfd, 3> waits{{{static_cast<int>(stop.NativeHandle()), POLLIN, 0},
-                                     {m_Master.Get(), POLLIN, 0},
-                                     {m_Watch.Get(), POLLIN, 0}}};
+        std::array<pollfd, 2> waits{
+            {{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLIN, 0}}};
         const int ready = ::poll(waits.data(), waits.size(), timeout);
         if (ready < 0 && errno != EINTR) return Received::Failed;
         if (ready < 0) continue;
         if (ready == 0) return Received::TimedOut;
         if (waits[0].revents != 0) return Received::Stopped;
-        if (waits[2].revents != 0) EndExclusiveUse();
-        if (waits[1].revents == 0) continue;
         std::array<char, 4096> buffer;
         const ssize_t count = ::read(m_Master.Get(), buffer.data(), buffer.size());
         if (count > 0) {

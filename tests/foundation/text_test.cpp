@@ -1,0 +1,125 @@
+#include "foundation/text.h"
+
+#include <clocale>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "foundation/format.h"
+#include "foundation/paths.h"
+
+namespace quillet {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Text, NumbersInDecimalAndHexadecimal) {
+    EXPECT_EQ(NumToString(std::numeric_limits<int16_t>::min()), "-32768");
+    EXPECT_EQ(NumToString(std::numeric_limits<uint64_t>::max()), "18446744073709551615");
+    EXPECT_EQ(NumToString(true), "1");
+    EXPECT_EQ(NumToString('\0'), "\0"s);
+    EXPECT_EQ(NumToHexText(uint64_t{0}), "00");
+    EXPECT_EQ(NumToHexText(uint64_t{0x1ab}), "1ab");
+    EXPECT_EQ(NumToHexText(int64_t{-1}), "ffffffffffffffff");
+    EXPECT_EQ(NumToHexText("x"s), "0x");
+    EXPECT_EQ(NumToHexText(""s), "00");
+}
+
+TEST(Text, FormatFillsInByItsOwnRules) {
+    EXPECT_EQ(Format("%s_%s", "a", "b"), "a_b");
+    EXPECT_EQ(Format("COM%d,%d,%c,%s,%d,%c", 7, 9600, 'N', "8", 1, 'x'), "COM7,9600,N,8,1,x");
+    EXPECT_EQ(Format("%d", "x"), "x");
+    EXPECT_EQ(Format("%s", 7), "7");
+    EXPECT_EQ(Format("", 7), "");
+    EXPECT_EQ(Format("%ld|%lf|%lu", 1, 2, 3), "1|2|3u");
+    EXPECT_EQ(Format("%x %x %x", 10, "g", -1), "0a 0g ffffffff");
+    EXPECT_EQ(Format("%5d %d", 7, 8), "%5d %d") << "the first % stops every later value";
+    EXPECT_EQ(Format("%%d", 7), "7d");
+    EXPECT_EQ(Format("%s", "%d", 5), "5") << "a value's own % is seen by the next";
+    EXPECT_EQ(Format("100%", 7), "100%");
+    EXPECT_EQ(Format("%d %d", 1), "1 %d");
+    EXPECT_EQ(Format("%c", '\0'), "\0"s);
+}
+
+TEST(Text, SplitAndReplace) {
+    using Pieces = std::vector<std::string>;
+    EXPECT_EQ(Split("", ','), Pieces{});
+    EXPECT_EQ(Split(",", ','), (Pieces{"", ""}));
+    EXPECT_EQ(Split("a,,b,", ','), (Pieces{"a", "", "b", ""}));
+    EXPECT_EQ(ReplaceAll("aabb", "ab", ""), "ab") << "what closes up across the place isn't looked at again";
+    EXPECT_EQ(ReplaceAll("abb", "ab", "a"), "a") << "what begins with the replacement is";
+    EXPECT_EQ(ReplaceAll("C:\\a\\b", "\\", "/"), "C:/a/b");
+    EXPECT_EQ(ReplaceAll("a", "", "b"), "a");
+}
+
+TEST(Text, HexTextToBytes) {
+    EXPECT_EQ(ParseHexText("02 0A,FF"), "\x02\x0a\xff");
+    EXPECT_EQ(ParseHexText("0x020xaa|ff;\r\n0"), "\x02\xaa\xff");
+    EXPECT_EQ(ParseHexText("abc"), "\xab");
+    EXPECT_EQ(ParseHexText("a"), "");
+    EXPECT_EQ(ParseHexText("0X12"), "\x21\x12") << "only a lower-case 0x is a separator";
+    EXPECT_EQ(ParseHexText("0 x12"), "\x12") << "a blank inside 0x goes first";
+    EXPECT_EQ(ParseHexText("00xx"), "\x21") << "what closes up is no separator any more";
+    EXPECT_EQ(ParseHexText("0\rx"), "\x21") << "nor what a line end has torn";
+    EXPECT_EQ(ParseHexText("\xC0g"), std::string(1, static_cast<char>((0xC0 - 87) * 16 + 'g' - 87)));
+}
+
+TEST(Text, BytesForTheLog) {
+    EXPECT_EQ(ToHexText(""), "");
+    EXPECT_EQ(ToHexText("\x02"), "02");
+    EXPECT_EQ(ToHexText("\x02\x0a\xff"), "02 0A FF");
+    EXPECT_EQ(ToAsciiText("A\r\n\0\x07\x19\x1f\x7f"s), "A<CR><LF><NUL><BEl><EN><US><DEL>");
+    EXPECT_EQ(ToAsciiText("\x80\xef\xf0\xf9\xfa\xff"), "\x80\xef<F0><F9>\xfa\xff");
+}
+
+TEST(Text, CaseIsAsciiInEveryLocale) {
+    const char* const locale = std::setlocale(LC_ALL, "");
+    EXPECT_EQ(ToLowerAscii("AZ[@\xC4"), "az[@\xC4") << (locale != nullptr ? locale : "no locale");
+    EXPECT_EQ(ToUpperAscii("az{`\xE4"), "AZ{`\xE4");
+}
+
+TEST(Text, BinaryConversionKeepsEveryByte) {
+    EXPECT_EQ(EncodeBinaryText("\xa5", BinaryConversion::Nibble), ":5");
+    EXPECT_EQ(EncodeBinaryText("\x07", BinaryConversion::Decimal), "007");
+    EXPECT_EQ(DecodeBinaryText("AB", BinaryConversion::Nibble), "\x12") << "low four bits of any character";
+    EXPECT_EQ(DecodeBinaryText("300", BinaryConversion::Decimal), "\x2c");
+    std::string bytes;
+    for (int i = 0; i < 256; ++i) bytes.push_back(static_cast<char>(i));
+    for (auto mode : {BinaryConversion::None, BinaryConversion::Nibble, BinaryConversion::Decimal}) {
+        EXPECT_EQ(DecodeBinaryText(EncodeBinaryText(bytes, mode), mode), bytes);
+    }
+    EXPECT_THROW(DecodeBinaryText("123", BinaryConversion::Nibble), std::out_of_range);
+    EXPECT_THROW(DecodeBinaryText("0071", BinaryConversion::Decimal), std::out_of_range);
+}
+
+TEST(Paths, CutsAtBothSeparators) {
+    EXPECT_EQ(GetDirectoryOf("/opt/app/bin"), "/opt/app/");
+    EXPECT_EQ(GetDirectoryOf("C:/a\\b"), "C:/a\\");
+    EXPECT_EQ(GetDirectoryOf("bare"), "bare");
+    EXPECT_EQ(GetDirectoryOf("/bin"), "/bin") << "a separator in front cuts nothing";
+    EXPECT_EQ(GetDirectoryOf("/"), "");
+    EXPECT_EQ(GetDirectoryOf("\\"), "");
+    EXPECT_EQ(GetFileTitle("C:/a.b/c"), "c");
+    EXPECT_EQ(GetFileTitle("c.tar.gz"), "c.tar");
+    EXPECT_EQ(GetFileTitle("a\\.rc"), "");
+    EXPECT_EQ(GetExecutablePath(), GetExecutableDirectory() + "/" + GetExecutableTitle());
+}
+
+TEST(CodePage, ConvertsBothWaysOrNotAtAll) {
+    const std::string utf8 =
+        "\xE4\xB8\xAD"
+        "a";
+    EXPECT_EQ(Utf8ToGbk(utf8),
+              "\xD6\xD0"
+              "a");
+    EXPECT_EQ(GbkToUtf8("\xD6\xD0"
+                        "a"),
+              utf8);
+    EXPECT_EQ(Utf8ToGbk("a\xFF"), "");
+    EXPECT_EQ(GbkToUtf8("a\xD6"), "");
+}
+
+}  // namespace
+}  // namespace quillet

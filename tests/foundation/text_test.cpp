@@ -33,7 +33,7 @@ TEST(Text, FormatFillsInByItsOwnRules) {
     EXPECT_EQ(Format("%d", "x"), "x");
     EXPECT_EQ(Format("%s", 7), "7");
     EXPECT_EQ(Format("", 7), "");
-    EXPECT_EQ(Format("%ld|%lf|%lu", 1, 2, 3), "1|2|3u");
+    EXPECT_EQ(Format("%ld|%lf|%ll|%lu", 1, 2, 3, 4), "1|2|3|4u");
     EXPECT_EQ(Format("%x %x %x", 10, "g", -1), "0a 0g ffffffff");
     EXPECT_EQ(Format("%5d %d", 7, 8), "%5d %d") << "the first % stops every later value";
     EXPECT_EQ(Format("%%d", 7), "7d");

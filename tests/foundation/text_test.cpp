@@ -1,6 +1,5 @@
 #include "foundation/text.h"
 
-#include <clocale>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
@@ -74,9 +73,8 @@ TEST(Text, BytesForTheLog) {
     EXPECT_EQ(ToAsciiText("\x80\xef\xf0\xf9\xfa\xff"), "\x80\xef<F0><F9>\xfa\xff");
 }
 
-TEST(Text, CaseIsAsciiInEveryLocale) {
-    const char* const locale = std::setlocale(LC_ALL, "");
-    EXPECT_EQ(ToLowerAscii("AZ[@\xC4"), "az[@\xC4") << (locale != nullptr ? locale : "no locale");
+TEST(Text, CaseIsAsciiOnly) {
+    EXPECT_EQ(ToLowerAscii("AZ[@\xC4"), "az[@\xC4");
     EXPECT_EQ(ToUpperAscii("az{`\xE4"), "AZ{`\xE4");
 }
 

@@ -22,9 +22,14 @@ constexpr uint8_t kReplyCommands[] = {0x7E, 0xD5, 0xD8, 0xE7, 0xE8};
 
 }  // namespace
 
-std::span<const CommandRow> CommandCatalogue() { return catalogue_rows::kRows; }
+std::span<const CommandRow> CommandCatalogue() {
+    return catalogue_rows::kRows;
+}
 
-const CommandRow* FindCommand(CommandId id) { return FindCatalogueRow(id); }
+const CommandRow* FindCommand(CommandId id) {
+    const size_t place = PlaceInCatalogue(id);
+    return place == kNoPlace ? nullptr : &catalogue_rows::kRows[place];
+}
 
 bool FindOpcode(CommandId id, uint8_t& opcode) {
     const CommandRow* row = FindCommand(id);

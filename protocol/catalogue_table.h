@@ -7,7 +7,8 @@
 
 namespace quillet {
 
-// Settings that a row of the catalogue alone doesn't describe, because their calls compute more than a value byte.
+// Settings that a row of the catalogue alone doesn't describe, because their calls compute more than a value
+// byte.
 inline constexpr CommandId kCodeDataPrefixId = 125;
 inline constexpr CommandId kInsertCharacterId = 140;
 inline constexpr CommandId kCodeDataSuffixId = 146;
@@ -25,10 +26,18 @@ inline constexpr uint8_t kOutputOption = 0x76;
 
 namespace catalogue_rows {
 
-consteval CommandRow None(CommandId id, uint8_t opcode) { return {id, CommandForm::None, opcode, 0, {}}; }
-consteval CommandRow V(CommandId id, uint8_t opcode) { return {id, CommandForm::V, opcode, 0, {}}; }
-consteval CommandRow P(CommandId id, uint8_t opcode) { return {id, CommandForm::P, opcode, 0, {}}; }
-consteval CommandRow H(CommandId id, uint8_t opcode) { return {id, CommandForm::H, opcode, 0, {}}; }
+consteval CommandRow None(CommandId id, uint8_t opcode) {
+    return {id, CommandForm::None, opcode, 0, {}};
+}
+consteval CommandRow V(CommandId id, uint8_t opcode) {
+    return {id, CommandForm::V, opcode, 0, {}};
+}
+consteval CommandRow P(CommandId id, uint8_t opcode) {
+    return {id, CommandForm::P, opcode, 0, {}};
+}
+consteval CommandRow H(CommandId id, uint8_t opcode) {
+    return {id, CommandForm::H, opcode, 0, {}};
+}
 consteval CommandRow S(CommandId id, uint8_t opcode, uint8_t number) {
     return {id, CommandForm::S, opcode, 1, {number}};
 }
@@ -201,10 +210,17 @@ static_assert(EveryRowStandsAtItsPlace(), "FindCommand goes by place");
 
 }  // namespace catalogue_rows
 
-// Null for an unknown id.
-constexpr const CommandRow* FindCatalogueRow(CommandId id) {
-    if (id < 0 || id > kLastCommandId || id == kMissingCommandId) return nullptr;
-    return &catalogue_rows::kRows[static_cast<size_t>(id > kMissingCommandId ? id - 1 : id)];
+inline constexpr size_t kNoPlace = catalogue_rows::kRows.size();
+
+// Where the setting's row stands; kNoPlace for an unknown id.
+constexpr size_t PlaceInCatalogue(CommandId id) {
+    if (id < 0 || id > kLastCommandId || id == kMissingCommandId) return kNoPlace;
+    return static_cast<size_t>(id > kMissingCommandId ? id - 1 : id);
+}
+
+// The row of a setting named in the code. Doesn't compile for an unknown id.
+consteval CommandRow CatalogueRow(CommandId id) {
+    return catalogue_rows::kRows.at(PlaceInCatalogue(id));
 }
 
 }  // namespace quillet

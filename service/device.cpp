@@ -1,1 +1,121 @@
-// Placeholder until the first implementation lands.
+#include "service/device.h"
+
+#include "foundation/log.h"
+#include "transport/comm_arbiter.h"
+
+namespace quillet {
+
+CDevice::CDevice() = default;
+
+CDevice::~CDevice() {
+    // Destroying any device ends logging for the whole process, until the next setLogLevel.
+    TheLog().Stop();
+}
+
+std::string CDevice::ClaimName() const {
+    return "\\\\.\\COM" + NumToString(m_ComPort.load());
+}
+
+bool CDevice::ClaimDevice(uint32_t timeoutMs) {
+    LogTrace trace("CDevice::ClaimDevice");
+    LogInfo("    | Timeout: ", timeoutMs);
+    if (m_Status.Has(StatusClaimed)) {
+        LogInfo("    | Device claimed already by this app.");
+        m_ResultCode = kResultSuccess;
+        return true;
+    }
+    const std::string name = ClaimName();
+    if (TheCommArbiter().IsClaimed(name)) {
+        m_ResultCode = kResultClaimed;
+        return false;
+    }
+    if (m_ClaimMutex.Name().empty() || !m_ClaimMutex.IsOpen()) {
+        m_ResultCode = kResultIllegal;
+        return false;
+    }
+    LogInfo("    | Create Mutex:   ", m_ClaimMutex.Name());
+    if (!m_ClaimMutex.Take(timeoutMs)) {
+        LogWarning("ClaimDevice: The device has already been claimed by another application.");
+        m_ResultCode = kResultClaimed;
+        return false;
+    }
+    TheCommArbiter().AddClaim(name);
+    m_Status.Set(StatusClaimed);
+    m_ResultCode = kResultSuccess;
+    LogInfo("    | Claimed the mutex that grants exclusive access.");
+    return true;
+}
+
+bool CDevice::ReleaseDevice() {
+    LogTrace trace("CDevice::ReleaseDevice");
+    if (!m_ClaimMutex.Release()) {
+        LogCritical("Error: ReleaseDevice: Failed to released mutex.");
+        m_ResultCode = kResultBusy;
+        return false;
+    }
+    LogInfo("    | Released the mutex that grants exclusive access.");
+    m_Status.Clear(StatusClaimed);
+    TheCommArbiter().RemoveClaim(ClaimName());
+    m_ResultCode = kResultSuccess;
+    return true;
+}
+
+void CDevice::DataEventEnable(bool enable) {
+    LogTrace trace("CDevice::DataEventEnable");
+    LogInfo(enable ? "    | Enable: True" : "    | Enable: False");
+    m_Status.Put(StatusDataEventEnabled, enable);
+    m_EventQueue.ChangeEnabledEvents(enable ? EventData : EventNone, enable ? EventNone : EventData);
+}
+
+bool CDevice::DeviceEventEnable(bool enable) {
+    LogTrace trace("CDevice::DeviceEventEnable");
+    LogInfo("    | Enable: ", enable);
+    m_Status.Put(StatusEnabled, enable);
+    EventEnable(&enable, &enable);
+    return true;
+}
+
+void CDevice::EventEnable(const bool* allowable, const bool* enabled) {
+    LogTrace trace("CDevice::EventEnable");
+    if (allowable != nullptr) {
+        LogInfo("    | in_Enable: ", *allowable);
+        m_EventQueue.SetAllowableEvents(*allowable ? EventAll : EventNone);
+        LogInfo(*allowable ? "    | Allowable Events: EventAll" : "    | Allowable Events: EventNone");
+    }
+    if (enabled == nullptr) return;
+    LogInfo("    | out_enable: ", *enabled);
+    if (!*enabled) {
+        m_EventQueue.SetEnabledEvents(EventNone);
+        LogInfo("    | Enabled Events: EventNone");
+        return;
+    }
+    // Data events only if the application has asked for them.
+    const uint32_t mask =
+        EventDirectIO | EventError | (m_Status.Has(StatusDataEventEnabled) ? EventData : EventNone);
+    m_EventQueue.SetEnabledEvents(static_cast<int32_t>(mask));
+    LogInfo("    | Enabled Events: ", mask);
+}
+
+void CDevice::OnFreezeEvents() {
+    LogTrace trace("CDevice::OnFreezeEvents");
+    if (m_Status.Has(StatusFreezeEvents | StatusCOFreeze)) return;
+    m_EventQueue.ChangeEnabledEvents(0, 0);  // only wakes the queue
+}
+
+void CDevice::ResetState() {
+    TheLog().SetFilePrefix("TovraQuillet");
+    m_State = StateClosed;
+    m_Status.Reset();
+    for (std::string* text : {&m_ModelNumber, &m_DeviceName, &m_DeviceDescription, &m_PortText, &m_DataBuffer,
+                              &m_ScanData, &m_DirectIORaw}) {
+        text->clear();
+    }
+    m_PowerNotify = 0;
+    m_PowerState = PowerUnknown;
+    m_ComPort = 0;
+    m_LinkType = LinkNone;
+    m_ClaimMutex.Close();
+    m_Parameters.Clear();
+}
+
+}  // namespace quillet

@@ -1,1 +1,260 @@
-// Placeholder until the first implementation lands.
+#include "transport/comm.h"
+
+#include <array>
+#include <exception>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "foundation/log.h"
+#include "foundation/text.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
+
+namespace quillet {
+namespace {
+
+constexpr std::array<const char*, 5> kDeviceTypeLabels = {"unknow", "Serial", "POSUSB", "USB", "Bluetooth"};
+constexpr uint32_t kPowerPollMs = 100;
+// Writes of this size and above are logged without their bytes.
+constexpr size_t kMaxLoggedWrite = 128;
+
+std::string DeviceTypeLabel(uint32_t deviceType) {
+    return deviceType < kDeviceTypeLabels.size() ? kDeviceTypeLabels[deviceType] : NumToString(deviceType);
+}
+
+std::string WithCode(const char* text, uint32_t code) {
+    return text + NumToString(code) + ")";
+}
+
+}  // namespace
+
+std::string FormatPortTag(const std::string& text) {
+    std::string tag = text;
+    std::erase_if(tag, [](char character) { return character == '\\' || character == '.'; });
+    return tag;
+}
+
+CComm::CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
+             DataCallback dataCallback)
+    : m_DeviceType(deviceType),
+      m_ComPort(comPort),
+      m_Params(std::move(params)),
+      m_Owner(owner),
+      m_DataCallback(dataCallback) {
+    m_Port.LinkType = linkType;
+    LogInfo("    | DeviceType:   ", DeviceTypeLabel(deviceType));
+}
+
+CComm::~CComm() {
+    LogTrace trace("CComm::~CComm");
+    Reset();
+}
+
+void CComm::EnableDevice() {
+    LogTrace trace("CComm::EnableDevice");
+    if (m_Enabled) return;
+    m_TerminateThread.Reset();
+    m_DeviceGone.Reset();
+    if (!m_ReadThread.joinable()) {
+        m_Running = true;  // not left to the thread: an order to end may come before it is scheduled
+        try {
+            m_ReadThread = platform::StartThread("quillet-read", [this] { RunReadThread(); });
+        } catch (const std::system_error& error) {
+            throw CommError(std::string("Unable to start the read thread: ") + error.what());
+        }
+    }
+    m_Enabled = true;
+}
+
+void CComm::DisableDevice() {
+    LogTrace trace("CComm::DisableDevice");
+    Reset();
+}
+
+bool CComm::OpenDevice(platform::Sharing sharing, uint32_t& error) {
+    platform::OpenResult opened = platform::TheDeviceAccess().Open(m_Port.DevicePath, sharing);
+    m_Handle = std::move(opened.file);
+    error = opened.error;
+    if (m_Handle == nullptr) m_PortName = "???";
+    return m_Handle != nullptr;
+}
+
+void CComm::Reset() {
+    LogTrace trace("CComm::Reset");
+    Close();
+}
+
+void CComm::Close() {
+    m_PowerState = PowerUnknown;
+    m_Enabled = false;
+    if (m_ReadThread.joinable()) {
+        LogInfo("    | About to ::SetEvent(m_TerminateThread)");
+        m_TerminateThread.Set();
+        LogInfo("    | About to call ::WaitForSingleObject(m_ReadThread, INFINITE);");
+        m_Running = false;
+        m_ReadThread.join();
+    }
+    if (!m_ReadyToReConnect) EndPowerThread();
+    m_Handle.reset();
+}
+
+void CComm::EndThreads() {
+    {
+        std::lock_guard lock(m_PowerThreadMutex);
+        m_PowerThreadBanned = true;
+    }
+    EndPowerThread();  // first: its callback may be about to enable this link
+    Close();
+}
+
+int32_t CComm::RunReadThread() {
+    LogInfo("RunReadThread starting...");
+    int32_t result = 1;
+    try {
+        ReadUntilTold();
+        result = 0;
+    } catch (const ZelmarError& error) {
+        LogCritical("Error: RunReadThread: ", error.what());
+    } catch (const std::exception& error) {
+        LogCritical("Error: read thread ended by an exception: ", error.what());
+    } catch (...) {
+        LogCritical("Error: read thread ended by an unknown exception");
+    }
+    LogInfo("    - About to exit RunReadThread");
+    return result;
+}
+
+void CComm::ReadUntilTold() {
+    const auto reader = m_Handle->NewReader();
+    std::vector<uint8_t> buffer(m_ReadSize);
+    LogInfo("    | About to entered RunReadThread loop");
+    while (m_Running) {
+        const uint32_t count = ReadOnce(*reader, buffer.data());
+        if (m_Running) Deliver(std::string(buffer.begin(), buffer.begin() + count));
+        platform::TheClock().SleepMs(0);
+    }
+}
+
+uint32_t CComm::ReadOnce(platform::DeviceReader& reader, uint8_t* buffer) {
+    const platform::IoStart start = reader.Start(buffer, m_ReadSize);
+    if (start.state == platform::IoState::Failed) {
+        throw CommError(WithCode("Error while reading data (Code:", start.error));
+    }
+    if (start.state == platform::IoState::Done) return start.count;
+    switch (reader.Wait(m_TerminateThread)) {
+        case platform::ReadWait::Finished: return FinishPendingRead(reader);
+        case platform::ReadWait::Stopped:
+            m_Running = false;
+            LogInfo("    | Signaled termination of RunReadThread loop");
+            return 0;
+        default:
+            m_Running = false;
+            throw CommError(WithCode("Error waiting on event (Code:", reader.LastError()));
+    }
+}
+
+uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
+    const platform::IoFinish finish = reader.Finish();
+    if (finish.ok) return finish.count;
+    m_ReadError = finish.error;
+    std::string nothing;
+    OnReadData(kFailedRead, nothing);
+    m_Running = false;
+    throw CommError(WithCode("Error while waiting for data (Code:", finish.error));
+}
+
+void CComm::Deliver(std::string block) {
+    if (!block.empty() && LogWanted(LLInfo)) {
+        const std::string port = "    - Port[" + FormatPortTag(m_PortName);
+        LogInfo(port + "]Read(Ascii): " + ToAsciiText(block));
+        LogInfo(port + "]Read(Hex): " + ToHexText(block));
+    }
+    if (OnReadData(kGoodRead, block) != kEndReading) return;
+    LogInfo("Auto disable is true so will exit read thread");
+    m_Running = false;
+}
+
+void CComm::WriteString(std::string bytes) {
+    LogInfo("WriteString");
+    LogInfo("    | DeviceType: ", m_DeviceType);
+    LogInfo("    | LinkType: ", m_Port.LinkType);
+    LogInfo("    | Length: ", static_cast<uint64_t>(bytes.size()));
+    if (bytes.size() < kMaxLoggedWrite) {
+        LogInfo("    | Data(Hex): ", HexOf{bytes});
+        LogInfo("    | Data(Ascii): ", AsciiOf{bytes});
+    }
+    if (bytes.empty()) return;
+    using Outcome = platform::WriteResult::Outcome;
+    // A link that waits for its device is closed, which is a write that fails at once.
+    platform::WriteResult written{Outcome::FailedAtOnce};
+    if (m_Handle != nullptr) written = m_Handle->Write(bytes, m_DeviceGone);
+    if (written.outcome == Outcome::FailedPending) {
+        throw CommError(WithCode("Error writing data (Code:", written.error) + ".");
+    }
+    LogInfo("    | WrittenBytes: ", written.count);
+}
+
+void CComm::StartPowerReporting() {
+    std::lock_guard lock(m_PowerThreadMutex);
+    if (m_PowerThread.joinable() || m_PowerThreadEnding || m_PowerThreadBanned) return;
+    m_PowerState = PowerOffOffline;  // unreported: an absent device is no news at the start
+    m_EndPower.Reset();
+    m_PowerRunning = true;
+    m_PowerThread = platform::StartThread("quillet-power", [this] { PowerReportingThread(); });
+}
+
+void CComm::StopPowerReporting() {
+    if (m_ReadyToReConnect) return;
+    std::lock_guard lock(m_PowerThreadMutex);
+    m_PowerRunning = false;
+    m_EndPower.Signal();
+}
+
+void CComm::EndPowerThread() {
+    std::thread ending;
+    {
+        std::lock_guard lock(m_PowerThreadMutex);
+        if (!m_PowerThread.joinable() || m_PowerThread.get_id() == std::this_thread::get_id()) return;
+        m_PowerRunning = false;
+        m_EndPower.Signal();
+        m_PowerThreadEnding = true;
+        ending = std::move(m_PowerThread);
+    }
+    ending.join();
+    std::lock_guard lock(m_PowerThreadMutex);
+    m_PowerThreadEnding = false;
+}
+
+int32_t CComm::PowerReportingThread() {
+    LogInfo("    | PowerReportingThread Start......");
+    while (m_PowerRunning) {
+        PollPower();
+        if (m_EndPower.TimedWait(kPowerPollMs) == OsEventFailed) platform::TheClock().SleepMs(kPowerPollMs);
+    }
+    LogInfo("    | PowerReportingThread Exit......");
+    return 0;
+}
+
+// A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never
+// come back.
+void CComm::PollPower() noexcept try {
+    const bool present = IsDevicePresent();
+    // A write that stalls on a device that is gone holds up every link: it ends here.
+    present ? m_DeviceGone.Reset() : m_DeviceGone.Set();
+    ReportPowerState(present ? PowerOnline : PowerOffOffline);
+} catch (const std::exception& error) {
+    LogCritical("Error: PowerReportingThread: ", error.what());
+    m_PowerState = PowerUnknown;  // so that the next pass reports again
+} catch (...) {
+    LogCritical("Error: PowerReportingThread: unknown exception");
+    m_PowerState = PowerUnknown;
+}
+
+// Stored before the call: the callback may reset this link, and what it leaves in m_PowerState must stand.
+void CComm::ReportPowerState(uint32_t state) {
+    if (m_PowerState.exchange(state) == state) return;
+    if (const PowerCallback callback = m_PowerCallback) callback(m_Owner, state);
+}
+
+}  // namespace quillet

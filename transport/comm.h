@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "foundation/parameter_list.h"
+#include "foundation/sync.h"
 #include "platform/device_access.h"
 #include "protocol/packet.h"
 #include "transport/comm_error.h"
@@ -39,9 +40,12 @@ using DataCallback = int32_t (*)(void* owner, std::string& block, uint32_t statu
 // A change of the power state, on the link's power thread.
 using PowerCallback = void (*)(void* owner, uint32_t powerState);
 
-// Threads: EnableDevice, Reset, WriteString and WritePacket are called by one thread at a time (the arbiter's lock sees to
-// it); the read thread and the power thread run beside them. Reset may run on the power thread while
-// m_ReadyToReConnect is set, and never on the read thread. The owner outlives the link.
+// The text without backslashes and points, as traces show a port: COM3 for \\.\COM3.
+std::string FormatPortTag(const std::string& text);
+
+// Threads: EnableDevice, Reset, WriteString and WritePacket are called by one thread at a time (the arbiter's
+// lock sees to it); the read thread and the power thread run beside them. Reset may run on the power thread
+// while m_ReadyToReConnect is set, and never on the read thread. The owner outlives the link.
 class CComm {
   public:
     CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
@@ -51,8 +55,8 @@ class CComm {
     CComm(const CComm&) = delete;
     CComm& operator=(const CComm&) = delete;
 
-    // Opens the device and starts the read thread; nothing if it is enabled already, also when the read thread has
-    // ended by itself. Throws CommError and leaves the link closed.
+    // Opens the device and starts the read thread; nothing if it is enabled already, also when the read
+    // thread has ended by itself. Throws CommError and leaves the link closed.
     virtual void EnableDevice();
     virtual void DisableDevice();
     // Writes one command. Throws CommError.
@@ -66,11 +70,12 @@ class CComm {
     virtual int32_t OnReadData(uint32_t status, std::string& block) = 0;
     virtual std::string GetLinkText() = 0;
 
-    // Closes everything that EnableDevice opened, joining the read thread; ends the power thread too unless the link
-    // waits for its device to come back.
+    // Closes everything that EnableDevice opened, joining the read thread; ends the power thread too unless
+    // the link waits for its device to come back.
     void Reset();
-    // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is gone.
-    // Throws CommError for a write that was under way and failed; one that is refused at once isn't reported.
+    // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is
+    // gone. Throws CommError for a write that was under way and failed; one that is refused at once isn't
+    // reported.
     void WriteString(std::string bytes);
 
     void SetPowerCallback(PowerCallback callback) { m_PowerCallback.store(callback); }
@@ -88,9 +93,15 @@ class CComm {
     const PortDescriptor& Port() const { return m_Port; }
     const void* Owner() const { return m_Owner; }
 
-  protected:
-    // Reset, and the end of the power thread in any case.
+    // Closes the device and ends both threads in any case, for good: no power reporting can be started any
+    // more. Not on a thread of this link.
     void EndThreads();
+    // Makes a write under way fail, from any thread.
+    void EndWrite() noexcept { m_DeviceGone.Set(); }
+
+  protected:
+    // Opens m_Port's device; on failure its code is in `error`, and the port's label is "???".
+    bool OpenDevice(platform::Sharing sharing, uint32_t& error);
 
     // Set by the constructors, constant afterwards.
     const uint32_t m_DeviceType;
@@ -105,13 +116,25 @@ class CComm {
     std::string m_PortName;  // label in traces
     std::unique_ptr<platform::DeviceFile> m_Handle;
 
+    uint32_t m_ReadError = 0;  // code of the last failed read; read thread alone
+
   private:
+    void Close();
+
     int32_t RunReadThread();
-    // ... private steps, see comm.cpp
+    void ReadUntilTold();
+    // Bytes of one read; nothing to deliver if m_Running is clear afterwards.
+    uint32_t ReadOnce(platform::DeviceReader& reader, uint8_t* buffer);
+    uint32_t FinishPendingRead(platform::DeviceReader& reader);
+    void Deliver(std::string block);
+
+    void PollPower() noexcept;
+    void EndPowerThread();
 
     platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
-    platform::StopSignal m_DeviceGone;       // ends a write under way; set by the power thread, fresh at each enabling
-    platform::StopSignal m_EndPower;         // ends the pause of the power thread
+    platform::StopSignal
+        m_DeviceGone;  // ends a write under way; follows what the power thread sees of the device
+    OsEvent m_EndPower{kManualResetEvent};  // ends the pause of the power thread
 
     // Single words shared by the threads.
     std::atomic<bool> m_Running{false};
@@ -122,8 +145,12 @@ class CComm {
     std::atomic<PowerCallback> m_PowerCallback{nullptr};
 
     std::thread m_ReadThread;  // touched by EnableDevice and Reset alone
-    std::mutex m_PowerThreadMutex;  // guards m_PowerThread, the object; never held while joining
+    // Guards the three below, and the order in which m_PowerRunning and m_EndPower are set and cleared; never
+    // held while joining.
+    std::mutex m_PowerThreadMutex;
     std::thread m_PowerThread;
+    bool m_PowerThreadEnding = false;  // being joined: the object is empty already, the thread not gone yet
+    bool m_PowerThreadBanned = false;  // the link is at its end
 };
 
 }  // namespace quillet

@@ -1,1 +1,261 @@
-// Placeholder until the first implementation lands.
+#include "transport/comm_arbiter.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+#include <utility>
+
+#include "foundation/log.h"
+#include "foundation/no_destroy.h"
+#include "foundation/text.h"
+#include "platform/clock.h"
+#include "transport/ibm_usb_comm.h"
+#include "transport/serial_comm.h"
+
+namespace quillet {
+namespace {
+
+// How often RemoveAll asks for the lock, breaking off the write that holds it each time.
+constexpr uint32_t kRetryLockMs = 5;
+
+bool IsSerial(uint32_t linkType) {
+    return linkType == LinkSerial || linkType == LinkVirtualSerial;
+}
+
+void LogKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    LogInfo("    | DeviceType:         ", deviceType);
+    LogInfo("    | LinkType:         ", linkType);
+    LogInfo("    | ComPort:            ", comPort);
+}
+
+}  // namespace
+
+int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    if (IsSerial(linkType)) return static_cast<int32_t>(comPort);
+    return deviceType < DeviceBluetooth ? static_cast<int32_t>(deviceType) + 128 : kNoDeviceKey;
+}
+
+std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                               std::string modelNumber, ParameterList params, void* owner,
+                                               DataCallback dataCallback) {
+    LogTrace trace("CCommArbiter::AddDevice");
+    std::lock_guard lock(mutex);
+    LogKey(deviceType, linkType, comPort);
+    if (devices.size() >= static_cast<size_t>(kMaxLinks)) return nullptr;
+    try {
+        if (std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+            LogInfo("Device already in use.");
+            link->EnableDevice();
+            return link;
+        }
+        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner,
+                            dataCallback);
+    } catch (const ZelmarError& error) {
+        throw ZelmarError(error.what(), error.Code());
+    }
+}
+
+std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                                  std::string modelNumber, const ParameterList& params,
+                                                  void* owner, DataCallback dataCallback) {
+    std::shared_ptr<CComm> link;
+    try {
+        link = MakeLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
+    } catch (const std::bad_alloc&) {
+        LogCritical("not enough memory...");
+        return nullptr;
+    }
+    link->EnableDevice();
+    if (link->IsEnabled()) devices.push_back(link);
+    return link;
+}
+
+std::shared_ptr<CComm> CCommArbiter::MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                              std::string modelNumber, const ParameterList& params,
+                                              void* owner, DataCallback dataCallback) {
+    if (IsSerial(linkType)) {
+        return std::make_shared<CSerialComm>(deviceType, linkType, comPort, params, owner, dataCallback);
+    }
+    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
+    if (key == kNoDeviceKey) {
+        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(key));
+    }
+    return std::make_shared<CIbmUsbComm>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber),
+                                         params, owner, dataCallback);
+}
+
+void CCommArbiter::RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    std::lock_guard lock(mutex);
+    LogTrace trace("CCommArbiter::RemoveDevice");
+    LogKey(deviceType, linkType, comPort);
+    const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort);
+    if (link == nullptr) {
+        LogWarning("No Find ComDevice...  ");
+        return;
+    }
+    link->Reset();
+    if (link->IsReadyToReConnect()) return;
+    const auto place = std::find(devices.begin(), devices.end(), link);
+    if (place != devices.end()) devices.erase(place);
+}
+
+std::shared_ptr<CComm> CCommArbiter::FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
+    if (key > kMaxLinks) return nullptr;
+    std::lock_guard lock(mutex);
+    const auto place = std::find_if(
+        devices.begin(), devices.end(),
+        [key](const std::shared_ptr<CComm>& link) { return static_cast<int32_t>(link->ComPort()) == key; });
+    if (place != devices.end()) return *place;
+    LogError("No Find ComDevice...");
+    return nullptr;
+}
+
+// Names the link that a write is under way on, for RemoveAll to break off.
+class CCommArbiter::WriteMark {
+  public:
+    WriteMark(CCommArbiter& arbiter, CComm& link) : m_Arbiter(arbiter) { Set(&link); }
+    ~WriteMark() { Set(nullptr); }
+    WriteMark(const WriteMark&) = delete;
+    WriteMark& operator=(const WriteMark&) = delete;
+
+  private:
+    void Set(CComm* link) {
+        std::lock_guard lock(m_Arbiter.m_WritingMutex);
+        m_Arbiter.m_Writing = link;
+    }
+
+    CCommArbiter& m_Arbiter;
+};
+
+void CCommArbiter::RunWrite(CComm& link, const std::function<void()>& write) try {
+    WriteMark mark(*this, link);
+    write();
+} catch (const ZelmarError& error) {
+    LogCritical("Error: WriteData", error.what());
+}
+
+std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    LogInfo("    | ComPort: ", comPort);
+    std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort);
+    if (link == nullptr) LogWarning("No Find ComDevice...  WriteData Failed!");
+    return link;
+}
+
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                CommandPacket& packet) {
+    LogInfo("try lock!!!!!!!!!!!!!!");
+    std::lock_guard lock(mutex);
+    LogTrace trace("CCommArbiter::WriteData");
+    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort);
+    if (link == nullptr) return kWriteNoLink;
+    RunWrite(*link, [&] { link->WritePacket(packet); });
+    return kWriteDone;
+}
+
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                std::string& bytes) {
+    LogInfo("try lock!!!!!!!!!!!!!!");
+    std::lock_guard lock(mutex);
+    LogTrace trace("CCommArbiter::WriteData");
+    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort);
+    if (link == nullptr) return kWriteDone;
+    if (link->Port().LinkType == LinkUsbHid) {
+        if (!CIbmUsbComm::CheckBlockSize(bytes)) return kWriteDone;
+        bytes = ToHidBlock(bytes);
+    }
+    RunWrite(*link, [&] { link->WriteString(bytes); });
+    return kWriteDone;
+}
+
+void CCommArbiter::setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready) {
+    LogTrace trace("CCommArbiter::setReadyToReConnect");
+    std::lock_guard lock(mutex);
+    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+        link->SetReadyToReConnect(ready);
+    } else {
+        LogWarning("Warning: No Find ComDevice...");
+    }
+}
+
+void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                       PowerCallback callback) {
+    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+        link->SetPowerCallback(callback);
+        link->StartPowerReporting();
+    } else {
+        LogWarning("No Find ComDevice... ");
+    }
+}
+
+void CCommArbiter::StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+        link->StopPowerReporting();
+    } else {
+        LogWarning("No Find ComDevice... ");
+    }
+}
+
+std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutLinksOf(const void* owner) {
+    std::lock_guard lock(mutex);
+    std::list<std::shared_ptr<CComm>> taken;
+    for (auto place = devices.begin(); place != devices.end();) {
+        const auto next = std::next(place);
+        if ((*place)->Owner() == owner) taken.splice(taken.end(), devices, place);
+        place = next;
+    }
+    return taken;
+}
+
+// Threads end without the lock, since a power thread may be waiting for it. What that thread adds before it
+// has ended is found by the next look.
+void CCommArbiter::RemoveLinksOf(const void* owner) {
+    for (auto links = TakeOutLinksOf(owner); !links.empty(); links = TakeOutLinksOf(owner)) {
+        for (const std::shared_ptr<CComm>& link : links) link->EndThreads();
+    }
+}
+
+void CCommArbiter::EndRunningWrite() {
+    std::lock_guard lock(m_WritingMutex);
+    if (m_Writing != nullptr) m_Writing->EndWrite();
+}
+
+// A host that ends while a device stalls a write mustn't wait for that device.
+std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutAll() {
+    std::unique_lock lock(mutex, std::try_to_lock);
+    while (!lock.owns_lock()) {
+        EndRunningWrite();
+        platform::TheClock().SleepMs(kRetryLockMs);
+        lock.try_lock();
+    }
+    return std::exchange(devices, {});
+}
+
+void CCommArbiter::RemoveAll() {
+    for (auto links = TakeOutAll(); !links.empty(); links = TakeOutAll()) {
+        for (const std::shared_ptr<CComm>& link : links) link->EndThreads();
+    }
+}
+
+bool CCommArbiter::IsClaimed(const std::string& name) {
+    std::lock_guard lock(m_ClaimsMutex);
+    return std::find(claimedNames.begin(), claimedNames.end(), name) != claimedNames.end();
+}
+
+void CCommArbiter::AddClaim(const std::string& name) {
+    std::lock_guard lock(m_ClaimsMutex);
+    claimedNames.push_back(name);
+}
+
+void CCommArbiter::RemoveClaim(const std::string& name) {
+    std::lock_guard lock(m_ClaimsMutex);
+    const auto place = std::find(claimedNames.begin(), claimedNames.end(), name);
+    if (place != claimedNames.end()) claimedNames.erase(place);
+}
+
+CCommArbiter& TheCommArbiter() noexcept {
+    static NoDestroy<CCommArbiter> arbiter;
+    return arbiter.Get();
+}
+
+}  // namespace quillet

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -15,25 +16,26 @@
 namespace quillet {
 
 // Results of writes, in the numbers of the public header.
-inline constexpr int32_t kWriteDone = 0;     // also for a write that failed inside the link
+inline constexpr int32_t kWriteDone = 0;  // also for a write that failed inside the link
 inline constexpr int32_t kWriteNoLink = 109;
 
 inline constexpr int32_t kNoDeviceKey = 255;
 inline constexpr int32_t kMaxLinks = 132;
 
-// Number under which a link is listed: the port number of a serial link; one number for every USB link of a device
-// type; kNoDeviceKey if none can be made.
+// Number under which a link is listed: the port number of a serial link; one number for every USB link of a
+// device type; kNoDeviceKey if none can be made.
 int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
-// Threads: any thread but a link's read thread. The lock is held across every open, close and write of a link, so a device
-// that stalls a write holds up all of them until it goes on or goes away.
+// Threads: any thread but a link's read thread. The lock is held across every open, close and write of a
+// link, so a device that stalls a write holds up all of them until it goes on or goes away.
 class CCommArbiter {
   public:
-    // The open link of the key: made and opened, or the listed one, which keeps the callback, owner and parameters
-    // that it was made with. Empty if there are 132 links. Throws ZelmarError if the device won't open, and
-    // mylib::StringError for line settings that are no numbers.
-    std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
-                                     ParameterList params, void* owner, DataCallback dataCallback);
+    // The open link of the key: made and opened, or the listed one, which keeps the callback, owner and
+    // parameters that it was made with. Empty if there are 132 links. Throws ZelmarError if the device won't
+    // open, and mylib::StringError for line settings that are no numbers.
+    std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                     std::string modelNumber, ParameterList params, void* owner,
+                                     DataCallback dataCallback);
     // Closes the link for everybody; it stays listed if it waits for its device to come back.
     void RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
     // Keys above 132 are never found.
@@ -41,16 +43,17 @@ class CCommArbiter {
 
     // kWriteDone or kWriteNoLink.
     int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, CommandPacket& packet);
-    // Always kWriteDone. On a USB link the caller's bytes are replaced by the block that carries them; bytes that
-    // don't fit a block aren't written.
+    // Always kWriteDone. On a USB link the caller's bytes are replaced by the block that carries them; bytes
+    // that don't fit a block aren't written.
     int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string& bytes);
 
     void setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready);
-    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback callback);
+    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                             PowerCallback callback);
     void StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
-    // Takes out every link of an owner that is about to go, whatever its key and state: closed, both threads joined,
-    // not listed any more. Not on a thread of such a link.
+    // Takes out every link of an owner that is about to go, whatever its key and state: closed, both threads
+    // joined, not listed any more. Not on a thread of such a link.
     void RemoveLinksOf(const void* owner);
     // The same for all links, at the library's end. The links are stopped without the lock.
     void RemoveAll();
@@ -60,9 +63,27 @@ class CCommArbiter {
     void RemoveClaim(const std::string& name);
 
   private:
+    std::shared_ptr<CComm> MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                    std::string modelNumber, const ParameterList& params, void* owner,
+                                    DataCallback dataCallback);
+    std::shared_ptr<CComm> AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                        std::string modelNumber, const ParameterList& params, void* owner,
+                                        DataCallback dataCallback);
+    std::list<std::shared_ptr<CComm>> TakeOutLinksOf(const void* owner);
+    std::shared_ptr<CComm> FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
+    class WriteMark;
+    // A failure shows in the log alone.
+    void RunWrite(CComm& link, const std::function<void()>& write);
+    void EndRunningWrite();
+    // All links, unlisted; breaks off a write that holds the lock.
+    std::list<std::shared_ptr<CComm>> TakeOutAll();
+
     std::recursive_mutex mutex;  // guards `devices`, and serialises all use of links
     std::list<std::shared_ptr<CComm>> devices;
-    std::mutex m_ClaimsMutex;  // guards `claimedNames`; nothing else is taken inside it
+    std::mutex
+        m_WritingMutex;  // guards m_Writing and keeps the link alive for who looks; taken inside `mutex` too
+    CComm* m_Writing = nullptr;  // the link that a write is under way on
+    std::mutex m_ClaimsMutex;    // guards `claimedNames`; nothing else is taken inside it
     std::vector<std::string> claimedNames;
 };
 

@@ -1,1 +1,68 @@
-// Placeholder until the first implementation lands.
+#include "transport/ibm_usb_comm.h"
+
+#include <utility>
+#include <vector>
+
+#include "foundation/log.h"
+#include "foundation/text.h"
+
+namespace quillet {
+
+CIbmUsbComm::CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber,
+                         const ParameterList& params, void* owner, DataCallback dataCallback)
+    : CComm(deviceType, LinkUsbHid, key, params, owner, dataCallback), m_ModelNumber(std::move(modelNumber)) {
+    LogInfo("    | ModelNumber:  ", m_ModelNumber);
+    std::vector<PortDescriptor> found = DiscoveredHidScanners();
+    if (!found.empty()) m_Port = std::move(found.front());
+    m_ReadSize = kHidBlockSize;
+}
+
+CIbmUsbComm::~CIbmUsbComm() {
+    EndThreads();
+}
+
+void CIbmUsbComm::EnableDevice() try {
+    if (IsEnabled()) return;
+    LogInfo("EnableDevice");
+    uint32_t error = 0;
+    if (!OpenDevice(platform::Sharing::Shared, error)) {
+        throw IbmUsbCommError("Unable to open USB device (Code:" + NumToString(error) + ").");
+    }
+    LogInfo("    | Opened IBM USB Port");
+    m_PortName = m_ModelNumber;
+    CComm::EnableDevice();
+} catch (...) {
+    Reset();
+    throw;
+}
+
+bool CIbmUsbComm::CheckBlockSize(const std::string& wireBytes) {
+    if (FitsHidBlock(wireBytes)) return true;
+    LogCritical("Error: a USB block has no room for a command of this size: ",
+                static_cast<uint64_t>(wireBytes.size()));
+    return false;
+}
+
+void CIbmUsbComm::WritePacket(CommandPacket& packet) {
+    const std::string wireBytes = ToWireBytes(packet);
+    if (CheckBlockSize(wireBytes)) WriteString(ToHidBlock(wireBytes));
+}
+
+void CIbmUsbComm::AcceptText(std::string) {}
+
+bool CIbmUsbComm::IsDevicePresent() {
+    return !DiscoveredHidScanners().empty();
+}
+
+int32_t CIbmUsbComm::OnReadData(uint32_t status, std::string& block) {
+    const int32_t result = m_DataCallback == nullptr ? 0 : m_DataCallback(m_Owner, block, status);
+    if (status == kGoodRead) return result;
+    if (m_DeviceType != DevicePosUsb && m_DeviceType != DeviceUsb) {
+        throw IbmUsbCommError("Error while waiting for data (Code:" + NumToString(m_ReadError) + ").",
+                              m_ReadError);
+    }
+    LogInfo("Error: RunReadThread: failed while waiting for data; will attempt to reconnect");
+    return result;
+}
+
+}  // namespace quillet

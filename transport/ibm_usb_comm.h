@@ -10,9 +10,10 @@ namespace quillet {
 
 class CIbmUsbComm : public CComm {
   public:
-    // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening fails.
-    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
-                DataCallback dataCallback);
+    // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening
+    // fails.
+    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params,
+                void* owner, DataCallback dataCallback);
     ~CIbmUsbComm() override;
 
     // Throws IbmUsbCommError.
@@ -23,6 +24,9 @@ class CIbmUsbComm : public CComm {
     bool IsDevicePresent() override;
     int32_t OnReadData(uint32_t status, std::string& block) override;
     std::string GetLinkText() override { return "USB"; }
+
+    // False, with one line in the log, for a wire form that has no room in a block.
+    static bool CheckBlockSize(const std::string& wireBytes);
 
   private:
     const std::string m_ModelNumber;

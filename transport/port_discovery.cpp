@@ -1,1 +1,209 @@
-// Placeholder until the first implementation lands.
+#include "transport/port_discovery.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "foundation/format.h"
+#include "foundation/text.h"
+#include "platform/device_tree.h"
+
+namespace quillet {
+namespace {
+
+using platform::DeviceClass;
+using platform::DeviceProperty;
+using platform::DeviceSet;
+using platform::InterfaceStep;
+using platform::KeyValue;
+
+// A port that stands in several classes is taken from the first.
+constexpr std::array kSerialClasses = {DeviceClass::Ports, DeviceClass::Modem, DeviceClass::ComPortInterface,
+                                       DeviceClass::ModemInterface};
+
+constexpr std::string_view kUsbPrefix = "USB\\";
+
+std::string ComName(uint32_t number) {
+    return Format("COM%d", number);
+}
+
+std::string ReadPortName(DeviceSet& set) {
+    for (const char* valueName : {"PortName", "PortNumber"}) {
+        KeyValue value = set.ReadKeyValue(valueName);
+        if (value.kind == KeyValue::Kind::Number) return ComName(value.number);
+        if (value.kind == KeyValue::Kind::Text && !value.text.empty()) return std::move(value.text);
+    }
+    return {};
+}
+
+std::string ReadPortSerial(DeviceSet& set, const PortDescriptor& port) {
+    std::string serial = ExtractPortSerial(port.InstanceId);
+    if (serial.empty()) serial = ExtractPortSerial(ToUpperAscii(set.ParentId()));
+    if (serial.empty() && port.PortName.size() > 3) serial = port.PortName.substr(3);
+    return serial;
+}
+
+PortDescriptor DescribePort(DeviceSet& set, std::string name) {
+    PortDescriptor port;
+    port.DevicePath = name.starts_with("COM") ? "\\\\.\\" + name : name;
+    port.PortName = std::move(name);
+    port.Description = set.ReadProperty(DeviceProperty::Description);
+    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
+    port.InstanceId = ToUpperAscii(set.DeviceId());
+    port.LinkType = port.InstanceId.starts_with(kUsbPrefix) ? LinkVirtualSerial : LinkSerial;
+    port.PortSerial = ReadPortSerial(set, port);
+    ParseUsbId(port.InstanceId, port);
+    return port;
+}
+
+bool HasPort(const std::vector<PortDescriptor>& ports, const std::string& name) {
+    return std::any_of(ports.begin(), ports.end(),
+                       [&](const PortDescriptor& port) { return port.PortName == name; });
+}
+
+// All ports, or the one of a name. A name costs one look and everything else about a port several, so the
+// question comes before them.
+std::vector<PortDescriptor> GatherPorts(const std::string* onlyName) {
+    std::vector<PortDescriptor> ports;
+    for (const DeviceClass deviceClass : kSerialClasses) {
+        const auto set = platform::TheDeviceTree().OpenSet(deviceClass);
+        if (set == nullptr) break;
+        for (size_t index = 0; set->SelectDevice(index); ++index) {
+            std::string name = ReadPortName(*set);
+            // Parallel ports share the class of the serial ones.
+            if (name.empty() || name.find("LPT") != std::string::npos || HasPort(ports, name)) continue;
+            if (onlyName != nullptr && name != *onlyName) continue;
+            ports.push_back(DescribePort(*set, std::move(name)));
+            if (onlyName != nullptr) return ports;
+        }
+    }
+    return ports;
+}
+
+PortDescriptor DescribeHid(DeviceSet& set, std::string path, const std::string& id) {
+    PortDescriptor port;
+    port.DevicePath = std::move(path);
+    port.LinkType = LinkUsbHid;
+    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
+    port.Description = set.ReadProperty(DeviceProperty::Description);
+    port.PortSerial = id.substr(id.rfind('\\') + 1);  // the whole id if it has no backslash
+    ParseUsbId(id, port);
+    return port;
+}
+
+bool SameHid(const PortDescriptor& left, const PortDescriptor& right) {
+    return left.DevicePath == right.DevicePath && left.VendorId == right.VendorId &&
+           left.ProductId == right.ProductId;
+}
+
+void AddHid(DeviceSet& set, std::vector<PortDescriptor>& ports) {
+    std::string path, id;
+    if (!set.InterfacePath(path) || !set.InterfaceDeviceId(id)) return;
+    PortDescriptor port = DescribeHid(set, std::move(path), ToUpperAscii(std::move(id)));
+    const auto same = [&](const PortDescriptor& other) { return SameHid(port, other); };
+    if (std::none_of(ports.begin(), ports.end(), same)) ports.push_back(std::move(port));
+}
+
+int HexDigit(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    return -1;
+}
+
+struct TagNumber {
+    bool found;
+    uint16_t number;
+};
+
+// The up to four hexadecimal digits behind the first of the two tags that the id has.
+TagNumber NumberBehind(std::string_view id, std::string_view tag, std::string_view otherTag) {
+    size_t at = id.find(tag);
+    if (at == std::string_view::npos) at = id.find(otherTag);
+    if (at == std::string_view::npos) return {false, 0};
+    unsigned number = 0;
+    for (const char character : id.substr(at + tag.size(), 4)) {  // both tags have the same size
+        const int digit = HexDigit(character);
+        if (digit < 0) break;
+        number = number * 16 + static_cast<unsigned>(digit);
+    }
+    return {true, static_cast<uint16_t>(number)};
+}
+
+std::string ExtractUsbPortSerial(const std::string& id) {
+    const size_t plus = id.rfind('+');
+    if (plus == std::string::npos) return {};
+    const size_t end = id.find('\\', plus);
+    return end == std::string::npos ? std::string{} : id.substr(plus + 1, end - plus - 1);
+}
+
+}  // namespace
+
+// An ordinary USB id has no "+" and gives nothing, whatever serial number it ends in: the digits of the
+// port's name then stand for the port.
+std::string ExtractPortSerial(const std::string& instanceId) {
+    if (instanceId.starts_with(kUsbPrefix)) return ExtractUsbPortSerial(instanceId);
+    const size_t begin = instanceId.rfind('\\') + 1;
+    size_t end = instanceId.size();
+    const size_t underscore = instanceId.find('_', begin);
+    if (underscore != std::string::npos && underscore + 3 == end) end = underscore;
+    const std::string serial = instanceId.substr(begin, end - begin);
+    return serial.find('&') == std::string::npos ? serial : std::string{};
+}
+
+void ParseUsbId(const std::string& instanceId, PortDescriptor& port) {
+    const TagNumber vendor = NumberBehind(instanceId, "VID_", "VEN_");
+    const TagNumber product = NumberBehind(instanceId, "PID_", "DEV_");
+    port.VendorIdFound = vendor.found;
+    port.VendorId = vendor.number;
+    port.ProductIdFound = product.found;
+    port.ProductId = product.number;
+}
+
+std::vector<PortDescriptor> ListSerialPorts() {
+    return GatherPorts(nullptr);
+}
+
+std::vector<PortDescriptor> FindSerialPort(uint32_t number) {
+    const std::string name = ComName(number);
+    return GatherPorts(&name);
+}
+
+// Devices and interfaces are walked side by side with one index. Where a device has several interfaces the
+// two lists shift against each other, which the comparison of paths makes good.
+std::vector<PortDescriptor> ListHidDevices() {
+    std::vector<PortDescriptor> ports;
+    const auto set = platform::TheDeviceTree().OpenSet(DeviceClass::HidInterface);
+    if (set == nullptr) return ports;
+    for (size_t index = 0; set->SelectDevice(index); ++index) {
+        const InterfaceStep step = set->SelectInterface(index);
+        if (step == InterfaceStep::End) break;
+        if (step == InterfaceStep::Selected) AddHid(*set, ports);
+    }
+    return ports;
+}
+
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor,
+                                          uint16_t product) {
+    std::erase_if(ports, [=](const PortDescriptor& port) {
+        return port.VendorId != vendor || port.ProductId != product;
+    });
+    return ports;
+}
+
+std::vector<PortDescriptor> DiscoveredHidScanners() {
+    constexpr UsbId id = ScannerUsbIds::HidDevice;
+    return FilterByUsbId(ListHidDevices(), id.vendor, id.product);
+}
+
+DiscoveredLists DiscoveredPorts() {
+    constexpr UsbId id = ScannerUsbIds::VirtualSerialPort;
+    DiscoveredLists lists;
+    lists.serial = FilterByUsbId(ListSerialPorts(), id.vendor, id.product);
+    lists.usb = DiscoveredHidScanners();
+    return lists;
+}
+
+}  // namespace quillet

@@ -1,5 +1,5 @@
-// Which ports and HID devices the machine has, and which of them are scanners of this family. Every call asks the
-// system afresh, opens no device, logs nothing and raises nothing; any thread may call.
+// Which ports and HID devices the machine has, and which of them are scanners of this family. Every call asks
+// the system afresh, opens no device, logs nothing and raises nothing; any thread may call.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ struct PortDescriptor {
     uint32_t LinkType = LinkNone;
     uint16_t VendorId = 0;
     uint16_t ProductId = 0;
-    bool VendorIdFound = false;   // the instance ID has a vendor tag, whether or not its digits are good
+    bool VendorIdFound = false;  // the instance ID has a vendor tag, whether or not its digits are good
     bool ProductIdFound = false;
 };
 
@@ -51,9 +51,12 @@ struct DiscoveredLists {
 std::vector<PortDescriptor> ListSerialPorts();
 std::vector<PortDescriptor> ListHidDevices();
 // Those whose vendor and product both match, in order.
-std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product);
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor,
+                                          uint16_t product);
 // The scanners: as virtual serial ports, and as HID devices.
 DiscoveredLists DiscoveredPorts();
+// The HID half of it, for whoever asks often.
+std::vector<PortDescriptor> DiscoveredHidScanners();
 // The ports named COM<number>.
 std::vector<PortDescriptor> FindSerialPort(uint32_t number);
 

@@ -1,1 +1,159 @@
-// Placeholder until the first implementation lands.
+#include "transport/serial_comm.h"
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "foundation/format.h"
+#include "foundation/log.h"
+#include "foundation/text.h"
+#include "platform/clock.h"
+
+namespace quillet {
+namespace {
+
+constexpr uint32_t kPauseBeforeOpenMs = 25;
+// This much quiet after its last byte ends a burst, which is what one read gives.
+constexpr uint32_t kReadIntervalMs = 25;
+
+constexpr std::array<const char*, 5> kParityLabels = {"None", "Odd", "Even", "Mark", "Space"};
+constexpr std::array<const char*, 5> kParityLetters = {"n", "o", "e", "m", "s"};
+constexpr std::array<const char*, 3> kStopBitsLabels = {"1", "1.5", "2"};
+constexpr std::array<const char*, 4> kControlLabels = {"DISABLE", "ENABLE", "HANDSHAKE", "TOGGLE"};
+
+std::string LabelOf(int32_t code, std::span<const char* const> labels) {
+    const bool known = code >= 0 && static_cast<size_t>(code) < labels.size();
+    return known ? labels[static_cast<size_t>(code)] : NumToString(code);
+}
+
+// Toward zero; a number that has no room becomes the nearest that has.
+int32_t Truncate(double number) {
+    if (std::isnan(number)) return 0;
+    if (number <= std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+    if (number >= std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+    return static_cast<int32_t>(number);
+}
+
+void Check(uint32_t error, const char* text) {
+    if (error != 0) throw SerialCommError(text + NumToString(error) + ").");
+}
+
+char FlowLetter(bool dsr, bool cts) {
+    if (dsr) return cts ? 'p' : 'd';
+    return cts ? 'c' : 'n';
+}
+
+}  // namespace
+
+CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                         const ParameterList& params, void* owner, DataCallback dataCallback)
+    : CComm(deviceType, linkType, comPort, params, owner, dataCallback),
+      m_PortNumber(static_cast<int32_t>(comPort)) {
+    std::vector<PortDescriptor> found = FindSerialPort(comPort);
+    if (!found.empty()) m_Port = std::move(found.front());
+    m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
+}
+
+CSerialComm::~CSerialComm() {
+    EndThreads();
+}
+
+void CSerialComm::EnableDevice() try {
+    if (IsEnabled()) return;
+    platform::TheClock().SleepMs(kPauseBeforeOpenMs);
+    OpenPort();
+    LoadSettings();
+    ApplySettings();
+    LogSettings();
+    SetTimeouts();
+    CComm::EnableDevice();
+} catch (...) {
+    Reset();
+    throw;
+}
+
+void CSerialComm::OpenPort() {
+    LogInfo("EnableDevice");
+    LogInfo("    | TargetName: ", m_Port.DevicePath);
+    uint32_t error = 0;
+    if (!OpenDevice(platform::Sharing::Exclusive, error)) {
+        throw SerialCommError("Unable to open COM port (Code:" + NumToString(error) + ").");
+    }
+    m_PortName = m_Port.DevicePath;
+    LogInfo("    | Opened COM Port");
+}
+
+void CSerialComm::LoadSettings() {
+    m_BaudRate = Truncate(m_Params.GetNumber("baudrate", 9600.0));
+    m_ByteSize = Truncate(m_Params.GetNumber("bytesize", 8.0));
+    m_Parity = Truncate(m_Params.GetNumber("parity", 0.0));
+    m_StopBits = Truncate(m_Params.GetNumber("stopbits", 0.0));
+}
+
+void CSerialComm::ApplySettings() {
+    platform::SerialSettings settings;
+    Check(m_Handle->GetSerialSettings(settings), "Unable to retrieve COM port settings (Code:");
+    LogInfo("    | Retrieved COM Port settings");
+    settings.baudRate = static_cast<uint32_t>(m_BaudRate);
+    settings.byteSize = static_cast<uint8_t>(m_ByteSize);
+    settings.parity = static_cast<uint8_t>(m_Parity);
+    settings.stopBits = static_cast<uint8_t>(m_StopBits);
+    settings.ctsOutputFlow = m_OutxCtsFlow != 0;
+    settings.dsrOutputFlow = m_OutxDsrFlow != 0;
+    settings.dtrControl = static_cast<uint8_t>(m_DtrControl);
+    settings.rtsControl = static_cast<uint8_t>(m_RtsControl);
+    settings.dsrSensitivity = false;
+    settings.softwareFlowOut = false;
+    settings.softwareFlowIn = false;
+    settings.discardNulls = false;
+    Check(m_Handle->SetSerialSettings(settings), "Unable to update COM port settings (Code:");
+}
+
+void CSerialComm::LogSettings() const {
+    if (!LogWanted(LLInfo)) return;
+    LogInfo("    | ================= Serial Cfg\t=================\t\t");
+    LogInfo("    | BaudRate\t\t\t", m_BaudRate);
+    LogInfo("    | ByteSize\t\t\t", m_ByteSize);
+    LogInfo("    | Parity\t\t\t", LabelOf(m_Parity, kParityLabels));
+    LogInfo("    | StopBits\t\t\t", LabelOf(m_StopBits, kStopBitsLabels));
+    LogInfo("    | fOutxCtsFlow     ", m_OutxCtsFlow);
+    LogInfo("    | fOutxDsrFlow     ", m_OutxDsrFlow);
+    LogInfo("    | fRtsControl      ", LabelOf(m_RtsControl, kControlLabels));
+    LogInfo("    | fDtrControl      ", LabelOf(m_DtrControl, kControlLabels));
+    LogInfo("    | ================= Serial Cfg\tEnd =================\t\t");
+}
+
+void CSerialComm::SetTimeouts() {
+    platform::SerialTimeouts timeouts;
+    timeouts.readIntervalMs = kReadIntervalMs;
+    Check(m_Handle->SetSerialTimeouts(timeouts), "Unable to set timeouts on the COM port (Code:");
+    LogInfo("    | Set COM Port timeouts");
+}
+
+void CSerialComm::WritePacket(CommandPacket& packet) {
+    WriteString(ToWireBytes(packet));
+}
+
+void CSerialComm::AcceptText(std::string) {}
+
+bool CSerialComm::IsDevicePresent() {
+    return !FindSerialPort(m_ComPort).empty();
+}
+
+int32_t CSerialComm::OnReadData(uint32_t status, std::string& block) {
+    return m_DataCallback == nullptr ? kKeepReading : m_DataCallback(m_Owner, block, status);
+}
+
+std::string CSerialComm::GetLinkText() {
+    LoadSettings();
+    const char flow = FlowLetter(m_OutxDsrFlow == 1, m_OutxCtsFlow == 1);
+    return Format("COM%d,%d,%c,%s,%d,%c", m_PortNumber, m_BaudRate, LabelOf(m_Parity, kParityLetters),
+                  m_ByteSize, LabelOf(m_StopBits, kStopBitsLabels), flow);
+}
+
+}  // namespace quillet

@@ -11,8 +11,8 @@ namespace quillet {
 class CSerialComm : public CComm {
   public:
     // A port that discovery doesn't know is tried all the same.
-    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
-                DataCallback dataCallback);
+    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
+                void* owner, DataCallback dataCallback);
     ~CSerialComm() override;
 
     // Throws SerialCommError, and mylib::StringError for a line setting that is no number.
@@ -26,8 +26,11 @@ class CSerialComm : public CComm {
     std::string GetLinkText() override;
 
   private:
+    void OpenPort();
     void LoadSettings();
-    // ... private steps
+    void ApplySettings();
+    void LogSettings() const;
+    void SetTimeouts();
 
     const int32_t m_PortNumber;
     // In the numbering of the Windows DCB.

@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
+#include <quillet/quillet.h>
+
 #include "api/settings/parameters.h"
 #include "foundation/text.h"
 #include "protocol/catalogue.h"
 #include "protocol/packet.h"
-
-#include <quillet/quillet.h>
 
 namespace quillet {
 namespace {
@@ -25,7 +25,8 @@ ResultCode StoreCode(std::string_view code, int32_t bufferSize, uint8_t* buffer,
     return ResultSuccess;
 }
 
-// Empty if the setting has no command. Reads two bytes of the value for the forms P and H, one for the others.
+// Empty if the setting has no command. Reads two bytes of the value for the forms P and H, one for the
+// others.
 std::string CodeParameters(const CommandRow& row, const uint8_t* value) noexcept {
     switch (row.form) {
         case CommandForm::V:
@@ -43,10 +44,12 @@ std::string CodeParameters(const CommandRow& row, const uint8_t* value) noexcept
 }
 
 // A token counts by its first byte alone. An empty one is 0, which the text couldn't hold otherwise.
-char FirstByte(const std::string& token) { return token.empty() ? '\0' : token.front(); }
+char FirstByte(const std::string& token) {
+    return token.empty() ? '\0' : token.front();
+}
 
-// Appends the item for "<id> <value>[ <second value>]". False if the piece has too few tokens or names no setting
-// that an item can carry. Unlike a code for a single setting, an item leaves spaces alone.
+// Appends the item for "<id> <value>[ <second value>]". False if the piece has too few tokens or names no
+// setting that an item can carry. Unlike a code for a single setting, an item leaves spaces alone.
 bool AppendItem(const std::string& piece, std::string& items) {
     const std::vector<std::string> tokens = Split(piece, ' ');
     if (tokens.size() < 2) return false;

@@ -2,11 +2,11 @@
 #include <string>
 #include <utility>
 
+#include <quillet/quillet.h>
+
 #include "api/handle_calls.h"
 #include "api/settings/parameters.h"
 #include "protocol/catalogue_table.h"
-
-#include <quillet/quillet.h>
 
 namespace quillet {
 namespace {
@@ -17,7 +17,9 @@ constexpr int32_t kHighestHidForm = 7;
 // Numbers of the characters to be replaced and their replacements, all under kOutputOption.
 enum ReplacementNumber : char { kReplacement1 = 0x0B, kReplacement2, kReplacement3, kReplacement4 };
 
-consteval uint8_t OpcodeOf(CommandId id) { return FindCatalogueRow(id)->opcode; }
+consteval uint8_t OpcodeOf(CommandId id) {
+    return CatalogueRow(id).opcode;
+}
 
 ResultCode Send(ScannerHandle handle, uint8_t opcode, std::string parameters) noexcept {
     if (handle == nullptr) return ResultBadArgument;
@@ -38,7 +40,9 @@ ResultCode SendHidForm(ScannerHandle handle, CommandId id, int32_t form, int8_t 
     return ResultSuccess;
 }
 
-constexpr bool IsByte(int32_t value) { return value >= 0 && value <= 255; }
+constexpr bool IsByte(int32_t value) {
+    return value >= 0 && value <= 255;
+}
 
 }  // namespace
 }  // namespace quillet

@@ -7,10 +7,12 @@
 namespace quillet {
 namespace {
 
-constexpr size_t kLongestParameters = 6;
-static_assert(std::string().capacity() >= kLongestParameters, "parameters must not need the heap");
+// Only a string that keeps short texts in itself is that large; the longest parameters are six bytes.
+static_assert(sizeof(std::string) >= 3 * sizeof(void*), "parameters must not need the heap");
 
-constexpr uint8_t SpaceReplaced(uint8_t character) { return character == 0x20 ? 0x7F : character; }
+constexpr uint8_t SpaceReplaced(uint8_t character) {
+    return character == 0x20 ? 0x7F : character;
+}
 
 }  // namespace
 

@@ -1,15 +1,15 @@
 // The tables of setting calls: what a row is made of, and the rows for whoever wants to walk over them.
 //
-// The rows stand in truth_settings.inc, choice_settings.inc and number_settings.inc. Each makes one exported function
-// in settings.cpp, whose prototype stands in the public header.
+// The rows stand in truth_settings.inc, choice_settings.inc and number_settings.inc. Each makes one exported
+// function in settings.cpp, whose prototype stands in the public header.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
-#include "protocol/catalogue_table.h"
-
 #include <quillet/quillet.h>
+
+#include "protocol/catalogue_table.h"
 
 namespace quillet {
 
@@ -20,18 +20,20 @@ struct SettingCommand {
     bool resultIgnored = false;  // the call gives 0 whatever became of the sending
 };
 
-// The setting of that number in the catalogue. Doesn't compile if there is none, or none that a value byte sets.
+// The setting of that number in the catalogue. Doesn't compile if there is none, or none that a value byte
+// sets.
 consteval SettingCommand Id(CommandId id) {
-    const CommandRow* row = FindCatalogueRow(id);
-    if (row == nullptr) throw "no such setting";
-    if (row->form != CommandForm::V && row->form != CommandForm::S && row->form != CommandForm::L) {
+    const CommandRow row = CatalogueRow(id);
+    if (row.form != CommandForm::V && row.form != CommandForm::S && row.form != CommandForm::L) {
         throw "not set by a value byte";
     }
-    return {*row};
+    return {row};
 }
 
 // A setting that the catalogue doesn't list: it can be sent, but neither queried nor put into a setting code.
-consteval SettingCommand Unlisted(uint8_t opcode) { return {{-1, CommandForm::V, opcode, 0, {}}}; }
+consteval SettingCommand Unlisted(uint8_t opcode) {
+    return {{-1, CommandForm::V, opcode, 0, {}}};
+}
 consteval SettingCommand Unlisted(uint8_t opcode, uint8_t number) {
     return {{-1, CommandForm::S, opcode, 1, {number}}};
 }

@@ -1,5 +1,3 @@
-#include "api/settings/setting_rows.h"
-
 #include <algorithm>
 #include <string>
 #include <type_traits>
@@ -7,6 +5,7 @@
 
 #include "api/handle_calls.h"
 #include "api/settings/parameters.h"
+#include "api/settings/setting_rows.h"
 
 namespace quillet {
 namespace {
@@ -34,10 +33,16 @@ ResultCode SetChoice(ScannerHandle handle, const SettingCommand& command, std::s
 
 using ByteOf = uint8_t (*)(int32_t value);
 
-constexpr uint8_t AsItIs(int32_t value) { return static_cast<uint8_t>(value); }
-constexpr uint8_t InHundreds(int32_t value) { return static_cast<uint8_t>(value / 100); }
+constexpr uint8_t AsItIs(int32_t value) {
+    return static_cast<uint8_t>(value);
+}
+constexpr uint8_t InHundreds(int32_t value) {
+    return static_cast<uint8_t>(value / 100);
+}
 // Modulo 256, so that 0 counts as 256.
-constexpr uint8_t LessOne(int32_t value) { return static_cast<uint8_t>(value - 1); }
+constexpr uint8_t LessOne(int32_t value) {
+    return static_cast<uint8_t>(value - 1);
+}
 
 ResultCode SetNumber(ScannerHandle handle, const SettingCommand& command, int32_t lowest, int32_t highest,
                      ByteOf byteOf, int32_t value) noexcept {
@@ -64,22 +69,22 @@ extern "C" {
 #include "api/settings/truth_settings.inc"
 #undef TRUTH
 
-#define CHOICE(call, command, ...)                           \
-    QUILLET_DECLARED(call, int32_t);                         \
-    ResultCode call(ScannerHandle handle, int32_t value) {   \
-        using namespace quillet;                             \
-        static constexpr SettingCommand kCommand = command;  \
-        static constexpr Choice kAccepted[] = {__VA_ARGS__}; \
+#define CHOICE(call, command, ...)                            \
+    QUILLET_DECLARED(call, int32_t);                          \
+    ResultCode call(ScannerHandle handle, int32_t value) {    \
+        using namespace quillet;                              \
+        static constexpr SettingCommand kCommand = command;   \
+        static constexpr Choice kAccepted[] = {__VA_ARGS__};  \
         return SetChoice(handle, kCommand, kAccepted, value); \
     }
 #include "api/settings/choice_settings.inc"
 #undef CHOICE
 
-#define NUMBER(call, command, lowest, highest, byteOf)                    \
-    QUILLET_DECLARED(call, int32_t);                                      \
-    ResultCode call(ScannerHandle handle, int32_t value) {                \
-        using namespace quillet;                                          \
-        static constexpr SettingCommand kCommand = command;               \
+#define NUMBER(call, command, lowest, highest, byteOf)                      \
+    QUILLET_DECLARED(call, int32_t);                                        \
+    ResultCode call(ScannerHandle handle, int32_t value) {                  \
+        using namespace quillet;                                            \
+        static constexpr SettingCommand kCommand = command;                 \
         return SetNumber(handle, kCommand, lowest, highest, byteOf, value); \
     }
 #include "api/settings/number_settings.inc"

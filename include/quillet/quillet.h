@@ -414,7 +414,8 @@ QUILLET_API ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t b
  *
  * settings: items with a comma between, each "<id> <value>" or, for the prefix (125), "<id> <first> <second>". Ids and
  *           values are single raw bytes, not digits: "#", a space and the byte 1 give the setting 35 the value 1. A
- *           value left out behind its space is 0. So ids reach up to 127, without 32 and 44, and no value is 0x20 or 0x2C.
+ *           value left out behind its space is 0. So ids reach up to 127, without 32 and 44, and no value is 0x20 or
+ *           0x2C.
  *
  * Results: also 10 for an empty text, an item with too few parts, and more items than the 252 bytes that one packet
  * carries.

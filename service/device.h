@@ -1,0 +1,78 @@
+// What a device service of the device model has: state, status, result codes, the claim, the enabling of
+// events.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "events/event_queue.h"
+#include "foundation/parameter_list.h"
+#include "foundation/sync.h"
+#include "service/result_code.h"
+#include "service/status_bits.h"
+#include "transport/comm.h"
+
+namespace quillet {
+
+enum DeviceState : uint32_t { StateClosed = 1, StateOpen = 2, StateEnabled = 3 };
+
+// The base of CScanner. Words that several threads touch are atomics; the texts are written by Open and
+// CloseService alone, when no thread of a link is running.
+class CDevice {
+  public:
+    virtual ~CDevice();
+    CDevice(const CDevice&) = delete;
+    CDevice& operator=(const CDevice&) = delete;
+
+    // Back to the closed defaults. Keeps m_ResultCode, m_OpenResult, m_CheckHealthText and m_Closing.
+    virtual void ResetState();
+
+  protected:
+    CDevice();
+
+    // Claims the port against other handles of this process and against other processes. True if claimed; the
+    // outcome is in m_ResultCode. The claim belongs to the calling thread.
+    bool ClaimDevice(uint32_t timeoutMs);
+    // True if released. On another thread than the claim's it fails, and the claim stays.
+    bool ReleaseDevice();
+
+    void DataEventEnable(bool enable);
+    bool DeviceEventEnable(bool enable);
+    // Opens or closes the event masks; a null flag leaves its mask alone.
+    void EventEnable(const bool* allowable, const bool* enabled);
+    void OnFreezeEvents();
+
+    // Path of the port: what the process's list of claims holds. The mutex between processes has the shorter
+    // name.
+    std::string ClaimName() const;
+
+    std::atomic<uint32_t> m_State{StateClosed};
+    StatusBits m_Status;
+    std::atomic<uint32_t> m_PowerNotify{0};  // power reporting runs if it isn't 0
+    std::atomic<uint32_t> m_PowerState{PowerUnknown};
+    std::atomic<uint32_t> m_ComPort{0};  // 0 on USB
+    std::string m_CheckHealthText;
+    std::string m_DeviceDescription;
+    std::string m_DeviceName;
+    std::string m_ModelNumber;
+    std::string m_StatisticsText;
+    std::atomic<ResultCode> m_OpenResult{0};
+    // Result of the last operation, whichever thread ran it. Reads that keep it don't write it.
+    std::atomic<ResultCode> m_ResultCode{kResultClosed};
+    std::atomic<ResultCode> m_ResultCodeExtended{0};
+    std::atomic<uint32_t> m_LinkType{LinkNone};
+    std::string m_PortText;  // m_ComPort in decimal
+    CNamedMutex m_ClaimMutex;
+    std::shared_ptr<CComm> m_Comm;  // keeps the link alive while enabled; guarded by CScanner's m_EnableMutex
+    // Guarded by CScanner's m_DataMutex:
+    std::string m_DataBuffer;   // received and not yet parsed
+    std::string m_ScanData;     // a barcode's parts so far; during an exchange the reply's payload
+    std::string m_DirectIORaw;  // everything received during an exchange
+    ParameterList m_Parameters;
+    std::atomic<bool> m_Closing{false};  // CloseService is running: the power thread doesn't act
+    CEventQueue m_EventQueue;            // last: its thread finds everything else made
+};
+
+}  // namespace quillet

@@ -1,0 +1,204 @@
+// The service object behind a ScannerHandle: opened, claimed, enabled; hands out barcodes; runs exchanges.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "events/event_record.h"
+#include "foundation/text.h"
+#include "protocol/packet.h"
+#include "protocol/reply_parser.h"
+#include "service/device.h"
+
+namespace quillet {
+
+// How an exchange ended, handed to its own caller: another thread's operation may change m_ResultCode
+// meanwhile.
+struct ExchangeOutcome {
+    ResultCode result = kResultSuccess;
+    std::string reply;
+};
+
+// A buffer of the caller's, filled as everywhere in this library: zeros over its whole length, then the
+// result.
+struct CallerBuffer {
+    uint8_t* bytes;
+    uint32_t size;
+    int32_t* written;  // may be null
+
+    bool Fits(const std::string& result) const { return result.size() <= size; }
+    void Fill(const std::string& result) const;
+};
+
+// What several threads do here:
+// - application threads: everything public. Open, CloseService, ClaimDevice and ReleaseDevice by one at a
+// time.
+// - the link's power thread: ProcessStatusEvent, and from there DeviceEnable.
+// - the link's read thread: ProcessDataEvent. It takes m_DataMutex and never the two locks above it.
+// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, m_DataMutex,
+// m_PendingMutex.
+class CScanner : public CDevice {
+  public:
+    CScanner();
+    ~CScanner() override;
+
+    void ResetState() override;
+
+    // Properties by number (scanner_properties.cpp).
+    virtual ResultCode SetPropertyString(int32_t number, const char* text);
+    virtual ResultCode SetPropertyNumber(int32_t number, int32_t value);
+    virtual ResultCode GetPropertyString(int32_t number, const CallerBuffer& buffer);
+    virtual ResultCode GetPropertyNumber(int32_t number, int32_t* value);
+
+    virtual ResultCode ReleaseDevice();
+    virtual ResultCode GetOpenResult();
+
+    // Sends a command of the device model and hands the reply over; waits up to 18 s for one that is
+    // answered.
+    virtual ResultCode DirectIO(int32_t command, const int32_t* data, const char* text,
+                                const CallerBuffer& buffer);
+    virtual ResultCode COFreezeEvents(int16_t freeze);
+    virtual ResultCode CloseService();
+    virtual ResultCode ClearInput();
+    virtual ResultCode ClaimDevice(uint32_t timeoutMs);
+
+    // Statistics and health (scanner_statistics.cpp).
+    virtual ResultCode CheckHealth(uint32_t level);
+    virtual ResultCode Open(std::string connection);
+    virtual ResultCode ResetStatistics(const std::string& statisticsBuffer);
+    virtual ResultCode RetrieveStatistics(std::string* statisticsBuffer);
+    virtual ResultCode UpdateStatistics(const std::string& statisticsBuffer);
+    virtual ResultCode CompareFirmwareVersion(const std::string& firmwareFileName);
+    virtual ResultCode UpdateFirmware(const std::string& firmwareFileName);
+
+    // Runs the callables that barcodes have left, on the thread that made the object; nothing on another.
+    virtual ResultCode Update();
+
+    // Sends on this handle's own link. 0, also for a write that failed inside the link; 109 without a link.
+    ResultCode SendPacket(CommandPacket& packet);
+    void SendBytes(std::string bytes);
+
+    bool IsUsbLink() const { return m_LinkType == LinkUsbHid; }
+
+    // Sends raw bytes and waits for the reply: 300 ms in any case, then at most timeoutMs. One at a time; a
+    // second is refused with 106. Ends with 112 when the service closes meanwhile.
+    ExchangeOutcome ExchangeBytes(std::string bytes, uint32_t timeoutMs);
+
+    // Takes type and text of the oldest barcode as one. False if there is none; else `result` is the outcome.
+    bool TakeBarcode(int32_t* codeType, const CallerBuffer& buffer, ResultCode& result);
+    // Waits for a barcode at most timeoutMs (platform::kNoLimitMs: for ever); returns at once when there is
+    // one and when EndWaits has been called.
+    void WaitForBarcode(uint32_t timeoutMs);
+    // Makes present and later waits for barcodes return at once, and ends an exchange: the object is about to
+    // go.
+    void EndWaits();
+    bool WaitsAreEnded() const { return m_WaitsEnded.load(); }
+    // Ends the event thread before the destruction: the library is being taken down with the object still
+    // there.
+    void EndEventThread() { m_EventQueue.EndThread(); }
+
+  protected:
+    // Enabling (scanner_enable.cpp).
+    ResultCode DeviceEnable(bool enable);
+    bool DeviceCommEnable(bool enable);
+    void EnableDeocdeData(bool enable);
+    void ProcessStatusEvent(uint32_t status);
+    void StatusChanged(uint32_t& status);
+
+    // Received data (scanner_data.cpp).
+    int32_t ProcessDataEvent(std::string& block, uint32_t status);
+    ResultCode ProcessEvent(EventRecord& record);
+    void HandleDataEvent(const EventRecord& record);
+    ParseResult ParsingData(std::string& buffer, ReplyPacket& reply);
+    void PostDataEvent();
+    ResultCode OnDataEvent(uint32_t message, uint64_t word, int64_t longWord, bool& flag);
+
+    // Exchanges (scanner_exchange.cpp).
+    ExchangeOutcome ExchangePacket(CommandPacket& packet, uint8_t opcode, uint32_t timeoutMs);
+    void HandleDirectIOEvent(const EventRecord& record);
+    void OnDirectIOEventSync(uint8_t opcode, uint32_t code, const EventRecord& record);
+    ExchangeOutcome OnDirectIOEvent(uint32_t number, uint32_t code);
+    void HandleStatusUpdateEvent(const EventRecord& record);
+
+    void RequestStatistics();
+    void LogPropertyName(const char* text, int32_t number);
+
+    const uint32_t m_DeviceType = DeviceUsb;  // of every arbiter call, whatever the link
+
+  private:
+    struct ExchangePlan;
+
+    static int32_t DataCallbackEntry(void* owner, std::string& block, uint32_t status);
+    static void PowerCallbackEntry(void* owner, uint32_t status);
+    static void EventCallbackEntry(void* context, EventRecord* record);
+
+    // Open, step by step.
+    ResultCode OpenConnection(const std::string& connection);
+    uint32_t ChooseLink(const DiscoveredLists& found);
+    ResultCode CheckLink(uint32_t link, const DiscoveredLists& found);
+    void StoreOpened(uint32_t link);
+    void TakeDown();
+
+    ResultCode EnableLink();
+    ResultCode DisableLink();
+    void ReportPowerAtEnabling();
+    bool LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock);
+    void LinkLost();
+    void LinkBack();
+
+    bool ReadNumber(int32_t number, int32_t& value);
+    void SetDataEventEnabled(bool flag);
+    void SetDeviceEnabled(bool flag);
+    void SetFreezeEvents(bool flag);
+    void SetBinaryConversion(int32_t value);
+    void SetPowerNotify(int32_t value);
+    void SetDecodeData(bool flag);
+    bool ReadText(int32_t number, std::string& value);
+    std::string PopFront(std::list<std::string>& list);
+    BinaryConversion ConversionMode() const;
+
+    static void AppendWithinReason(std::string& bytes, const std::string& more);
+    void TakePlainBarcode(const std::string& block);
+    void TakeBarcodePart(ReplyPacket& reply);
+    void AddBarcode(std::string text, int32_t codeType);
+    ParseResult ParseCatching(std::string& buffer, ReplyPacket& reply);
+
+    bool HasOwnLink() const;
+    ExchangeOutcome RunExchange(const ExchangePlan& plan);
+    ResultCode WaitForReply(const ExchangePlan& plan);
+    ExchangeOutcome TakeReply(const ExchangePlan& plan);
+    void BeginExchange();
+    void EndExchange();
+    void BreakExchange();
+    bool HandleOneReply(std::string& bytes, const EventRecord& record);
+    ResultCode RefuseTextOperation(const char* key, const std::string& text, const char* resultFormat);
+
+    // The barcode cache, guarded by m_DataMutex. The type list keeps step with the data list.
+    std::list<std::string> m_ScanDataList;
+    std::atomic<uint32_t> m_DirectIOCode{0};     // code of the last reply; decides nothing
+    std::list<std::string> m_ScanDataLabelList;  // the newest 4,096: nothing in the library reads them off
+    std::list<int32_t> m_ScanDataTypeList;
+    std::string m_StatisticsReply;        // what a scanner tells about itself; nothing fills it at present
+    std::recursive_mutex m_PendingMutex;  // guards m_PendingCalls
+    std::deque<std::function<void(bool&)>> m_PendingCalls;  // the newest 4,096
+    const uint32_t m_CreatorThread;
+    OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
+    OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
+    OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
+    OsEvent m_BarcodeEvent{kManualResetEvent};  // set while the cache isn't empty; changed under m_DataMutex
+    std::atomic<bool> m_WaitsEnded{false};
+    // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
+    std::atomic<bool> m_JoiningPowerThread{false};
+    std::atomic<bool> m_ExchangeWithoutLimit{false};  // the exchange under way would outlast a lost link
+    std::recursive_mutex
+        m_EnableMutex;  // serialises enabling, disabling and reactions to power reports; guards m_Comm
+    std::recursive_mutex m_DataMutex;             // guards the cache and the three byte strings of CDevice
+    std::condition_variable_any m_ExchangeEnded;  // with m_DataMutex: StatusExchange has been cleared
+};
+
+}  // namespace quillet

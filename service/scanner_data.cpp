@@ -1,0 +1,186 @@
+// From a block of the read thread to an entry of the barcode cache.
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "foundation/log.h"
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "protocol/symbology.h"
+#include "service/property.h"
+#include "service/scanner.h"
+
+namespace quillet {
+namespace {
+
+// Entries kept of what only the device model's own operations read off, and those may never be called.
+constexpr size_t kMaxUnreadEntries = 4096;
+
+template <typename Sequence>
+void DropOldest(Sequence& sequence) {
+    if (sequence.size() > kMaxUnreadEntries) sequence.pop_front();
+}
+
+}  // namespace
+
+int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
+    LogTrace trace("CScanner::ProcessDataEvent");
+    LogInfo("    | Data.length:    ", static_cast<uint64_t>(block.size()));
+    LogInfo("    | Data(Ascii):    ", AsciiOf{block});
+    LogInfo("    | Data(Hex):      ", HexOf{block});
+    LogInfo("    | ErrorCode:      ", status);
+    LogInfo("    | Status:         ", m_Status.Value());
+    if (status != kGoodRead) {
+        LogCritical("Error: ProcessDataEvent code: ", status);
+        return kKeepReading;
+    }
+    try {
+        LogInfo("    | About to try to enqueue event");
+        EventRecord record;
+        if (m_Status.Has(StatusExchange)) {
+            record.SetDirectIO(m_LinkType, std::move(block));
+        } else {
+            record.SetData(m_LinkType, std::move(block));
+        }
+        ProcessEvent(record);
+    } catch (const std::exception& error) {  // also no memory: the read thread goes on with the next block
+        const std::string text = error.what();
+        LogCritical("Error: ProcessDataEvent", text.empty() ? "Unknown exception" : text);
+    }
+    const int32_t result = m_Status.Has(StatusAutoDisable) ? kEndReading : kKeepReading;
+    LogInfo("    | return code:  ", result);
+    return result;
+}
+
+ResultCode CScanner::ProcessEvent(EventRecord& record) {
+    std::lock_guard lock(m_DataMutex);
+    LogTrace trace("CScanner::ProcessEvent");
+    switch (record.type) {
+        case EventData: HandleDataEvent(record); break;
+        case EventDirectIO: HandleDirectIOEvent(record); break;
+        case EventStatusUpdate: HandleStatusUpdateEvent(record); break;
+        default: break;
+    }
+    return kResultSuccess;
+}
+
+void CScanner::HandleDataEvent(const EventRecord& record) {
+    LogTrace trace("CScanner::HandleDataEvent");
+    uint32_t linkType = 0;
+    std::string block;
+    record.GetData(linkType, block);
+    m_DataBuffer += block;
+    do {
+        ReplyPacket reply;
+        const ParseResult result = ParseCatching(m_DataBuffer, reply);
+        if (result == ParseNoFrame || result == ParseNotRun) {
+            TakePlainBarcode(block);
+        } else if (reply.opcode == OpcodeBarcode && result == ParseOk) {
+            TakeBarcodePart(reply);
+        }  // else a reply outside of an exchange, or a damaged barcode: consumed and dropped
+    } while (!m_DataBuffer.empty());
+}
+
+// ParseNotRun if the parser raised.
+ParseResult CScanner::ParseCatching(std::string& buffer, ReplyPacket& reply) {
+    try {
+        return ParsingData(buffer, reply);
+    } catch (const ParseError&) {
+        return ParseNotRun;
+    }
+}
+
+ParseResult CScanner::ParsingData(std::string& buffer, ReplyPacket& reply) {
+    LogTrace trace("CScanner::ParsingData");
+    const bool serial = m_LinkType == LinkSerial || m_LinkType == LinkVirtualSerial;
+    const ParseResult result = serial ? ParseSerialBuffer(buffer, reply) : ParseUsbBuffer(buffer, reply);
+    LogInfo("    | Data.length: ", static_cast<uint64_t>(reply.parameters.size()));
+    if (reply.opcode != OpcodeStatisticsD0 && reply.opcode != OpcodeQueryReply) {
+        LogInfo("    | Data Ascii: ", AsciiOf{reply.parameters});
+        LogInfo("    | Data Hex: ", HexOf{reply.parameters});
+    }
+    return result;
+}
+
+// A device that never ends what it has begun must not fill the host's memory: it starts again from nothing.
+void CScanner::AppendWithinReason(std::string& bytes, const std::string& more) {
+    constexpr size_t kMaxAssembledBytes = 1 << 20;
+    if (bytes.size() + more.size() > kMaxAssembledBytes) {
+        LogWarning("Too much data without an end, dropped: ", static_cast<uint64_t>(bytes.size()));
+        bytes.clear();
+    }
+    bytes += more;
+}
+
+// Bare text: the block alone is the barcode, whatever waited before it.
+void CScanner::TakePlainBarcode(const std::string& block) {
+    LogInfo("    | ScanData: ", HexOf{block});
+    AddBarcode(block, 0);
+}
+
+void CScanner::TakeBarcodePart(ReplyPacket& reply) {
+    AppendWithinReason(m_ScanData, reply.parameters);
+    if (reply.firstParameter != kLastBlock) {
+        m_EventQueue.ChangeEnabledEvents(0, 0);  // only wakes the queue
+        return;
+    }
+    AddBarcode(std::exchange(m_ScanData, {}), IsKnownCodeType(reply.status) ? reply.status : 0);
+}
+
+// Whatever stands behind a finished barcode in the buffer is dropped with it.
+void CScanner::AddBarcode(std::string text, int32_t codeType) {
+    m_ScanDataTypeList.push_back(codeType);
+    m_ScanDataLabelList.push_back(text);
+    DropOldest(m_ScanDataLabelList);
+    m_ScanDataList.push_back(std::move(text));
+    PostDataEvent();
+    m_DataBuffer.clear();
+    m_BarcodeEvent.Signal();
+}
+
+void CScanner::PostDataEvent() {
+    DataEventEnable(false);  // one-shot: getBarCode sets it again before each wait
+    std::lock_guard lock(m_PendingMutex);
+    m_PendingCalls.push_back([this](bool& flag) { OnDataEvent(0, 0, 0, flag); });
+    DropOldest(m_PendingCalls);
+}
+
+ResultCode CScanner::OnDataEvent(uint32_t, uint64_t, int64_t, bool&) {
+    return kResultSuccess;
+}
+
+ResultCode CScanner::Update() {
+    if (platform::CurrentThreadId() != m_CreatorThread) return m_ResultCode;
+    std::lock_guard lock(m_PendingMutex);
+    bool flag = false;
+    for (const auto& call : m_PendingCalls) call(flag);
+    m_PendingCalls.clear();
+    return kResultSuccess;
+}
+
+ResultCode CScanner::ClearInput() {
+    LogTrace trace("CScanner::ClearInput");
+    m_EventQueue.ClearEvents(EventData);
+    m_EventQueue.ClearEvents(EventError);
+    m_ResultCode = kResultSuccess;
+    LogInfo("    | ResultCode: %d", kResultSuccess);
+    return kResultSuccess;
+}
+
+bool CScanner::TakeBarcode(int32_t* codeType, const CallerBuffer& buffer, ResultCode& result) {
+    std::lock_guard lock(m_DataMutex);
+    int32_t count = 0;
+    GetPropertyNumber(PropCacheCount, &count);
+    if (count == 0) return false;
+    int32_t type = 0;
+    GetPropertyNumber(PropScanDataType, &type);
+    if (codeType != nullptr) *codeType = type;
+    result = GetPropertyString(PropScanData, buffer);
+    return true;
+}
+
+void CScanner::WaitForBarcode(uint32_t timeoutMs) {
+    m_BarcodeEvent.TimedWait(timeoutMs);
+}
+
+}  // namespace quillet

@@ -1,0 +1,152 @@
+// Enabling and disabling, and what a scanner that goes away and comes back sets off.
+#include <string>
+#include <utility>
+
+#include "foundation/log.h"
+#include "platform/clock.h"
+#include "service/scanner.h"
+#include "service/scope_exit.h"
+#include "transport/comm_arbiter.h"
+
+namespace quillet {
+namespace {
+
+// A scanner needs this long after the opening before it takes a command.
+constexpr uint32_t kSettleMs = 100;
+// How long the power thread lets m_EnableMutex be before it tries again.
+constexpr uint32_t kRetryLockMs = 5;
+
+}  // namespace
+
+ResultCode CScanner::DeviceEnable(bool enable) {
+    LogTrace trace("CScanner::DeviceEnable");
+    std::lock_guard lock(m_EnableMutex);
+    if (m_Status.Has(StatusEnabled) == enable) {
+        LogInfo("    | Repeat Setting DeviceEnable:       ", enable);
+        return kResultSuccess;
+    }
+    LogInfo("    | Enable:       ", enable);
+    LogInfo("    | CommProtocol: ", m_LinkType.load());
+    LogInfo("    | ModelNumber:  ", m_ModelNumber);
+    return enable ? EnableLink() : DisableLink();
+}
+
+ResultCode CScanner::EnableLink() {
+    DeviceEventEnable(true);
+    {
+        ScopeExit undo([this] { DeviceEventEnable(false); });
+        if (!DeviceCommEnable(true)) return kResultNoHardware;
+        undo.Disarm();
+    }
+    m_Status.Set(StatusEnabled);
+    if (m_PowerNotify != 0) ReportPowerAtEnabling();
+    // The report may have found a USB scanner gone and disabled the device again; then the state stays open.
+    if (m_Status.Has(StatusEnabled)) m_State = StateEnabled;
+    return kResultSuccess;
+}
+
+void CScanner::ReportPowerAtEnabling() {
+    if (m_LinkType == LinkUsbHid) {
+        ProcessStatusEvent(DiscoveredPorts().usb.empty() ? PowerOffOffline : PowerOnline);
+    }
+    TheCommArbiter().StartPowerReporting(m_DeviceType, m_LinkType, m_ComPort, &CScanner::PowerCallbackEntry);
+}
+
+ResultCode CScanner::DisableLink() {
+    m_JoiningPowerThread = true;
+    ScopeExit joined([this] { m_JoiningPowerThread = false; });
+    if (m_ExchangeWithoutLimit) BreakExchange();
+    if (m_PowerNotify != 0) {
+        TheCommArbiter().StopPowerReporting(m_DeviceType, m_LinkType, m_ComPort);
+        m_PowerState = PowerUnknown;
+    }
+    const bool allowable = false;
+    EventEnable(&allowable, nullptr);
+    if (DeviceCommEnable(false)) m_Status.Clear(StatusEnabled);
+    LogInfo("    | Waiting for device to be claimed by other applications...");
+    m_State = StateOpen;
+    return kResultSuccess;
+}
+
+bool CScanner::DeviceCommEnable(bool enable) try {
+    LogTrace trace("CScanner::DeviceCommEnable");
+    if (enable) {
+        LogInfo("    | Adding Device for Data events...");
+        m_Comm = TheCommArbiter().AddDevice(m_DeviceType, m_LinkType, m_ComPort, m_ModelNumber, m_Parameters,
+                                            this, &CScanner::DataCallbackEntry);
+        // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
+        // use.
+        if (m_Comm != nullptr && m_Comm->Owner() != this) {
+            m_Comm.reset();
+            throw CommError("Device already in use.");
+        }
+        platform::TheClock().SleepMs(kSettleMs);
+        EnableDeocdeData(false);
+    } else {
+        EnableDeocdeData(false);
+        LogInfo("    | Removing Device for Data events...");
+        m_Comm.reset();
+        TheCommArbiter().RemoveDevice(m_DeviceType, m_LinkType, m_ComPort);
+    }
+    return true;
+} catch (const ZelmarError& error) {
+    const std::string text = error.what();
+    LogCritical("Error: DeviceCommEnable ", text.empty() ? "Unknown exception" : text);
+    m_ResultCode = static_cast<ResultCode>(error.Code());
+    return false;
+}
+
+void CScanner::EnableDeocdeData(bool enable) {
+    LogTrace trace("CScanner::EnableDeocdeData");
+    LogInfo("    | enable = ", enable);
+    CommandPacket packet(OpcodeBarcode, std::string(1, enable ? '\1' : '\0'));
+    SendPacket(packet);
+}
+
+void CScanner::ProcessStatusEvent(uint32_t status) {
+    LogTrace trace("CScanner::ProcessStatusEvent");
+    LogInfo("status: ", status);
+    StatusChanged(status);
+    EventRecord record;
+    record.SetStatusUpdate(status);
+    ProcessEvent(record);
+}
+
+void CScanner::StatusChanged(uint32_t& status) {
+    LogTrace trace("CScanner::StatusChanged");
+    if (status != PowerOnline && status != PowerOffOffline) return;
+    m_PowerState = status;
+    std::unique_lock lock(m_EnableMutex, std::defer_lock);
+    if (!LockForPowerReport(lock)) return;
+    status == PowerOnline ? LinkBack() : LinkLost();
+}
+
+// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread, so that thread
+// must not wait for it blindly. True with the lock held and the service one that may act; false if it is
+// being taken down.
+bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) {
+    while (!m_Closing && !lock.try_lock()) {
+        if (m_JoiningPowerThread) return false;
+        platform::TheClock().SleepMs(kRetryLockMs);
+    }
+    return lock.owns_lock() && !m_Closing && m_Status.Has(StatusOpened) && m_Status.Has(StatusClaimed);
+}
+
+void CScanner::LinkLost() {
+    // The flag first: with it the disabling leaves the link listed and its power thread, which may be this
+    // one, running.
+    TheCommArbiter().setReadyToReConnect(m_DeviceType, m_LinkType, m_ComPort, true);
+    if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
+    m_PowerState = PowerUnknown;  // what a lost scanner shows, also after the link's second report
+}
+
+void CScanner::LinkBack() {
+    if (!m_Status.Has(StatusEnabled)) DeviceEnable(true);
+    if (m_Status.Has(StatusEnabled)) {
+        TheCommArbiter().setReadyToReConnect(m_DeviceType, m_LinkType, m_ComPort, false);
+    } else {
+        m_PowerState = PowerUnknown;  // still lost: the next report of the link tries again
+    }
+}
+
+}  // namespace quillet

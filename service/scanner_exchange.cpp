@@ -1,0 +1,230 @@
+// Exchanges: one thread sends and sleeps, the read thread recognises the reply and wakes it.
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "foundation/log.h"
+#include "protocol/catalogue.h"
+#include "service/scanner.h"
+#include "service/scope_exit.h"
+
+namespace quillet {
+namespace {
+
+// No exchange takes less; a reply that comes earlier is found when this is over.
+constexpr uint32_t kReplyDelayMs = 300;
+constexpr uint32_t kDirectIOTimeoutMs = 18000;
+
+}  // namespace
+
+// What differs between the two forms of an exchange.
+struct CScanner::ExchangePlan {
+    std::function<void()> send;
+    uint32_t timeoutMs = 0;
+    bool waits = true;  // some commands are never answered
+    uint32_t eventNumber = 1;
+    bool rawReply = true;  // without a payload, the raw bytes are the reply
+};
+
+ExchangeOutcome CScanner::ExchangeBytes(std::string bytes, uint32_t timeoutMs) {
+    LogTrace trace("CScanner::ExchangeBytes");
+    ExchangePlan plan;
+    plan.send = [&] { SendBytes(std::move(bytes)); };
+    plan.timeoutMs = timeoutMs;
+    return RunExchange(plan);
+}
+
+ExchangeOutcome CScanner::ExchangePacket(CommandPacket& packet, uint8_t opcode, uint32_t timeoutMs) {
+    LogTrace trace("CScanner::ExchangePacket");
+    ExchangePlan plan;
+    plan.send = [&] { SendPacket(packet); };
+    plan.timeoutMs = timeoutMs;
+    plan.waits = IsReplyCommand(opcode);
+    plan.eventNumber = opcode;
+    plan.rawReply = false;
+    return RunExchange(plan);
+}
+
+ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
+    ExchangeOutcome outcome;
+    ScopeExit leaving([&] {
+        m_ResultCode = outcome.result;
+        LogInfo("    | ResultCode: %d", outcome.result);
+    });
+    if (!m_Status.Has(StatusEnabled) || !m_Status.TrySet(StatusExchange)) {
+        outcome.result = kResultIllegal;
+        return outcome;
+    }
+    ScopeExit ended([this] { EndExchange(); });
+    m_ExchangeWithoutLimit = plan.waits && plan.timeoutMs == platform::kNoLimitMs;
+    BeginExchange();
+    if (m_Closing) {  // after the reset of m_BreakEvent, or its signal could be lost
+        outcome.result = kResultIllegal;
+        return outcome;
+    }
+    plan.send();
+    outcome.result = WaitForReply(plan);
+    if (plan.waits && outcome.result == kResultSuccess) outcome = TakeReply(plan);
+    return outcome;
+}
+
+// 0, or 112 if no reply came in time or the exchange was broken off.
+ResultCode CScanner::WaitForReply(const ExchangePlan& plan) {
+    const bool broken = m_BreakEvent.TimedWait(kReplyDelayMs) == OsEventSignalled;
+    if (!broken && !plan.waits) return kResultSuccess;
+    if (!broken && m_ReplyEvent.TimedWait(plan.timeoutMs) == OsEventSignalled &&
+        m_BreakEvent.TimedWait(0) != OsEventSignalled) {
+        return kResultSuccess;
+    }
+    LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
+    return kResultTimeout;
+}
+
+ExchangeOutcome CScanner::TakeReply(const ExchangePlan& plan) {
+    std::lock_guard lock(m_DataMutex);
+    if (!m_ScanData.empty()) return OnDirectIOEvent(plan.eventNumber, m_DirectIOCode);
+    ExchangeOutcome outcome;
+    if (plan.rawReply) outcome.reply = m_DirectIORaw;
+    return outcome;
+}
+
+void CScanner::BeginExchange() {
+    std::lock_guard lock(m_DataMutex);
+    m_ScanData.clear();
+    m_DirectIORaw.clear();
+    m_ReplyEvent.Reset();
+    m_BreakEvent.Reset();
+}
+
+// The owner's last act. What a late reply has left behind goes with it, so that it isn't joined to the next
+// barcode.
+void CScanner::EndExchange() {
+    std::lock_guard lock(m_DataMutex);
+    m_ScanData.clear();
+    m_DirectIORaw.clear();
+    m_ExchangeWithoutLimit = false;
+    m_Status.Clear(StatusExchange);
+    m_ExchangeEnded.notify_all();
+}
+
+void CScanner::BreakExchange() {
+    m_BreakEvent.Signal();
+    m_ReplyEvent.Signal();
+    m_StatisticsEvent.Signal();
+}
+
+ExchangeOutcome CScanner::OnDirectIOEvent(uint32_t number, uint32_t) {
+    LogTrace trace("CScanner::OnDirectIOEvent");
+    ExchangeOutcome outcome;
+    if (number == 0) {
+        outcome.result = kResultFailure;
+        return outcome;
+    }
+    LogInfo("OnDirectIOEvent EventNumber:", number);
+    outcome.reply = EncodeBinaryText(m_ScanData, BinaryConversion::None);  // whatever the property says
+    return outcome;
+}
+
+void CScanner::OnDirectIOEventSync(uint8_t, uint32_t code, const EventRecord&) {
+    LogTrace trace("CScanner::OnDirectIOEventSync");
+    m_DirectIOCode = code;
+    m_ReplyEvent.Signal();
+    m_StatisticsEvent.Signal();
+}
+
+void CScanner::HandleDirectIOEvent(const EventRecord& record) {
+    LogTrace trace("CScanner::HandleDirectIOEvent");
+    const bool late =
+        !m_Status.Has(StatusExchange);  // the exchange ended while this block was on its way here
+    if (late) OnDirectIOEventSync(0, 0, record);
+    uint32_t linkType = 0;
+    std::string bytes;
+    record.GetDirectIO(linkType, bytes);
+    AppendWithinReason(m_DirectIORaw, bytes);
+    while (HandleOneReply(bytes, record)) {
+    }
+    if (!late) return;
+    m_ScanData.clear();
+    m_DirectIORaw.clear();
+}
+
+// Takes one frame off the bytes; true if the next one is to be looked at too.
+bool CScanner::HandleOneReply(std::string& bytes, const EventRecord& record) {
+    ReplyPacket reply;
+    const ParseResult result = ParseCatching(bytes, reply);
+    if (result == ParseNotRun) LogWarning("DirectIOEvent Parsing exceptions!");
+    if (reply.opcode == OpcodeBarcode) {  // scanned during the exchange: it ends the wait and is lost
+        LogWarning("Reveived a CodeBar During DirectIO. Code", HexOf{reply.parameters});
+        OnDirectIOEventSync(0, 0, record);
+        return false;
+    }
+    if (result == ParseNotRun || result == ParseNoFrame) {
+        LogWarning("DirectIOEvent Parsing Error! err code:", static_cast<int32_t>(result));
+        if (reply.length != 0 && reply.length <= bytes.size()) OnDirectIOEventSync(0, 0, record);
+        return false;
+    }
+    if (reply.opcode == OpcodeQueryReply) {  // the raw bytes are the reply
+        OnDirectIOEventSync(OpcodeQueryReply, 0, record);
+        return true;
+    }
+    if (reply.status == kReplyAccepted && result == ParseOk) {
+        AppendWithinReason(m_ScanData, reply.parameters);
+        const bool hasText = reply.opcode == OpcodeReplyD8 || reply.opcode == OpcodeVersion;
+        OnDirectIOEventSync(reply.opcode, hasText ? 1 : 0, record);
+        return false;
+    }
+    LogWarning(std::string("Warning : An error code was received, Code : ") +
+               static_cast<char>(reply.opcode) + ",  Status: " + static_cast<char>(reply.status));
+    OnDirectIOEventSync(0, 0, record);
+    return false;
+}
+
+void CScanner::HandleStatusUpdateEvent(const EventRecord& record) {
+    LogTrace trace("CScanner::HandleStatusUpdateEvent");
+    uint32_t status = PowerUnknown;
+    record.GetStatusUpdate(status);
+}
+
+namespace {
+
+// "parameters" or "status|parameters", both hexadecimal, where the status is 01 or 08. False for anything
+// else.
+bool ReadHexCommand(const std::string& text, std::string& parameters, uint8_t& status) {
+    const std::vector<std::string> parts = Split(text, '|');
+    if (parts.size() > 2) return false;
+    if (parts.size() == 2) {
+        if (parts[0] != "01" && parts[0] != "08") return false;
+        status = static_cast<uint8_t>(ParseHexText(parts[0])[0]);
+    }
+    parameters = parts.empty() ? std::string() : ParseHexText(parts.back());
+    return true;
+}
+
+}  // namespace
+
+ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* text,
+                              const CallerBuffer& buffer) {
+    LogTrace trace("CScanner::DirectIO");
+    LogInfo("    | Command: ", command);
+    LogInfo("    | pData: ", *data);
+    LogInfo("    | pString:  ", text);
+    const auto opcode = static_cast<uint8_t>(command & 0xFF);
+    if (!IsDirectIOCommand(opcode)) return m_ResultCode = kResultIllegal;
+    std::string parameters = DecodeBinaryText(text, ConversionMode());
+    uint8_t status = 0;
+    if (*data == 0 && !ReadHexCommand(std::string(parameters), parameters, status)) {
+        return m_ResultCode = kResultIllegal;
+    }
+    CommandPacket packet(opcode, std::move(parameters), status);
+    const ExchangeOutcome outcome = ExchangePacket(packet, opcode, kDirectIOTimeoutMs);
+    if (outcome.result != kResultSuccess) return outcome.result;
+    if (!buffer.Fits(outcome.reply)) {
+        LogInfo("    | the buffer not enough memory : %d", static_cast<uint64_t>(outcome.reply.size()));
+        return kResultBufferTooSmall;
+    }
+    buffer.Fill(outcome.reply);
+    return kResultSuccess;
+}
+
+}  // namespace quillet

@@ -1,0 +1,166 @@
+// Open, claim, release and close.
+#include <utility>
+
+#include "foundation/log.h"
+#include "foundation/truncate.h"
+#include "service/scanner.h"
+#include "service/scope_exit.h"
+#include "transport/comm_arbiter.h"
+
+namespace quillet {
+namespace {
+
+// Bits that a new connection starts without.
+constexpr uint32_t kClearedAtOpen = StatusStatistics | StatusClaimed | StatusEnabled |
+                                    StatusDataEventEnabled | StatusAutoDisable | StatusDecodeData;
+
+// A port number that no machine has, for a connection string that names none.
+constexpr double kNoSuchPort = 65535.0;
+
+uint32_t PortNumber(const ParameterList& parameters, double defaultNumber) {
+    return static_cast<uint32_t>(TruncateToInt32(parameters.GetNumber("serialport", defaultNumber)));
+}
+
+}  // namespace
+
+ResultCode CScanner::Open(std::string connection) {
+    LogTrace trace("CScanner::Open");
+    ScopeExit leaving([this] {
+        m_OpenResult = m_ResultCode.load();
+        LogInfo("    | OpenResult: %d", m_OpenResult.load());
+    });
+    // A scanner that is open, perhaps lost, first gives up link and claim, so that both are free for this
+    // opening.
+    if (m_Status.Has(StatusOpened)) TakeDown();
+    ResetState();
+    return m_ResultCode = OpenConnection(connection);
+}
+
+ResultCode CScanner::OpenConnection(const std::string& connection) {
+    m_Parameters.Parse(connection);
+    const DiscoveredLists found = DiscoveredPorts();
+    const uint32_t link = ChooseLink(found);
+    if (link == LinkNone) {
+        LogCritical("Error: not found hardware.");
+        return kResultNoHardware;
+    }
+    try {
+        const ResultCode checked = CheckLink(link, found);
+        if (checked != kResultSuccess) return checked;
+    } catch (const ZelmarError& error) {
+        const std::string text = error.what();
+        LogCritical("Error: OpenService exception: ", text.empty() ? "Unknown exception" : text);
+        return kResultOpenException;
+    }
+    StoreOpened(link);
+    return kResultSuccess;
+}
+
+// The link that the connection string names, or what is plugged in, USB first; LinkNone if there is nothing.
+uint32_t CScanner::ChooseLink(const DiscoveredLists& found) {
+    const std::string protocol = m_Parameters.GetString("protocol", "");
+    if (protocol == "usb") return LinkUsbHid;
+    if (protocol == "virtual serial port") return LinkVirtualSerial;
+    if (protocol == "serial port") return LinkSerial;
+
+    const std::vector<PortDescriptor>& list = found.usb.empty() ? found.serial : found.usb;
+    if (list.empty()) return LinkNone;
+    const PortDescriptor& port = list.front();
+    if (port.LinkType == LinkSerial || port.LinkType == LinkVirtualSerial) {
+        m_Parameters.Remove("serialport");
+        m_Parameters.Add("serialport", port.PortSerial);
+    }
+    return port.LinkType;
+}
+
+ResultCode CScanner::CheckLink(uint32_t link, const DiscoveredLists& found) {
+    if (link == LinkUsbHid) {
+        LogInfo("    | CommProtocol: emTypeUSB");
+        if (!found.usb.empty()) return kResultSuccess;
+        LogCritical("Error: OpenService: No Full Speed USB Scanners are connected to the system.");
+        return kResultNoHardware;
+    }
+    if (link == LinkVirtualSerial) {
+        LogInfo("    | CommProtocols: SerialScanner");
+        if (!FindSerialPort(PortNumber(m_Parameters, kNoSuchPort)).empty()) return kResultSuccess;
+        LogCritical("Error: OpenService: Invalid serial port...");
+        return kResultNoHardware;
+    }
+    return kResultSuccess;  // a plain serial port needn't exist before it is enabled
+}
+
+void CScanner::StoreOpened(uint32_t link) {
+    if (link != LinkUsbHid) m_ComPort = PortNumber(m_Parameters, 0.0);
+    m_LinkType = link;
+    m_DeviceName = "Tovra_" + m_Parameters.GetString("module", "");
+    m_DeviceDescription = m_DeviceName + " Scanner.";
+    m_PortText = NumToString(m_ComPort.load());
+    m_ClaimMutex.SetName(m_PortText);
+    m_ClaimMutex.Create();
+    m_ClaimMutex.Release();  // without effect on a mutex that this object doesn't own
+    m_Status.Clear(kClearedAtOpen);
+    m_Status.Set(StatusOpened | StatusBinaryNone);
+    m_PowerNotify = 1;
+    m_State = StateOpen;
+}
+
+ResultCode CScanner::GetOpenResult() {
+    LogTrace trace("CScanner::GetOpenResult");
+    return m_OpenResult;
+}
+
+ResultCode CScanner::ClaimDevice(uint32_t timeoutMs) {
+    LogTrace trace("CScanner::ClaimDevice");
+    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
+    CDevice::ClaimDevice(timeoutMs);
+    return m_ResultCode;
+}
+
+ResultCode CScanner::ReleaseDevice() {
+    LogTrace trace("CScanner::ReleaseDevice");
+    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
+    if (!m_Status.Has(StatusClaimed)) {
+        LogWarning("ReleaseDevice: Cannot release a device that has not been claimed.");
+        return m_ResultCode = kResultNotClaimed;
+    }
+    {
+        // Held from the question to the end, so that a scanner that comes back doesn't slip in between.
+        std::lock_guard lock(m_EnableMutex);
+        if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
+        // A lost scanner's link is still listed with its power thread, and one on a port above 132 is never
+        // found by its key. Neither may outlive its owner.
+        m_JoiningPowerThread = true;
+        ScopeExit joined([this] { m_JoiningPowerThread = false; });
+        TheCommArbiter().RemoveLinksOf(this);
+    }
+    CDevice::ReleaseDevice();
+    return m_ResultCode;
+}
+
+ResultCode CScanner::CloseService() {
+    LogTrace trace("CScanner::CloseService");
+    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
+    if (!m_Status.Has(StatusOpened)) return m_ResultCode = kResultClosed;
+    TakeDown();
+    return m_ResultCode = kResultSuccess;
+}
+
+// From any open state to closed; what fails on the way doesn't stop it.
+void CScanner::TakeDown() {
+    m_Closing = true;  // from here on the power thread only notes the power state
+    {
+        std::unique_lock lock(m_DataMutex);
+        BreakExchange();
+        m_ExchangeEnded.wait(lock, [this] { return !m_Status.Has(StatusExchange); });
+    }
+    if (m_Status.Has(StatusClaimed)) {
+        DeviceEnable(false);
+        m_ResultCode = ReleaseDevice();
+    }
+    m_EventQueue.ClearAll();
+    m_Status.Clear(StatusOpened);
+    ResetState();
+    m_Closing = false;
+}
+
+}  // namespace quillet

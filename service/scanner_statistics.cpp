@@ -1,0 +1,114 @@
+// Statistics and health operations of the device model. No exported call reaches them.
+#include <string>
+
+#include "foundation/log.h"
+#include "service/scanner.h"
+#include "service/scope_exit.h"
+#include "service/statistics_text.h"
+
+namespace quillet {
+namespace {
+
+constexpr uint32_t kStatisticsTimeoutMs = 3000;
+
+struct HealthLevel {
+    uint32_t level;
+    const char* text;
+};
+
+constexpr HealthLevel kHealthLevels[] = {
+    {1, "Internal HCheck: Complete"},
+    {2, "External HCheck: Complete"},
+    {3, "Interactive HCheck: Complete"},
+};
+
+}  // namespace
+
+ResultCode CScanner::CheckHealth(uint32_t level) {
+    LogTrace trace("CScanner::CheckHealth");
+    LogInfo("    | Level: ", level);
+    std::string text;
+    for (const HealthLevel& row : kHealthLevels) {
+        if (row.level == level) text = row.text;
+    }
+    m_ResultCode = text.empty() ? kResultIllegal : kResultSuccess;
+    if (text.empty()) {
+        LogWarning("Invalid CheckHealth level specified.");
+        text = "[Error]";
+    }
+    {
+        std::lock_guard lock(m_DataMutex);
+        m_CheckHealthText = text;
+    }
+    LogInfo("    | ResultCode: %d", m_ResultCode.load());
+    return m_ResultCode;
+}
+
+ResultCode CScanner::ResetStatistics(const std::string& statisticsBuffer) {
+    LogTrace trace("CScanner::ResetStatistics");
+    return RefuseTextOperation("    | statisticsBuffer = ", statisticsBuffer, "    | ResultCode: %d");
+}
+
+ResultCode CScanner::UpdateStatistics(const std::string& statisticsBuffer) {
+    LogTrace trace("CScanner::UpdateStatistics");
+    return RefuseTextOperation("    | statisticsBuffer = ", statisticsBuffer, "    | ResultCode: %d");
+}
+
+ResultCode CScanner::CompareFirmwareVersion(const std::string& firmwareFileName) {
+    LogTrace trace("CScanner::CompareFirmwareVersion");
+    return RefuseTextOperation("    | firmwareFileName = ", firmwareFileName, "    | ResultCode: ");
+}
+
+ResultCode CScanner::UpdateFirmware(const std::string& firmwareFileName) {
+    LogTrace trace("CScanner::UpdateFirmware");
+    return RefuseTextOperation("    | firmwareFileName = ", firmwareFileName, "    | ResultCode: ");
+}
+
+// These operations stand in the device model and do nothing for this scanner.
+ResultCode CScanner::RefuseTextOperation(const char* key, const std::string& text, const char* resultFormat) {
+    LogInfo(key, text);
+    DecodeBinaryText(text,
+                     ConversionMode());  // its complaint about a text of a wrong length is the only effect
+    m_ResultCode = kResultIllegal;
+    LogInfo(resultFormat, kResultIllegal);
+    return kResultIllegal;
+}
+
+ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
+    LogTrace trace("CScanner::RetrieveStatistics");
+    LogInfo("    | String: ", *statisticsBuffer);
+    if (!m_Status.Has(StatusClaimed)) {
+        LogWarning("Attempt to retrieve statistics before the device is claimed.");
+        return m_ResultCode = kResultNotClaimed;
+    }
+    if (!m_Status.Has(StatusEnabled)) {
+        LogWarning("Attempt to retrieve statistics before the device is enabled.");
+        return m_ResultCode = kResultDisabled;
+    }
+    m_StatisticsReply.clear();
+    m_StatisticsEvent.Reset();
+    m_Status.Set(StatusStatistics);
+    RequestStatistics();
+    const bool replied = m_StatisticsEvent.TimedWait(kStatisticsTimeoutMs) == OsEventSignalled && !m_Closing;
+    m_Status.Clear(StatusStatistics);
+    if (!replied) {
+        LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
+        return m_ResultCode = kResultTimeout;
+    }
+    const StatisticsSelection selection = SelectStatistics(*statisticsBuffer);
+    m_ResultCode = selection.unknownName ? kResultIllegal : kResultSuccess;
+    m_StatisticsText = WriteStatistics(ReadEquipmentInfo(m_LinkType, m_StatisticsReply), selection);
+    LogInfo("    | ResultCode;: ", m_ResultCode.load());
+    return m_ResultCode;
+}
+
+// Sends nothing: only a reply to some other exchange ends the wait early.
+void CScanner::RequestStatistics() {
+    LogTrace trace("CScanner::RequestStatistics");
+    if (m_LinkType == LinkSerial || m_LinkType == LinkVirtualSerial) return;
+    LogWarning(
+        "Attempt to RequestStatistics through an interface for which this method is not presently supported "
+        "and/or tested.");
+}
+
+}  // namespace quillet

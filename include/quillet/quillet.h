@@ -421,6 +421,86 @@ QUILLET_API ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t b
  * carries.
  */
 QUILLET_API ResultCode getQRBarCodeCmd(const char* settings, int32_t bufferSize, uint8_t* buffer, int32_t* outLength);
+/* ---- Raw commands and queries ---------------------------------------------------------------------------------- */
+
+/*
+ * Sends command bytes as they stand and waits for the reply: 300 ms in any case, then at most timeoutMs more (32 bits
+ * count; 0xFFFFFFFF and -1 wait for ever). A protocol command is the wire form that getBarCodeCmd makes, for instance;
+ * over USB the library wraps it in a block, which holds 62 bytes. Barcodes scanned meanwhile end the wait and are lost.
+ *
+ * reply: the payload of a good reply without its first byte; for any other reply, and for that to a query of a
+ *        setting, the raw bytes received.
+ * Results: 0, with an empty reply leaving reply and replyLength as they were; 10; 11 if the reply is longer than the
+ * buffer; 106 if not connected, or while another exchange is running on the handle; 112 if no reply came in time.
+ */
+QUILLET_API ResultCode directIO(ScannerHandle handle, const uint8_t* command, int32_t commandSize, uint8_t* reply,
+                                int32_t replySize, int32_t* replyLength, int64_t timeoutMs);
+
+/*
+ * Sends the bytes of a hexadecimal text, such as "05 40 04 00 0B 01 AA", and waits for no answer. Blanks, line ends and
+ * , ; | 0x are dropped, and so is a last single digit; digits aren't checked. Results: 0, whatever became of the
+ * sending, also without a connection; 10.
+ */
+QUILLET_API ResultCode CommandInteraction(ScannerHandle handle, const char* hexText);
+
+/* openScanner, then CommandInteraction; the connection stays open. Results: as the two. */
+QUILLET_API ResultCode PortCommandInteraction(ScannerHandle handle, const char* connection, const char* hexText);
+
+/*
+ * Reads a setting back. commandId: 0 to 150 without 147, see docs/setting-codes.md. Waits up to 2.3 s.
+ * Results: 0; 10 for an unknown id or a null pointer; 109 if the exchange failed, also for a null handle; 111 for a
+ * reply that isn't to this setting or isn't whole; 115 if the value is longer than the buffer, which is then zero.
+ */
+QUILLET_API ResultCode QueryCommandSetting(ScannerHandle handle, int32_t commandId, int32_t bufferSize,
+                                           uint8_t* buffer, int32_t* length);
+
+/*
+ * Reads the scanner's serial number. Waits up to 1.3 s. Results: 0, with an empty number leaving buffer and length as
+ * they were; 10; 11; 109 if the exchange failed or the reply tells no serial number.
+ */
+QUILLET_API ResultCode getScannerVersion(ScannerHandle handle, uint8_t* buffer, int32_t bufferSize, int32_t* length);
+
+/*
+ * Opens every serial port of the machine in turn as a virtual serial scanner and gives a text such as
+ * "COM3,SN:1234||COM7,SN:5678||" of those where one answers, empty if there is none. Takes up to 2 s a port and ends
+ * with the handle closed; a handle that is open answers for the first port. buffer and length may be null (convention
+ * 3: then as a buffer of length 0). Results: 0; 115 if the text is longer than the buffer.
+ */
+QUILLET_API ResultCode getSerialPortDevice(ScannerHandle handle, int32_t bufferSize, uint8_t* buffer,
+                                           int32_t* length);
+
+/* ---- Threading primitives -------------------------------------------------------------------------------------- */
+
+/*
+ * Events and semaphores of the system, for hosts without a platform layer of their own; not tied to scanners. Handles
+ * are opaque; a null handle is accepted everywhere. Waits run on monotonic time. Nobody may wait on an object while it
+ * is destroyed. Events fail with 22, semaphores with -1.
+ */
+
+/* type 1: manual reset, stays signalled until os_event_reset; any other: auto reset, consumed by one waiter. Starts not
+ * signalled. 0; -1 if it can't be made, and then the handle is as it was. */
+QUILLET_API int32_t os_event_init(void** event, int32_t type);
+QUILLET_API void os_event_destroy(void* event);
+/* Waits without a limit. 0; 22. */
+QUILLET_API int32_t os_event_wait(void* event);
+/* 0xFFFFFFFF has no limit. 0; 138 at the time-out; 22. */
+QUILLET_API int32_t os_event_timedwait(void* event, uint32_t timeoutMs);
+/* Doesn't wait. 0; 11 if not signalled; 22. */
+QUILLET_API int32_t os_event_try(void* event);
+/* 0; 22. */
+QUILLET_API int32_t os_event_signal(void* event);
+QUILLET_API void os_event_reset(void* event);
+
+/* The count never passes 0x7FFFFFFF. 0; -1, also for a count below 0. */
+QUILLET_API int32_t os_sem_init(void** semaphore, int32_t initialCount);
+QUILLET_API void os_sem_destroy(void* semaphore);
+/* Adds one. 0; -1, also at the maximum. */
+QUILLET_API int32_t os_sem_post(void* semaphore);
+/* Takes one, waiting without a limit. 0; -1. */
+QUILLET_API int32_t os_sem_wait(void* semaphore);
+
+/* Names the calling thread for debuggers; where none looks, nothing happens. name may be null. */
+QUILLET_API void os_set_thread_name(const char* name);
 
 #ifdef __cplusplus
 }

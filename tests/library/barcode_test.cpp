@@ -1,0 +1,189 @@
+// Barcodes from a scanner to the application.
+#include <algorithm>
+#include <ctime>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/library/library_test.h"
+
+namespace quillet::tests {
+namespace {
+
+std::string RandomBytes(std::mt19937& random, size_t size) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    return bytes;
+}
+
+class BarcodeTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+  protected:
+    void SetUp() override {
+        m_Scanner = NewScanner(GetParam());
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+    }
+    std::unique_ptr<VirtualScanner> m_Scanner;
+    Handle m_Handle;
+};
+INSTANTIATE_TEST_SUITE_P(Links, BarcodeTest,
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial), LinkName);
+
+TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
+    std::mt19937 random(1);
+    const int count = GetParam() == ScannerLink::Usb ? 3000 : 60;
+    std::vector<std::string> sent;
+    for (int i = 0; i < count; ++i) sent.push_back(RandomBytes(random, 1 + random() % 4000));
+    sent[0].resize(1);
+    sent[1] = RandomBytes(random, 4000);
+    std::thread scanning([&] {
+        for (const std::string& text : sent) m_Scanner->Scan(3, text);
+    });
+    for (const std::string& text : sent) ASSERT_EQ(m_Handle.Take(), (Barcode{ResultSuccess, 3, text}));
+    scanning.join();
+    EXPECT_EQ(m_Handle.CacheCount(), 0);
+}
+
+TEST_P(BarcodeTest, TheCacheKeepsBarcodesWithTheirTypes) {
+    const struct {
+        uint8_t sent;
+        int32_t received;
+    } types[] = {{28, 28}, {183, 183}, {0, 0}, {42, 0}, {255, 0}};  // unknown ones arrive as 0
+    for (const auto& row : types) m_Scanner->Scan(row.sent, "type " + std::to_string(row.sent));
+    ASSERT_TRUE(Eventually([&] { return m_Handle.CacheCount() == 5; }));
+    // Without a pointer for the type, the barcode's type goes with it all the same.
+    uint8_t buffer[16] = {};
+    int32_t length = 0;
+    EXPECT_EQ(getBarCode(m_Handle, nullptr, buffer, sizeof buffer, &length, 0), ResultSuccess);
+    for (size_t i = 1; i < std::size(types); ++i) {
+        EXPECT_EQ(m_Handle.Take(0),
+                  (Barcode{ResultSuccess, types[i].received, "type " + std::to_string(types[i].sent)}));
+    }
+    EXPECT_EQ(closeScanner(m_Handle), ResultSuccess);
+    EXPECT_EQ(m_Handle.CacheCount(), 0);
+}
+
+TEST_P(BarcodeTest, BareTextIsABarcodeOfTypeZero) {
+    const std::string text = "plain\r\n\x01";
+    m_Scanner->Plain(text);
+    const Barcode barcode = m_Handle.Take();
+    if (GetParam() == ScannerLink::Usb) {
+        EXPECT_EQ(barcode.type, -1);  // a block of an unknown kind is no barcode
+        EXPECT_EQ(barcode.result, ResultTimeout);
+    } else {
+        EXPECT_EQ(barcode, (Barcode{ResultSuccess, 0, text}));
+    }
+}
+
+TEST_P(BarcodeTest, DamagedOnesNeverHurtTheNext) {
+    for (const tools::Fault fault : {tools::Fault::Checksum, tools::Fault::Length, tools::Fault::Truncate}) {
+        if (fault == tools::Fault::Checksum && GetParam() == ScannerLink::Usb) continue;  // scan blocks have none
+        m_Scanner->SetFault(fault);
+        m_Scanner->Scan(11, "4006381333931");
+        m_Scanner->Scan(11, "9783161484100");
+        Barcode last;
+        while ((last = m_Handle.Take(1000)).result == ResultSuccess && last.text != "9783161484100") {
+            EXPECT_NE(last.text, "4006381333931");
+        }
+        EXPECT_EQ(last, (Barcode{ResultSuccess, 11, "9783161484100"}));
+    }
+}
+
+TEST_P(BarcodeTest, ABufferMayBeExactlyFullAndLosesWhatDoesNotFit) {
+    m_Scanner->Scan(3, "12345678");
+    m_Scanner->Scan(3, "123456789");
+    m_Scanner->Scan(3, "1234567");
+    ASSERT_TRUE(Eventually([&] { return m_Handle.CacheCount() == 3; }));
+    EXPECT_EQ(m_Handle.Take(0, 8), (Barcode{ResultSuccess, 3, "12345678"}));
+    uint8_t buffer[8];
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{0xCC});
+    int32_t type = 0;
+    int32_t length = -1;
+    EXPECT_EQ(getBarCode(m_Handle, &type, buffer, 8, &length, 0), ResultBufferTooSmall);
+    EXPECT_EQ(length, -1);
+    EXPECT_EQ(buffer[0], 0xCC);
+    EXPECT_EQ(getBarCode(m_Handle, &type, buffer, 8, &length, 0), ResultSuccess);
+    EXPECT_EQ(buffer[7], 0);  // the rest of the buffer is zeroed
+    EXPECT_EQ(length, 7);
+}
+
+// Median of the times from the sending to the waking, in microseconds.
+int64_t MedianWakeMicroseconds(VirtualScanner& scanner, const Handle& handle, int64_t timeoutMs) {
+    std::vector<int64_t> times;
+    for (int i = 0; i < 21; ++i) {
+        timespec received{};
+        std::thread waiting([&] {
+            handle.Take(timeoutMs);
+            clock_gettime(CLOCK_MONOTONIC, &received);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        timespec sent{};
+        clock_gettime(CLOCK_MONOTONIC, &sent);
+        scanner.Scan(11, "4006381333931");
+        waiting.join();
+        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 + (received.tv_nsec - sent.tv_nsec) / 1000);
+    }
+    std::nth_element(times.begin(), times.begin() + 10, times.end());
+    return times[10];
+}
+
+int64_t ProcessorMilliseconds() {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return used.tv_sec * 1000 + used.tv_nsec / 1'000'000;
+}
+
+TEST_P(BarcodeTest, ABarcodeWakesAWaitAtOnce) {
+    const int64_t quietMs = GetParam() == ScannerLink::Usb ? 0 : 25 + 40;  // a serial burst ends with a pause
+    for (const int64_t timeoutMs : {int64_t{-1}, int64_t{5000}}) {
+        EXPECT_LT(MedianWakeMicroseconds(*m_Scanner, m_Handle, timeoutMs), 20'000 + quietMs * 1000);
+    }
+}
+
+TEST_P(BarcodeTest, TimeOutsAreLookedAtEvery100Ms) {
+    for (const auto& [timeoutMs, expectedMs] : {std::pair<int64_t, int64_t>{0, 100}, {250, 300}}) {
+        const int64_t start = MonotonicMs();
+        EXPECT_EQ(m_Handle.Take(timeoutMs).result, ResultTimeout);
+        const int64_t elapsed = MonotonicMs() - start;
+        EXPECT_GE(elapsed, expectedMs - 5);
+        EXPECT_LT(elapsed, expectedMs + 80);
+    }
+}
+
+TEST_P(BarcodeTest, WaitingBurnsNoProcessor) {
+    std::thread waiting([&] { m_Handle.Take(-1); });
+    const int64_t before = ProcessorMilliseconds();
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_LT(ProcessorMilliseconds() - before, 200);  // sanitizers included
+    m_Scanner->Scan(1, "end");
+    waiting.join();
+}
+
+TEST_P(BarcodeTest, ThreeConsumersShareTheBarcodes) {
+    constexpr int kCount = 60;
+    std::vector<std::vector<std::string>> taken(3);
+    std::vector<std::thread> consumers;
+    for (auto& mine : taken) {
+        consumers.emplace_back([&] {
+            Barcode barcode;
+            while ((barcode = m_Handle.Take(1500)).result == ResultSuccess) mine.push_back(barcode.text);
+            EXPECT_EQ(barcode.result, ResultTimeout);
+        });
+    }
+    for (int i = 0; i < kCount; ++i) m_Scanner->Scan(3, std::to_string(i));
+    for (std::thread& consumer : consumers) consumer.join();
+    std::vector<int> all;
+    for (const auto& mine : taken) {
+        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end(),
+                                   [](const auto& a, const auto& b) { return std::stoi(a) < std::stoi(b); }));
+        for (const std::string& text : mine) all.push_back(std::stoi(text));
+    }
+    std::sort(all.begin(), all.end());
+    std::vector<int> expected(kCount);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(all, expected);
+}
+
+}  // namespace
+}  // namespace quillet::tests

@@ -1,0 +1,270 @@
+// Settings, raw commands, exchanges and queries, as the scanner sees them.
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "foundation/text.h"
+#include "tests/library/library_test.h"
+
+namespace quillet::tests {
+namespace {
+
+using tools::HostPacket;
+
+class CommandTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+  protected:
+    void SetUp() override {
+        m_Scanner = NewScanner(GetParam());
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+        ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+        m_Scanner->ClearPackets();
+    }
+    // What directIO gives for bytes in hexadecimal.
+    Barcode Exchange(const std::string& hexText, int64_t timeoutMs, int32_t replySize = 512) {
+        const std::string bytes = ParseHexText(hexText);
+        Barcode reply;
+        std::vector<uint8_t> buffer(static_cast<size_t>(replySize));
+        int32_t length = 0;
+        reply.type = 0;
+        reply.result = directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
+                                static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
+        reply.text.assign(buffer.begin(), buffer.begin() + length);
+        return reply;
+    }
+    Barcode Query(int32_t id, int32_t bufferSize = 16) {
+        Barcode value;
+        std::vector<uint8_t> buffer(static_cast<size_t>(bufferSize), 0xCC);
+        int32_t length = 0;
+        value.result = QueryCommandSetting(m_Handle, id, bufferSize, buffer.data(), &length);
+        value.text.assign(buffer.begin(), buffer.begin() + length);
+        return value;
+    }
+    std::string SerialNumber(ResultCode expected) {
+        uint8_t buffer[64] = {};
+        int32_t length = 0;
+        EXPECT_EQ(getScannerVersion(m_Handle, buffer, sizeof buffer, &length), expected);
+        return std::string(buffer, buffer + length);
+    }
+    bool IsUsb() const { return GetParam() == ScannerLink::Usb; }
+
+    std::unique_ptr<VirtualScanner> m_Scanner;
+    Handle m_Handle;
+};
+INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+
+TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
+    EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
+    EXPECT_EQ(setMSI(m_Handle, 0), ResultSuccess);
+    EXPECT_EQ(setUPC_ACheckBit(m_Handle, 1), ResultSuccess);
+    EXPECT_EQ(setBuzzerTone(m_Handle, 3), ResultBadArgument);
+    EXPECT_EQ(setDecodeTimeOut(m_Handle, 1234), ResultSuccess);
+    EXPECT_EQ(setAnyCharacterReplacement(m_Handle, 'a', 'b', ' ', 'd'), ResultSuccess);
+    EXPECT_EQ(CommandInteraction(m_Handle, "0x04 48,04;00\r\n03|AC"), ResultSuccess);
+    EXPECT_EQ(setScannerPattern(m_Handle, 1), ResultSuccess);
+    const char* expected[] = {"05 40 04 00 0B 01 AA", "06 40 04 00 15 00 00 A0", "06 50 04 00 00 28 00 7D",
+                              "04 44 04 00 0C A7",    "05 76 04 00 0B 61 14",    "05 76 04 00 0C 62 12",
+                              "04 48 04 00 03 AC",    "04 EE 04 00 01 08"};
+    ASSERT_TRUE(m_Scanner->WaitForPackets(std::size(expected), 2000));
+    const std::vector<HostPacket> packets = m_Scanner->Packets();
+    ASSERT_EQ(packets.size(), std::size(expected));
+    for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(ToHexText(packets[i].wire), expected[i]);
+}
+
+TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
+    constexpr int kCalls = 250;
+    constexpr int kThreads = 4;
+    std::vector<std::thread> callers;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        callers.emplace_back([&, thread] {
+            for (int i = 0; i < kCalls; ++i) {
+                EXPECT_EQ(setGetSpecifiedRangeBarcodeData(m_Handle, thread, i), ResultSuccess);
+            }
+        });
+    }
+    constexpr int kBarcodes = 12;
+    for (int i = 0; i < kBarcodes; ++i) m_Scanner->Scan(3, std::to_string(i));
+    for (std::thread& caller : callers) caller.join();
+    ASSERT_TRUE(m_Scanner->WaitForPackets(kThreads * kCalls, 10'000));
+    std::vector<int> next(kThreads, 0);
+    for (const HostPacket& packet : m_Scanner->Packets()) {
+        ASSERT_EQ(packet.opcode, 0x75);
+        ASSERT_TRUE(packet.valid);
+        ASSERT_EQ(packet.parameters.size(), 2u);
+        const auto thread = static_cast<uint8_t>(packet.parameters[0]);
+        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]), next[thread]++);  // none lost, in each thread's order
+    }
+    if (IsUsb()) {  // over a serial line replies and barcodes run together, and the first barcode drops the rest
+        for (int i = 0; i < kBarcodes; ++i) EXPECT_EQ(m_Handle.Take().text, std::to_string(i));
+    }
+}
+
+TEST_P(CommandTest, SettingsAreReadBack) {
+    EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
+    EXPECT_EQ(setCode11CheckBit(m_Handle, 2), ResultSuccess);
+    EXPECT_EQ(setDecodeTimeOut(m_Handle, 1234), ResultSuccess);
+    ASSERT_TRUE(m_Scanner->WaitForPackets(3, 2000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // their replies are no part of an exchange
+    EXPECT_EQ(Query(35).text, "\x01");
+    EXPECT_EQ(Query(30).text, "\x02");
+    EXPECT_EQ(Query(13).text, "\x0C");
+    EXPECT_EQ(Query(147).result, ResultBadArgument);
+
+    m_Scanner->StoreSetting(tools::SettingKey(0x40, "\x0B"), "");
+    EXPECT_EQ(Query(35), (Barcode{ResultSuccess, -1, ""}));
+    m_Scanner->StoreSetting(tools::SettingKey(0x40, "\x0B"), "12345");
+    EXPECT_EQ(Query(35, 5).text, "12345");
+    EXPECT_EQ(Query(35, 4).result, ResultReplyTooLong);
+    m_Scanner->SetSilent(true);
+    EXPECT_EQ(Query(35).result, ResultNoExist);
+}
+
+TEST_P(CommandTest, TheSerialNumberIsRead) {
+    EXPECT_EQ(SerialNumber(ResultSuccess), "1234567890");
+    uint8_t buffer[9] = {};
+    int32_t length = -1;
+    EXPECT_EQ(getScannerVersion(m_Handle, buffer, sizeof buffer, &length), ResultBufferTooSmall);
+    EXPECT_EQ(length, -1);
+    m_Scanner->SetSilent(true);
+    SerialNumber(ResultNoExist);
+}
+
+TEST_P(CommandTest, ExchangesEndAsTold) {
+    // The payload of a good reply without its first byte.
+    EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 2000).text, "\x01");
+    EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 2000, 1).result, ResultSuccess);
+    m_Scanner->SetRefuse(true);  // an error status: the raw bytes
+    const Barcode refused = Exchange("05 40 04 00 0B 01 AA", 2000);
+    EXPECT_EQ(refused.result, ResultSuccess);
+    EXPECT_GE(refused.text.size(), 6u);
+    EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 2000, 3).result, ResultBufferTooSmall);
+    m_Scanner->SetRefuse(false);
+
+    m_Scanner->SetSilent(true);
+    const int64_t start = MonotonicMs();
+    EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 100).result, ResultTimeout);
+    EXPECT_GE(MonotonicMs() - start, 395);  // 300 of delay and 100 of waiting
+    m_Scanner->SetSilent(false);
+    EXPECT_EQ(Exchange("04 7E 04 00 00 79", 2000).text.substr(0, 3), "SN:");
+}
+
+TEST_P(CommandTest, ASecondExchangeIsRefusedAndDisturbsNothing) {
+    m_Scanner->SetDelay(600);
+    Barcode first;
+    std::thread exchanging([&] { first = Exchange("04 7E 04 00 00 79", 3000); });
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+    const int64_t start = MonotonicMs();
+    EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 1000).result, ResultIllegal);
+    EXPECT_EQ(Query(35).result, ResultNoExist);
+    SerialNumber(ResultNoExist);
+    EXPECT_LT(MonotonicMs() - start, 200);
+    exchanging.join();
+    EXPECT_EQ(first.result, ResultSuccess);
+    EXPECT_EQ(first.text.substr(0, 3), "SN:");
+    EXPECT_EQ(m_Scanner->Packets().size(), 1u);
+}
+
+TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
+    const std::function<void()> disturbances[] = {
+        [&] { m_Scanner->SetDelay(550); },                       // the reply comes after the exchange
+        [&] { m_Scanner->SetPieces(3); },                        // the reply comes in pieces
+        [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },   // a barcode comes first
+        [&] { m_Scanner->SetFault(tools::Fault::Truncate); },
+        [&] { m_Scanner->SetFault(tools::Fault::Checksum); },
+    };
+    for (const auto& disturb : disturbances) {
+        disturb();
+        Exchange("04 7E 04 00 00 79", 100);
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        m_Scanner->SetDelay(0);
+        m_Scanner->SetPieces(0);
+        const std::string text = "barcode after an exchange";
+        m_Scanner->Scan(28, text);
+        // Pieces of a serial reply that come late are text of unknown meaning; they stay apart.
+        Barcode barcode;
+        while ((barcode = m_Handle.Take(2000)).result == ResultSuccess && barcode.type == 0) {
+        }
+        EXPECT_EQ(barcode, (Barcode{ResultSuccess, 28, text}));
+    }
+}
+
+TEST_P(CommandTest, ExchangesEndWhenTheScannerOrTheHandleGoes) {
+    m_Scanner->SetSilent(true);
+    std::thread closing([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", 60'000).result, ResultTimeout); });
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+    const int64_t start = MonotonicMs();
+    EXPECT_EQ(closeScanner(m_Handle), ResultSuccess);
+    closing.join();
+    EXPECT_LT(MonotonicMs() - start, 2000);
+
+    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+    m_Scanner->ClearPackets();
+    std::thread unplugging([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+    m_Scanner->Unplug();
+    unplugging.join();
+    m_Scanner->Plug();
+    m_Scanner->SetSilent(false);
+    ASSERT_TRUE(Eventually([&] { return m_Handle.State() == ScannerStateEnabled; }));
+
+    m_Scanner->SetSilent(true);
+    m_Scanner->ClearPackets();
+    std::thread destroying([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+    m_Handle.Destroy();
+    destroying.join();
+}
+
+using PortProbeTest = LibraryTest;
+
+TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
+    Handle handle;
+    uint8_t buffer[128] = {};
+    int32_t length = -1;
+    auto first = NewScanner(ScannerLink::VirtualSerial, "COM90", "1234");
+    auto second = NewScanner(ScannerLink::VirtualSerial, "COM91", "5678");
+    auto silent = NewScanner(ScannerLink::Serial, "COM92", "9999");
+    silent->SetSilent(true);
+    ASSERT_EQ(getSerialPortDevice(handle, sizeof buffer, buffer, &length), ResultSuccess);
+    const std::string text(buffer, buffer + length);
+    EXPECT_NE(text.find("COM90,SN:1234||COM91,SN:5678||"), std::string::npos) << text;
+    EXPECT_EQ(text.find("COM92"), std::string::npos) << text;
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    first->Unplug();
+    silent->Unplug();
+    EXPECT_EQ(getSerialPortDevice(handle, 4, buffer, &length), ResultReplyTooLong);
+    EXPECT_EQ(buffer[0], 0);
+
+    second->ClearPackets();
+    EXPECT_EQ(PortCommandInteraction(handle, "protocol=virtual serial port,serialport=91", "AA BB,CC"), ResultSuccess);
+    EXPECT_EQ(handle.State(), ScannerStateEnabled);
+}
+
+TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
+    auto usb = NewScanner(ScannerLink::Usb, "", "1111");
+    auto serial = NewScanner(ScannerLink::Serial, "COM97", "2222");
+    usb->SetSilent(true);
+    Handle first;
+    Handle second;
+    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb)), ResultSuccess);
+    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial)), ResultSuccess);
+    usb->ClearPackets();
+    uint8_t buffer[64] = {};
+    int32_t length = 0;
+    std::atomic<bool> waiting{true};
+    std::thread slow([&] {
+        uint8_t mine[64];
+        int32_t myLength = 0;
+        EXPECT_EQ(QueryCommandSetting(first, 35, sizeof mine, mine, &myLength), ResultNoExist);
+        waiting = false;
+    });
+    ASSERT_TRUE(usb->WaitForPackets(1, 2000));
+    EXPECT_EQ(getScannerVersion(second, buffer, sizeof buffer, &length), ResultSuccess);
+    EXPECT_EQ(std::string(buffer, buffer + length), "2222");
+    EXPECT_TRUE(waiting);
+    slow.join();
+}
+
+}  // namespace
+}  // namespace quillet::tests

@@ -1,0 +1,246 @@
+// Finding, opening, claiming, closing.
+#include <csignal>
+#include <cstdio>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/library/library_test.h"
+
+namespace quillet::tests {
+namespace {
+
+using ConnectionTest = LibraryTest;
+
+// Another process that opens a scanner and holds it.
+class Holder {
+  public:
+    explicit Holder(const std::string& connection, const char* atEnd = "close") {
+        int toChild[2] = {-1, -1};
+        int fromChild[2] = {-1, -1};
+        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+        m_Pid = fork();
+        if (m_Pid == 0) {
+            dup2(toChild[0], STDIN_FILENO);
+            dup2(fromChild[1], STDOUT_FILENO);
+            execl(SCANNER_HOLDER, SCANNER_HOLDER, connection.c_str(), atEnd, static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(toChild[0]);
+        close(fromChild[1]);
+        m_ToChild = toChild[1];
+        FILE* output = fdopen(fromChild[0], "r");
+        if (fscanf(output, "%d", &m_Result) != 1) m_Result = -1;
+        fclose(output);
+    }
+    ~Holder() {
+        if (m_Pid > 0) End();
+    }
+    int Result() const { return m_Result; }
+    // Exit code, or minus the signal.
+    int End() {
+        close(m_ToChild);
+        return Wait();
+    }
+    int Kill() {
+        kill(m_Pid, SIGKILL);
+        return Wait();
+    }
+
+  private:
+    int Wait() {
+        int status = 0;
+        waitpid(m_Pid, &status, 0);
+        m_Pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    pid_t m_Pid = -1;
+    int m_ToChild = -1;
+    int m_Result = -1;
+};
+
+int CountEntries(const char* directory) {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
+    return count;
+}
+
+TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
+    auto serial = NewScanner(ScannerLink::VirtualSerial);
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, ""), ResultSuccess);
+    EXPECT_TRUE(serial->WaitForPackets(1, 2000));  // barcode frames off, at each opening
+    ASSERT_EQ(closeScanner(handle), ResultSuccess);
+
+    auto usb = NewScanner(ScannerLink::Usb);
+    serial->ClearPackets();
+    ASSERT_EQ(openScanner(handle, "protocol=nonsense,serialport=5"), ResultSuccess);
+    EXPECT_TRUE(usb->WaitForPackets(1, 2000));
+    EXPECT_TRUE(serial->Packets().empty());
+    EXPECT_EQ(openScanner(handle, "protocol=serial port,serialport=97"), ResultSuccess);  // not looked at
+    EXPECT_TRUE(serial->Packets().empty());
+    EXPECT_EQ(handle.State(), ScannerStateEnabled);
+    EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    EXPECT_EQ(closeScanner(handle), ResultClosed);
+}
+
+TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
+    const int descriptors = CountEntries("/proc/self/fd");
+    Handle handle;
+    const int threads = CountEntries("/proc/self/task");
+    const struct {
+        const char* connection;
+        ResultCode result;
+    } cases[] = {
+        {"", ResultNoHardware},
+        {"protocol=usb", ResultNoHardware},
+        {"protocol=virtual serial port", ResultNoHardware},
+        {"protocol=virtual serial port,serialport=97", ResultNoHardware},
+        {"protocol=serial port,serialport=97", ResultNoHardware},       // fails at enabling
+        {"protocol=serial port,serialport=x", ResultOpenException},     // no number
+        {"protocol=virtual serial port,serialport=", ResultOpenException},
+        {"=,==,,protocol,", ResultNoHardware},
+        {"protocol=serial port,serialport=1e99", ResultNoHardware},
+        {"protocol=serial port,serialport=-3", ResultNoHardware},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(openScanner(handle, row.connection), row.result) << row.connection;
+        EXPECT_EQ(handle.State(), ScannerStateClosed) << row.connection;
+        EXPECT_EQ(CountEntries("/proc/self/task"), threads) << row.connection;
+    }
+    auto scanner = NewScanner(ScannerLink::VirtualSerial);
+    EXPECT_EQ(openScanner(handle, "protocol=usb"), ResultNoHardware);
+    // Line settings are read when the port is open already; it is closed again.
+    EXPECT_EQ(openScanner(handle, "protocol=virtual serial port,serialport=97,baudrate=fast"), ResultOpenException);
+    EXPECT_EQ(openScanner(handle, "protocol=serial port,serialport=97,stopbits=1"), ResultNoHardware);
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    EXPECT_EQ(openScanner(handle, "PROTOCOL=Virtual Serial Port,SerialPort=97,baudrate=115200.9"), ResultSuccess);
+    EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    handle.Destroy();
+    scanner.reset();
+    EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
+}
+
+class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
+INSTANTIATE_TEST_SUITE_P(Links, ClaimTest,
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial), LinkName);
+
+TEST_P(ClaimTest, OneHandleOfOneProcessHoldsAScanner) {
+    auto scanner = NewScanner(GetParam());
+    const char* connection = ConnectionOf(GetParam());
+    Handle first;
+    Handle second;
+    ASSERT_EQ(openScanner(first, connection), ResultSuccess);
+    EXPECT_EQ(openScanner(second, connection), ResultClaimed);
+    EXPECT_EQ(second.State(), ScannerStateClosed);
+    EXPECT_EQ(Holder(connection).Result(), ResultClaimed);
+
+    scanner->Scan(11, "4006381333931");  // the refused ones have not disturbed the first
+    EXPECT_EQ(first.Take(), (Barcode{ResultSuccess, 11, "4006381333931"}));
+    ASSERT_EQ(closeScanner(first), ResultSuccess);
+    EXPECT_EQ(openScanner(second, connection), ResultSuccess);
+    EXPECT_EQ(closeScanner(second), ResultSuccess);
+
+    Holder holder(connection);
+    EXPECT_EQ(holder.Result(), ResultSuccess);
+    EXPECT_EQ(openScanner(first, connection), ResultClaimed);
+    holder.Kill();
+    EXPECT_EQ(openScanner(first, connection), ResultSuccess);
+}
+
+TEST_P(ClaimTest, TheEndOfAProcessWithAnOpenHandleIsQuiet) {
+    auto scanner = NewScanner(GetParam());
+    Holder holder(ConnectionOf(GetParam()), "leave");
+    ASSERT_EQ(holder.Result(), ResultSuccess);
+    EXPECT_EQ(holder.End(), 0);
+    Holder lost(ConnectionOf(GetParam()), "leave");
+    ASSERT_EQ(lost.Result(), ResultSuccess);
+    scanner->Unplug();
+    EXPECT_EQ(lost.End(), 0);
+}
+
+TEST_F(ConnectionTest, DescriptorsAreNotInherited) {
+    auto usb = NewScanner(ScannerLink::Usb);
+    auto serial = NewScanner(ScannerLink::Serial);
+    Handle first;
+    Handle second;
+    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb)), ResultSuccess);
+    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial)), ResultSuccess);
+    ASSERT_EQ(setLogLevel(0), ResultSuccess);
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int descriptor = std::stoi(entry.path().filename().string());
+        const int flags = fcntl(descriptor, F_GETFD);
+        if (flags < 0 || descriptor <= STDERR_FILENO) continue;
+        std::error_code error;
+        EXPECT_NE(flags & FD_CLOEXEC, 0) << std::filesystem::read_symlink(entry.path(), error);
+    }
+}
+
+TEST_F(ConnectionTest, ACloseOnAnotherThreadEndsTheConnectionAndKeepsTheClaim) {
+    auto scanner = NewScanner(ScannerLink::Usb);
+    Handle first;
+    ASSERT_EQ(openScanner(first, "protocol=usb"), ResultSuccess);
+    std::thread([&] { EXPECT_EQ(closeScanner(first), ResultSuccess); }).join();
+    EXPECT_EQ(first.State(), ScannerStateClosed);
+    EXPECT_EQ(openScanner(first, "protocol=usb"), ResultClaimed);
+}
+
+TEST_F(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
+    auto scanner = NewScanner(ScannerLink::Serial, "COM200");
+    for (int round = 0; round < 2; ++round) {
+        Handle handle;
+        ASSERT_EQ(openScanner(handle, "protocol=serial port,serialport=200"), ResultSuccess);
+        EXPECT_EQ(setCode39(handle, 1), ResultNoExist);
+        scanner->Scan(3, "above");
+        EXPECT_EQ(handle.Take(), (Barcode{ResultSuccess, 3, "above"}));
+    }
+}
+
+TEST_F(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
+    auto usb = NewScanner(ScannerLink::Usb);
+    auto serial = NewScanner(ScannerLink::Serial, "COM131");  // the number that stands for the USB link
+    Handle owner;
+    Handle other;
+    ASSERT_EQ(openScanner(owner, "protocol=usb"), ResultSuccess);
+    ASSERT_TRUE(usb->WaitForPackets(1, 2000));
+    usb->ClearPackets();
+    EXPECT_EQ(setCode39(other, 1), ResultNoExist);
+    EXPECT_EQ(CommandInteraction(other, "05 40 04 00 0B 01 AA"), ResultSuccess);
+    EXPECT_EQ(openScanner(other, "protocol=serial port,serialport=131"), ResultNoHardware);
+    EXPECT_EQ(owner.State(), ScannerStateEnabled);
+    EXPECT_TRUE(usb->Packets().empty());
+    EXPECT_EQ(setCode39(owner, 1), ResultSuccess);
+    EXPECT_TRUE(usb->WaitForPackets(1, 2000));
+}
+
+// The library may be unloaded with a handle still open: no thread of it may run on.
+TEST(UnloadTest, UnloadingWithAnOpenHandleEndsEveryThread) {
+    const int threads = CountEntries("/proc/self/task");
+    const std::string path = [] {
+        Dl_info info{};
+        dladdr(reinterpret_cast<void*>(&createScanner), &info);
+        return std::string(info.dli_fname);
+    }();
+    // A copy, since the library that this test links is never unloaded.
+    const std::string copy = ::testing::TempDir() + "/libQuilletCopy.so";
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
+    void* library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto create = reinterpret_cast<ScannerHandle (*)()>(dlsym(library, "createScanner"));
+    ASSERT_NE(create(), nullptr);
+    EXPECT_EQ(CountEntries("/proc/self/task"), threads + 1);
+    dlclose(library);
+    EXPECT_EQ(CountEntries("/proc/self/task"), threads);
+}
+
+}  // namespace
+}  // namespace quillet::tests

@@ -1,0 +1,104 @@
+#include "tests/library/library_test.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "foundation/text.h"
+
+namespace quillet::tests {
+namespace {
+
+std::string MakeRuntimeDirectory() {
+    std::string path = (std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string();
+    if (mkdtemp(path.data()) == nullptr) std::abort();
+    return path;
+}
+
+}  // namespace
+
+void PrintTo(const Barcode& barcode, std::ostream* out) {
+    *out << "result " << barcode.result << ", type " << barcode.type << ", " << barcode.text.size() << " bytes: "
+         << ToAsciiText(barcode.text.substr(0, 80));
+}
+
+void Handle::Destroy() {
+    if (m_Handle != nullptr) destoryScanner(m_Handle);
+    m_Handle = nullptr;
+}
+
+int32_t Handle::State() const {
+    int32_t state = 0;
+    getScannnerState(m_Handle, &state);
+    return state;
+}
+
+int32_t Handle::CacheCount() const {
+    int32_t count = -1;
+    getBarCodeCacheCount(m_Handle, &count);
+    return count;
+}
+
+Barcode Handle::Take(int64_t timeoutMs, int32_t bufferSize) const {
+    Barcode barcode;
+    std::vector<uint8_t> buffer(static_cast<size_t>(bufferSize), 0xCC);
+    int32_t length = 0;
+    barcode.result = getBarCode(m_Handle, &barcode.type, buffer.data(), bufferSize, &length, timeoutMs);
+    if (barcode.result == ResultSuccess) barcode.text.assign(buffer.begin(), buffer.begin() + length);
+    return barcode;
+}
+
+// The library reads the variable at its first look at the devices, so each test needs a process of its own; CTest
+// gives it one.
+LibraryTest::LibraryTest() : m_RuntimeDirectory(MakeRuntimeDirectory()) {
+    setenv("XDG_RUNTIME_DIR", m_RuntimeDirectory.c_str(), 1);
+}
+
+LibraryTest::~LibraryTest() { std::filesystem::remove_all(m_RuntimeDirectory); }
+
+std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, const std::string& port,
+                                                        const std::string& serialNumber) {
+    tools::ScannerOptions options;
+    options.link = link;
+    options.port = port;
+    options.serialNumber = serialNumber;
+    options.devicesDirectory = m_RuntimeDirectory + "/quillet/devices";
+    options.serialGapMs = 40;
+    auto scanner = std::make_unique<VirtualScanner>(options);
+    scanner->Plug();
+    return scanner;
+}
+
+const char* LibraryTest::ConnectionOf(ScannerLink link) {
+    switch (link) {
+        case ScannerLink::Usb: return "protocol=usb";
+        case ScannerLink::VirtualSerial: return "protocol=virtual serial port,serialport=97";
+        default: return "protocol=serial port,serialport=97,baudrate=115200";
+    }
+}
+
+bool Eventually(const std::function<bool()>& condition, int timeoutMs) {
+    const int64_t end = MonotonicMs() + timeoutMs;
+    while (!condition()) {
+        if (MonotonicMs() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+int64_t MonotonicMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info) {
+    switch (info.param) {
+        case ScannerLink::Usb: return "Usb";
+        case ScannerLink::VirtualSerial: return "VirtualSerial";
+        default: return "Serial";
+    }
+}
+
+}  // namespace quillet::tests

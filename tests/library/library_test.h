@@ -1,0 +1,71 @@
+// What the tests of the whole library share: a directory of devices of their own, handles, barcodes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <quillet/quillet.h>
+
+#include "tools/virtual_scanner/virtual_scanner.h"
+
+namespace quillet::tests {
+
+using tools::ScannerLink;
+using tools::VirtualScanner;
+
+struct Barcode {
+    ResultCode result = ResultFailure;
+    int32_t type = -1;
+    std::string text;
+
+    friend bool operator==(const Barcode&, const Barcode&) = default;
+};
+
+void PrintTo(const Barcode& barcode, std::ostream* out);
+
+// A scanner handle that is destroyed with the object.
+class Handle {
+  public:
+    Handle() : m_Handle(createScanner()) {}
+    ~Handle() { Destroy(); }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    operator ScannerHandle() const { return m_Handle; }
+    void Destroy();
+    // Somebody else has destroyed it.
+    void Forget() { m_Handle = nullptr; }
+
+    int32_t State() const;
+    int32_t CacheCount() const;
+    Barcode Take(int64_t timeoutMs = 5000, int32_t bufferSize = 8192) const;
+
+  private:
+    ScannerHandle m_Handle;
+};
+
+// The devices of each test stand in a directory of its own, where the library of this process looks.
+class LibraryTest : public ::testing::Test {
+  protected:
+    LibraryTest();
+    ~LibraryTest() override;
+
+    // Plugged in.
+    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, const std::string& port = "COM97",
+                                               const std::string& serialNumber = "1234567890");
+    static const char* ConnectionOf(ScannerLink link);
+
+    std::string m_RuntimeDirectory;
+};
+
+// True as soon as the condition holds; false after the time.
+bool Eventually(const std::function<bool()>& condition, int timeoutMs = 5000);
+
+int64_t MonotonicMs();
+
+std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info);
+
+}  // namespace quillet::tests

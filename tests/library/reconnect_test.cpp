@@ -1,0 +1,178 @@
+// A scanner that goes away and comes back, and handles that are closed and destroyed at awkward moments.
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "tests/library/library_test.h"
+
+namespace quillet::tests {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Cycles of the random tests; a longer run is asked for by the environment.
+int Cycles(int usual) {
+    const char* wanted = std::getenv("QUILLET_TEST_CYCLES");
+    return wanted != nullptr ? std::atoi(wanted) : usual;
+}
+
+class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+  protected:
+    void SetUp() override { m_Scanner = NewScanner(GetParam()); }
+    const char* Connection() const { return ConnectionOf(GetParam()); }
+    bool ComesBack(const Handle& handle) {
+        return Eventually([&] { return handle.State() == ScannerStateEnabled; });
+    }
+    bool IsLost(const Handle& handle) {
+        return Eventually([&] { return handle.State() == ScannerStateOpen; });
+    }
+    std::unique_ptr<VirtualScanner> m_Scanner;
+};
+INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest,
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+
+TEST_P(ReconnectTest, AScannerComesBackByItself) {
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    for (int round = 0; round < 3; ++round) {
+        m_Scanner->Scan(3, "before " + std::to_string(round));
+        ASSERT_TRUE(Eventually([&] { return handle.CacheCount() == 1; }));
+        m_Scanner->Unplug();
+        ASSERT_TRUE(IsLost(handle));
+        EXPECT_EQ(setCode39(handle, 1), ResultSuccess);  // the link is known, the write goes nowhere
+        EXPECT_EQ(setScannerPattern(handle, 1), ResultDisabled);
+        m_Scanner->ClearPackets();
+        m_Scanner->Plug();
+        ASSERT_TRUE(ComesBack(handle));
+        ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+        EXPECT_EQ(m_Scanner->Packets()[0].opcode, 0xEE);  // barcode frames off, as at each connecting
+        m_Scanner->Scan(3, "after");
+        EXPECT_EQ(handle.Take().text, "before " + std::to_string(round));  // kept through the loss
+        EXPECT_EQ(handle.Take().text, "after");
+    }
+}
+
+TEST_P(ReconnectTest, ALostScannerCanBeClosedReopenedAndDestroyed) {
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    m_Scanner->Unplug();
+    ASSERT_TRUE(IsLost(handle));
+    EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    m_Scanner->Plug();
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_EQ(handle.State(), ScannerStateClosed);  // a closed handle doesn't come back
+
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    m_Scanner->Unplug();
+    ASSERT_TRUE(IsLost(handle));
+    EXPECT_EQ(openScanner(handle, Connection()), ResultNoHardware);  // gives up the lost one first
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    m_Scanner->Plug();
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    m_Scanner->Unplug();
+    ASSERT_TRUE(IsLost(handle));
+    handle.Destroy();
+    m_Scanner->Plug();
+
+    Handle next;
+    ASSERT_EQ(openScanner(next, Connection()), ResultSuccess);
+    m_Scanner->Scan(3, "next");
+    EXPECT_EQ(next.Take().text, "next");
+}
+
+TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {
+    std::atomic<bool> ended{false};
+    Handle handle;
+    std::thread consumer([&] {
+        while (!ended) handle.Take(200);
+    });
+    std::thread poller([&] {
+        while (!ended) {
+            handle.State();
+            setCode39(handle, 1);
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    });
+    std::thread opener([&] {
+        std::mt19937 random(7);
+        while (!ended) {
+            openScanner(handle, Connection());
+            std::this_thread::sleep_for(milliseconds(random() % 400));
+            if (random() % 2 == 0) closeScanner(handle);
+        }
+        openScanner(handle, Connection());
+        // The claim belongs to this thread, so it is the one to wait for the end of the test and close.
+        EXPECT_TRUE(ComesBack(handle));
+        m_Scanner->Scan(3, "at last");
+        EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > 0; }));
+        EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    });
+    std::mt19937 random(3);
+    for (int cycle = Cycles(25); cycle > 0; --cycle) {
+        m_Scanner->Unplug();
+        std::this_thread::sleep_for(milliseconds(random() % 250));
+        m_Scanner->Plug();
+        std::this_thread::sleep_for(milliseconds(random() % 350));
+    }
+    ended = true;
+    opener.join();
+    consumer.join();
+    poller.join();
+}
+
+TEST_P(ReconnectTest, EachPullIsFollowedByAReturn) {
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    std::mt19937 random(5);
+    for (int cycle = Cycles(25); cycle > 0; --cycle) {
+        m_Scanner->Unplug();
+        std::this_thread::sleep_for(milliseconds(random() % 300));
+        m_Scanner->Plug();
+        std::this_thread::sleep_for(milliseconds(random() % 300));
+    }
+    m_Scanner->Unplug();
+    ASSERT_TRUE(IsLost(handle));
+    m_Scanner->Plug();
+    ASSERT_TRUE(ComesBack(handle));
+    m_Scanner->Scan(11, "4006381333931");
+    Barcode barcode;
+    do {
+        barcode = handle.Take();
+    } while (barcode.result == ResultSuccess && barcode.text != "4006381333931");
+    EXPECT_EQ(barcode.text, "4006381333931");
+}
+
+TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
+    std::mt19937 random(11);
+    for (int cycle = Cycles(12); cycle > 0; --cycle) {
+        Handle handle;
+        std::atomic<bool> opening{false};
+        std::thread opener([&] {
+            opening = true;
+            openScanner(handle, Connection());
+        });
+        std::thread waiter([&] {
+            while (!opening) std::this_thread::yield();
+            handle.Take(-1);  // ended by the destruction
+        });
+        ASSERT_TRUE(Eventually([&] { return opening.load(); }));
+        if (cycle % 3 == 0) m_Scanner->Unplug();
+        std::this_thread::sleep_for(milliseconds(20 + random() % 300));
+        const int64_t start = MonotonicMs();
+        destoryScanner(handle);
+        EXPECT_LT(MonotonicMs() - start, 3000);
+        opener.join();
+        waiter.join();
+        handle.Forget();
+        m_Scanner->Plug();
+    }
+    // The claim of a handle that another thread opened stays with the process; only the link's absence is asked here.
+    EXPECT_TRUE(m_Scanner->IsPlugged());
+}
+
+}  // namespace
+}  // namespace quillet::tests

@@ -18,7 +18,7 @@ struct FormatValue {
     std::string text;
     std::string hex;
 
-    FormatValue(std::string value) : text(value), hex(NumToHexText(value)) {}
+    FormatValue(const std::string& value) : text(value), hex(NumToHexText(value)) {}
     FormatValue(std::string_view value) : FormatValue(std::string(value)) {}
     FormatValue(const char* value) : FormatValue(std::string(value)) {}
     FormatValue(char value) : FormatValue(std::string(1, value)) {}

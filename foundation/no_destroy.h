@@ -1,26 +1,10 @@
-// Storage for process-wide objects.
+// Storage for process-wide objects, for the floors above.
 #pragma once
 
-#include <new>
-#include <utility>
+#include "platform/no_destroy.h"
 
 namespace quillet {
 
-// Holds an object that is made on first use and never destroyed, so that a thread that is late at the end of
-// the process still meets a living object. Whatever the object holds (threads, files) is given up by an
-// operation of its own, when the library is taken down. As a function's static variable its making is safe
-// between threads.
-template <typename T>
-class NoDestroy {
-  public:
-    template <typename... Args>
-    explicit NoDestroy(Args&&... args) {
-        ::new (static_cast<void*>(m_Storage)) T(std::forward<Args>(args)...);
-    }
-    T& Get() noexcept { return *std::launder(reinterpret_cast<T*>(m_Storage)); }
-
-  private:
-    alignas(T) unsigned char m_Storage[sizeof(T)];
-};
+using platform::NoDestroy;
 
 }  // namespace quillet

@@ -1,5 +1,5 @@
-// Every setting the library can name: its number, its opcode and the form of its parameters. Tables only; read-only
-// and usable from any thread at any time.
+// Every setting the library can name: its number, its opcode and the form of its parameters. Tables only;
+// read-only and usable from any thread at any time.
 #pragma once
 
 #include <cstdint>
@@ -29,9 +29,7 @@ struct CommandRow {
     uint8_t numberSize;  // 0 to 2
     uint8_t number[2];   // high byte first
 
-    std::string_view NumberBytes() const {
-        return {reinterpret_cast<const char*>(number), numberSize};
-    }
+    std::string_view NumberBytes() const { return {reinterpret_cast<const char*>(number), numberSize}; }
 };
 
 // In order of id.

@@ -162,6 +162,7 @@ class CScanner : public CDevice {
     std::string PopFront(std::list<std::string>& list);
     BinaryConversion ConversionMode() const;
 
+    static void AppendWithinReason(std::string& bytes, const std::string& more);
     void TakePlainBarcode(const std::string& block);
     void TakeBarcodePart(ReplyPacket& reply);
     void AddBarcode(std::string text, int32_t codeType);

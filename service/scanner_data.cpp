@@ -1,4 +1,5 @@
 // From a block of the read thread to an entry of the barcode cache.
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -42,7 +43,7 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
             record.SetData(m_LinkType, std::move(block));
         }
         ProcessEvent(record);
-    } catch (const ZelmarError& error) {
+    } catch (const std::exception& error) {  // also no memory: the read thread goes on with the next block
         const std::string text = error.what();
         LogCritical("Error: ProcessDataEvent", text.empty() ? "Unknown exception" : text);
     }
@@ -101,6 +102,16 @@ ParseResult CScanner::ParsingData(std::string& buffer, ReplyPacket& reply) {
     return result;
 }
 
+// A device that never ends what it has begun must not fill the host's memory: it starts again from nothing.
+void CScanner::AppendWithinReason(std::string& bytes, const std::string& more) {
+    constexpr size_t kMaxAssembledBytes = 1 << 20;
+    if (bytes.size() + more.size() > kMaxAssembledBytes) {
+        LogWarning("Too much data without an end, dropped: ", static_cast<uint64_t>(bytes.size()));
+        bytes.clear();
+    }
+    bytes += more;
+}
+
 // Bare text: the block alone is the barcode, whatever waited before it.
 void CScanner::TakePlainBarcode(const std::string& block) {
     LogInfo("    | ScanData: ", HexOf{block});
@@ -108,7 +119,7 @@ void CScanner::TakePlainBarcode(const std::string& block) {
 }
 
 void CScanner::TakeBarcodePart(ReplyPacket& reply) {
-    m_ScanData += reply.parameters;
+    AppendWithinReason(m_ScanData, reply.parameters);
     if (reply.firstParameter != kLastBlock) {
         m_EventQueue.ChangeEnabledEvents(0, 0);  // only wakes the queue
         return;

@@ -141,7 +141,7 @@ void CScanner::HandleDirectIOEvent(const EventRecord& record) {
     uint32_t linkType = 0;
     std::string bytes;
     record.GetDirectIO(linkType, bytes);
-    m_DirectIORaw += bytes;
+    AppendWithinReason(m_DirectIORaw, bytes);
     while (HandleOneReply(bytes, record)) {
     }
     if (!late) return;
@@ -169,7 +169,7 @@ bool CScanner::HandleOneReply(std::string& bytes, const EventRecord& record) {
         return true;
     }
     if (reply.status == kReplyAccepted && result == ParseOk) {
-        m_ScanData += reply.parameters;
+        AppendWithinReason(m_ScanData, reply.parameters);
         const bool hasText = reply.opcode == OpcodeReplyD8 || reply.opcode == OpcodeVersion;
         OnDirectIOEventSync(reply.opcode, hasText ? 1 : 0, record);
         return false;

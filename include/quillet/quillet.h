@@ -161,6 +161,267 @@ QUILLET_API ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8
  */
 QUILLET_API ResultCode getBarCodeCacheCount(ScannerHandle handle, int32_t* count);
 
+/* ---- Settings -------------------------------------------------------------------------------------------------- */
+
+/*
+ * Each call sends one setting to the scanner, which keeps it; the library keeps no record of settings. No call waits
+ * for the scanner's answer or tells it: QueryCommandSetting reads back what the scanner made of a setting. Sending
+ * blocks as convention 7 tells. Calls from several threads are sent one after the other, each packet whole.
+ *
+ * Arguments:
+ *   on     0 switches off, every other value switches on.
+ *   value  a number; what is accepted stands with the call, everything else is refused. What a number without a
+ *          meaning told here stands for is told by the scanner's manual.
+ *   Characters are single bytes of any value; int8_t where the bytes from 0x80 up count as negative.
+ *
+ * Results, unless a call says otherwise:
+ *   0    handed to the connection, which includes a write that failed there (the log has it)
+ *   10   null handle or a refused value; nothing was sent
+ *   109  the handle has no connection; nothing was sent
+ *
+ * docs/setting-codes.md lists the settings with the numbers that QueryCommandSetting, getBarCodeCmd and
+ * getQRBarCodeCmd know them by.
+ */
+
+/* Reading: all codes, or kinds of codes, at once. */
+QUILLET_API ResultCode setReadAllBarcodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setBarcode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setQRcode(ScannerHandle handle, uint8_t on); /* not setQRCode, the symbology alone */
+QUILLET_API ResultCode setReadOnlyNumericBarcodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setOneDimensionalInverseCode(ScannerHandle handle, uint8_t on);
+
+/* Linear symbologies and what belongs to one: check digits, their transmission, conversion. */
+QUILLET_API ResultCode setCode11(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode11CheckBit(ScannerHandle handle, int32_t value); /* 0 to 2 */
+QUILLET_API ResultCode setCode11TransmitCheckBit(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode128(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode128FNC1(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode128FNC4(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setISBT128(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode39(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode39CheckBit(ScannerHandle handle, int32_t value); /* 0, 1 */
+QUILLET_API ResultCode setCode39TransmitCheckBit(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode39FullASCIIConversion(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode39ToCode32(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode32Prefix(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCode93(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCodabar(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCodabarCLSIEditing(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCodabarNOTISEditing(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setInterleaved2Of5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setInterleaved2Of5CheckBit(ScannerHandle handle, int32_t value);         /* 0 to 2 */
+QUILLET_API ResultCode setInterleaved2Of5TransmitCheckBit(ScannerHandle handle, int32_t value); /* 0 off, 1 on */
+QUILLET_API ResultCode setITFCropBits(ScannerHandle handle, int32_t value);                     /* 0 to 50 */
+QUILLET_API ResultCode setMatrix2Of5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMatrix2Of5CheckBit(ScannerHandle handle, int32_t value);         /* 0, 1 */
+QUILLET_API ResultCode setMatrix2Of5TransmitCheckBit(ScannerHandle handle, int32_t value); /* 0 off, 1 on */
+QUILLET_API ResultCode setIndustrial2Of5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setStandard2Of5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMSI(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMSICheckBit(ScannerHandle handle, int32_t value);          /* 0, 1 */
+QUILLET_API ResultCode setMSICheckBitAlgorithm(ScannerHandle handle, int32_t value); /* 0, 1 */
+QUILLET_API ResultCode setMSITransmitCheckBit(ScannerHandle handle, uint8_t on);
+
+/*
+ * UPC, EAN and the book and periodical numbers in them. "Tow" and "Five" are the supplements of two and five digits,
+ * "2_5 required" demands one of them.
+ */
+QUILLET_API ResultCode setUPC_A(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_ACheckBit(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_APreamble(ScannerHandle handle, int32_t value); /* 0 to 2 */
+QUILLET_API ResultCode setUPC_ATowExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_AFiveExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_A2_5DigitsRequired(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_E(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_ECheckBit(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_EPreamble(ScannerHandle handle, int32_t value); /* 0 to 2 */
+QUILLET_API ResultCode setUPC_ETowExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_EFiveExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPC_E2_5DigitsRequired(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setConvertUPC_ETo_A(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_13(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_13TowExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_13FiveExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_13DigitsRequired2_5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_13_Trim_Last_Position(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_8(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_8TowExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_8FiveExtensionCodes(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_8DigitsRequired2_5(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setEAN_8_Trim_Last_Position(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setConvertEAN_8ToEAN_13(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setISBN(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setISBNFormat(ScannerHandle handle, int32_t value); /* 0, 1 */
+QUILLET_API ResultCode setISSN(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setPriceField(ScannerHandle handle, uint8_t on);
+
+/* GS1 symbologies, composite codes and the output of group separators. */
+QUILLET_API ResultCode setGS1_128(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUCC_EANImitateGS1_128(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setGS1Databar(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setGS1DataBarLimitedExpanded(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setGS1Expandend(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setConvertGS1DataBarToUPC_EAN(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCompositeCode(ScannerHandle handle, int32_t value); /* 0 to 3 */
+QUILLET_API ResultCode setCodeGroupSignToBlank(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setCodeGroupSignTo29F(ScannerHandle handle, uint8_t on);
+
+/* Two-dimensional symbologies. "Inverse" reads light codes on dark ground. */
+QUILLET_API ResultCode setPDF417(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMicroPDF417(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setQRCode(ScannerHandle handle, uint8_t on); /* not setQRcode, a kind of codes */
+QUILLET_API ResultCode setQRCodeInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMicroQRCode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setDataMatrix(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setDataMatrixInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setDataMatrixMirrorImages(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setDMCodeHorizontalBarToEnter(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setAztecCode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setAztecCodeInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setHanXin(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setHanXinInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMaxiCode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setGMCode(ScannerHandle handle, uint8_t on);
+
+/*
+ * Printed characters. setOCRPassportInverse and setOCRPassportTranslateInverse are one setting to the scanner, and so
+ * are setOCRPassportTranslate and setReadOnlyNumericBarcodes.
+ */
+QUILLET_API ResultCode setOCRPassport(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setOCRPassportInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setOCRPassportTranslate(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setOCRPassportTranslateInverse(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setOCRISBN(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setMICR_E_13B(ScannerHandle handle, uint8_t on);
+
+/* Postal codes, and the Brazilian rule for filling up a barcode. */
+QUILLET_API ResultCode setUSPostnet(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUSPlanet(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUSPS4CB(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUPUFICSPostal(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUKPostal(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setJapanPostal(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setAustraliaPost(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setNetherlandsKIXCode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setChinaPost(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setKoreanPost(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setBrazilianBarcodeRuleFill(ScannerHandle handle, uint8_t on);
+
+/* Unique device identification (UDI) of medical products. */
+QUILLET_API ResultCode setReadUDI(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUDIDataFormat(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setUDIFullDataOutput(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setInterceptUDIData(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setInterceptAndOutputUDI(ScannerHandle handle, uint8_t on);
+
+/* What the scanner does to a barcode's text before it sends it. */
+QUILLET_API ResultCode setToggleCaseFunction(ScannerHandle handle, int32_t value);     /* 0 to 2 */
+QUILLET_API ResultCode setRemoveOrReduceSpaces(ScannerHandle handle, int32_t value);   /* 0 to 2 */
+QUILLET_API ResultCode setRemoveBarcodeZeroData(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setSkipBarcodeHeadData(ScannerHandle handle, int32_t value);    /* 0 to 49 */
+QUILLET_API ResultCode setSkipBarcodeTailData(ScannerHandle handle, int32_t value);    /* 0 to 49 */
+QUILLET_API ResultCode setControlCharacterOutput(ScannerHandle handle, int32_t value); /* 0, 2 */
+QUILLET_API ResultCode setControlCharacterVisibleOutput(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setTowSignToTab(ScannerHandle handle, uint8_t on);
+
+/* The range of a barcode that is sent: two numbers from 0 to 255. */
+QUILLET_API ResultCode setGetSpecifiedRangeBarcodeData(ScannerHandle handle, int32_t first, int32_t second);
+
+/* Two characters before or behind each barcode. A space goes out as 0x7F, which the scanner takes for one. */
+QUILLET_API ResultCode setCodeDataPrefix(ScannerHandle handle, uint8_t first, uint8_t second);
+QUILLET_API ResultCode setCodeDataSuffix(ScannerHandle handle, uint8_t first, uint8_t second);
+
+/* A suffix by kind: 0 line feed, 1 carriage return, 2 tab, 3 line feed and carriage return, in this order. */
+QUILLET_API ResultCode setCodeDataEndSuffix(ScannerHandle handle, int32_t kind);
+
+/*
+ * Replaces characters of a barcode. Sends a packet for each of a, b, c and d; a space as c leaves
+ * out c and d. A failed packet doesn't stop the others, another thread's packet may come between them, and the result
+ * is that of the last.
+ */
+QUILLET_API ResultCode setAnyCharacterReplacement(ScannerHandle handle, uint8_t a, uint8_t b, uint8_t c, uint8_t d);
+
+/* Inserts a character; `value` goes to the scanner as it is. */
+QUILLET_API ResultCode setInsertCharacter(ScannerHandle handle, int8_t character, uint8_t value);
+
+/*
+ * The control character before or behind each barcode over HID, in a form from 0 to 7.
+ * Results: 0 for every accepted form, also without a connection; 10.
+ */
+QUILLET_API ResultCode setHIDLeadingControlCharacterForm(ScannerHandle handle, int32_t form, int8_t character);
+QUILLET_API ResultCode setHIDPostControlCharacterForm(ScannerHandle handle, int32_t form, int8_t character);
+
+/* When and how the scanner reads. */
+QUILLET_API ResultCode setTriggerMode(ScannerHandle handle, int32_t value); /* 0 to 2 */
+/* Milliseconds, 500 to 9900, rounded down to a tenth of a second. */
+QUILLET_API ResultCode setDecodeTimeOut(ScannerHandle handle, int32_t value);
+/* Milliseconds, 0 to 9900, rounded down to a tenth of a second. */
+QUILLET_API ResultCode setMultiTimeOut(ScannerHandle handle, int32_t value);
+/* These two are one setting to the scanner: the later call decides. setMultiSensitivity sends its value less 1. */
+QUILLET_API ResultCode setScanMulti(ScannerHandle handle, int32_t value);        /* 0, 2 to 7 */
+QUILLET_API ResultCode setMultiSensitivity(ScannerHandle handle, int32_t value); /* 1 to 9 */
+QUILLET_API ResultCode setReactionSensitivity(ScannerHandle handle, int32_t value); /* 0 to 255 */
+QUILLET_API ResultCode setScreenScanning(ScannerHandle handle, int32_t value);      /* 0 off, 1 on */
+QUILLET_API ResultCode setAimAtPrasing(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setSighting(ScannerHandle handle, int32_t value); /* 0, 1, 3; 3 goes out as 2 */
+
+/* Sound, light, vibration and rest. */
+QUILLET_API ResultCode setBuzzerEnable(ScannerHandle handle, int32_t value); /* 0 to 3 */
+QUILLET_API ResultCode setBuzzerTone(ScannerHandle handle, int32_t value);   /* 1, 2, 4 */
+QUILLET_API ResultCode setBuzzerVolume(ScannerHandle handle, int32_t value); /* 1, 2, 4 */
+QUILLET_API ResultCode setVibrator(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setLEDLevel(ScannerHandle handle, int32_t value);          /* 0 to 10 */
+QUILLET_API ResultCode setLEDColor(ScannerHandle handle, int32_t value);          /* 0 to 3 */
+QUILLET_API ResultCode setDeviceHangupTime(ScannerHandle handle, int32_t value);  /* 0 to 5 */
+
+/* The scanner's link to the host. */
+QUILLET_API ResultCode setHostMode(ScannerHandle handle, int32_t value);              /* 1 to 5 */
+QUILLET_API ResultCode setVirtualSerialChecksum(ScannerHandle handle, int32_t value); /* 0 to 2 */
+/* 0 to 6. Results: 0 for every accepted value, also without a connection; 10. */
+QUILLET_API ResultCode setRS232BaudRate(ScannerHandle handle, int32_t value);
+QUILLET_API ResultCode setNationalKeyboardLayout(ScannerHandle handle, int32_t value); /* 1 to 99 */
+/* 1 to 256; 0 is the same as 256. */
+QUILLET_API ResultCode setOutputCharacterDelayTime(ScannerHandle handle, int32_t value);
+QUILLET_API ResultCode setHIDStorageMode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setHIDAutoStorageMode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setGATTMode(ScannerHandle handle, uint8_t on);
+QUILLET_API ResultCode setBluetoothAutomSense(ScannerHandle handle, uint8_t on);
+
+/* ---- Setting codes --------------------------------------------------------------------------------------------- */
+
+/*
+ * The bytes of setting commands, for instance as the content of a barcode or QR code that a scanner is set up with.
+ * No scanner and no handle is needed; nothing blocks; any thread, any time.
+ *
+ * buffer, outLength: receive the bytes (convention 4)
+ *
+ * Results: 0; 10 for an unknown id, one without a command (docs/setting-codes.md) or a null pointer, with buffer and
+ * outLength as they were; 115 if the buffer is too small, and then it is all zeros and outLength as it was.
+ */
+
+/*
+ * One setting.
+ *
+ * value: two bytes for the prefix and the suffix (125, 146), where a space becomes 0x7F, and for the control
+ *        characters (148, 149: form, character); one byte for the others. It isn't checked against the range of
+ *        the setting's call.
+ */
+QUILLET_API ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t bufferSize, uint8_t* buffer,
+                                     int32_t* outLength);
+
+/*
+ * Several settings in one code.
+ *
+ * settings: items with a comma between, each "<id> <value>" or, for the prefix (125), "<id> <first> <second>". Ids and
+ *           values are single raw bytes, not digits: "#", a space and the byte 1 give the setting 35 the value 1. A
+ *           value left out behind its space is 0. So ids reach up to 127, without 32 and 44, and no value is 0x20 or
+ *           0x2C.
+ *
+ * Results: also 10 for an empty text, an item with too few parts, and more items than the 252 bytes that one packet
+ * carries.
+ */
+QUILLET_API ResultCode getQRBarCodeCmd(const char* settings, int32_t bufferSize, uint8_t* buffer, int32_t* outLength);
+
 #ifdef __cplusplus
 }
 #endif

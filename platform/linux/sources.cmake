@@ -1,4 +1,25 @@
 set(quillet_platform_sources
-  linux/unload.cpp)
-
+  linux/clock.cpp
+  linux/code_page.cpp
+  linux/device_handle.cpp
+  linux/device_path.cpp
+  linux/event.cpp
+  linux/files.cpp
+  linux/handle_file.cpp
+  linux/handle_reader.cpp
+  linux/hid_file.cpp
+  linux/kernel_devices.cpp
+  linux/line_settings.cpp
+  linux/linux_device_access.cpp
+  linux/linux_device_tree.cpp
+  linux/linux_roots.cpp
+  linux/named_mutex.cpp
+  linux/poll_device.cpp
+  linux/registered_devices.cpp
+  linux/serial_file.cpp
+  linux/small_file.cpp
+  linux/stop_signal.cpp
+  linux/thread.cpp
+  linux/unload.cpp
+)
 set(quillet_platform_libraries)

@@ -1,6 +1,5 @@
 #include "foundation/text.h"
 
-#include <clocale>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
@@ -33,7 +32,7 @@ TEST(Text, FormatFillsInByItsOwnRules) {
     EXPECT_EQ(Format("%d", "x"), "x");
     EXPECT_EQ(Format("%s", 7), "7");
     EXPECT_EQ(Format("", 7), "");
-    EXPECT_EQ(Format("%ld|%lf|%lu", 1, 2, 3), "1|2|3u");
+    EXPECT_EQ(Format("%ld|%lf|%ll|%lu", 1, 2, 3, 4), "1|2|3|4u");
     EXPECT_EQ(Format("%x %x %x", 10, "g", -1), "0a 0g ffffffff");
     EXPECT_EQ(Format("%5d %d", 7, 8), "%5d %d") << "the first % stops every later value";
     EXPECT_EQ(Format("%%d", 7), "7d");
@@ -74,9 +73,8 @@ TEST(Text, BytesForTheLog) {
     EXPECT_EQ(ToAsciiText("\x80\xef\xf0\xf9\xfa\xff"), "\x80\xef<F0><F9>\xfa\xff");
 }
 
-TEST(Text, CaseIsAsciiInEveryLocale) {
-    const char* const locale = std::setlocale(LC_ALL, "");
-    EXPECT_EQ(ToLowerAscii("AZ[@\xC4"), "az[@\xC4") << (locale != nullptr ? locale : "no locale");
+TEST(Text, CaseIsAsciiOnly) {
+    EXPECT_EQ(ToLowerAscii("AZ[@\xC4"), "az[@\xC4");
     EXPECT_EQ(ToUpperAscii("az{`\xE4"), "AZ{`\xE4");
 }
 

@@ -90,15 +90,19 @@ TEST(ThreadPool, StopWaitsForTheRunningTaskAndLeavesTheRest) {
     EXPECT_EQ(runs.use_count(), 1) << "the end frees what never ran";
 }
 
+// The moment of Stop moves through the worker's way into its wait.
 TEST(ThreadPool, IdleWorkerIsStoppedAndWokenAtOnce) {
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 6000; ++i) {
         ThreadPool pool;
         const auto begin = std::chrono::steady_clock::now();
         pool.Start();
-        if (i % 3 == 0) {
+        if (i % 10 == 0) {
             std::promise<void> ran;
             pool.Enqueue([&] { ran.set_value(); });
             ran.get_future().wait();
+        }
+        const auto moment = std::chrono::steady_clock::now() + std::chrono::nanoseconds(i * 10);
+        while (std::chrono::steady_clock::now() < moment) {
         }
         pool.Stop();
         ASSERT_LT(std::chrono::steady_clock::now() - begin, kBelowIdleWait) << "a wake-up was lost";

@@ -1,0 +1,116 @@
+// The other end of a link: what a program needs that plays a device. A library of its own; the host library
+// doesn't hold it. Failures of the system are thrown as std::system_error, unless said otherwise.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/device_access.h"
+
+namespace quillet::platform {
+
+// The device's end of one link, from plugging in to unplugging. One thread receives and one sends, side by
+// side; destruction, the pulling of the cable, comes after both.
+class DeviceEnd {
+  public:
+    // A terminal for hosts to open as a serial port. What is sent while no host has it open waits for the
+    // next one, as far as the system's buffer reaches.
+    static std::unique_ptr<DeviceEnd> NewTerminal();
+    // A socket for hosts to open as a HID device, at a path that is made anew. Each message is one report.
+    // All hosts get each report, so one that doesn't read holds up the others.
+    static std::unique_ptr<DeviceEnd> NewReportSocket(const std::string& path);
+    virtual ~DeviceEnd() = default;
+
+    // What a host opens.
+    virtual const std::string& HostPath() const = 0;
+
+    enum class Received {
+        Bytes,     // some bytes of a terminal, one message of a socket
+        HostCame,  // told by sockets alone
+        HostGone,
+        TimedOut,
+        Stopped,  // the stop signal; it wins
+        Failed
+    };
+    // Waits for the next of these; kNoLimitMs waits for ever.
+    virtual Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) = 0;
+
+    enum class Sent {
+        All,
+        NoHost,   // told by sockets alone; nothing was sent
+        Stopped,  // the stop signal, while the host took no more bytes
+        Failed
+    };
+    // Waits as long as the host's buffer is full.
+    virtual Sent Send(std::string_view bytes, const StopSignal& stop) = 0;
+};
+
+// Text of one registered device, in lines "key=value".
+using DeviceText = std::string;
+
+// A place for one device in a directory of registered devices. The name belongs to this object until its end;
+// what a killed program has left there is replaced.
+class DeviceRegistration {
+  public:
+    // The directory of the effective user, where hosts of the same user look, and its owner alone may write.
+    static std::string UserDirectory();
+
+    // Makes the directory where it is missing. Throws std::runtime_error if another running program has the
+    // name, or if hosts would not look at the directory since somebody else could write to it.
+    DeviceRegistration(const std::string& directory, const std::string& name);
+    ~DeviceRegistration();  // withdraws the device
+    DeviceRegistration(const DeviceRegistration&) = delete;
+    DeviceRegistration& operator=(const DeviceRegistration&) = delete;
+
+    // A path beside the registration for the device's socket.
+    const std::string& SocketPath() const { return m_SocketPath; }
+
+    // Hosts find the device from the return on, and no longer from the return of Withdraw on. Withdrawing a
+    // device that isn't there does nothing.
+    void Publish(const DeviceText& text);
+    void Withdraw() noexcept;
+
+  private:
+    void TakeName();
+
+    std::string m_DevicePath;
+    std::string m_SocketPath;
+    std::string m_LockPath;
+    int m_Lock = -1;  // open and locked from construction to destruction
+};
+
+// Standard input by lines, together with the signals that end a program (SIGINT, SIGTERM, SIGHUP). To be made
+// before the program's other threads, which inherit that these signals are blocked. A standard output that
+// nobody reads any more doesn't end the program either.
+class CommandInput {
+  public:
+    CommandInput();
+    ~CommandInput();
+    CommandInput(const CommandInput&) = delete;
+    CommandInput& operator=(const CommandInput&) = delete;
+
+    // From now on a thread of this object's own waits for the signals. onSignal runs on it once, at the first
+    // one, and is to end whatever the reading thread may be waiting for.
+    void WatchSignals(std::function<void()> onSignal);
+
+    enum class Next { Line, End, Signal };
+    // Waits for the next line, given without its line end. A last line without one counts.
+    Next Read(std::string& line);
+
+  private:
+    bool TakeLine(std::string& line);
+
+    int m_Signals = -1;
+    std::function<void()> m_OnSignal;
+    StopSignal m_Signalled;  // a signal has come
+    StopSignal m_Finished;   // the watching thread is to end
+    std::thread m_Watcher;
+    std::string m_Pending;  // read and not yet given
+    bool m_Ended = false;
+};
+
+}  // namespace quillet::platform

@@ -1,0 +1,61 @@
+// The kernel's file of one open device, given up as soon as the device is gone.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <sys/types.h>
+
+#include "platform/device_access.h"
+#include "platform/linux/unique_fd.h"
+
+namespace quillet::platform {
+
+// What a device's poll told. The stop signal wins over everything.
+struct DeviceWake {
+    uint32_t error = 0;  // the poll itself failed
+    bool stopped = false;
+    bool timedOut = false;
+    bool gone = false;    // the other thread found the device gone
+    bool hungUp = false;  // the kernel reports a hang-up or an error
+};
+
+// True for the codes with which the kernel tells that a device went away.
+bool MeansGone(uint32_t error) noexcept;
+
+// The reading and the writing thread use one file side by side, and either may find that the device is gone.
+// The file has to be closed then (as long as it is open, a device that is plugged in again gets another
+// number), but never under the other's hands, whose next call could hit a stranger's descriptor. So whoever
+// works on it holds a reference, and the last one closes. A writer that finds the loss leaves the closing to
+// the reader, who first takes what waits in the kernel.
+class DeviceHandle {
+  public:
+    using File = std::shared_ptr<const UniqueFd>;
+
+    explicit DeviceHandle(UniqueFd fd);
+
+    // The file, to be held for one operation; null once the device is gone.
+    File ForReading() const;
+    File ForWriting() const;  // null also while only the reader may still go on
+
+    void ReaderStarts();
+    void ReaderEnds() noexcept;
+
+    // The reader found the device gone and has taken all that waited.
+    void Close() noexcept;
+    // A writer or a settings call found it gone.
+    void ReportLoss() noexcept;
+
+    // Waits for events of the file, the stop signal or the loss of the device.
+    DeviceWake Poll(const UniqueFd& file, short events, const StopSignal& stop,
+                    uint32_t timeoutMs) const noexcept;
+
+  private:
+    mutable std::mutex m_Mutex;  // guards m_File, m_Lost, m_Readers
+    File m_File;
+    bool m_Lost = false;
+    int m_Readers = 0;
+    StopSignal m_Loss;  // set with m_Lost; wakes who waits in Poll
+};
+
+}  // namespace quillet::platform

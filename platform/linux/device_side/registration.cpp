@@ -1,0 +1,101 @@
+// Devices that programs register: one small file each, in a directory that hosts look into.
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include "platform/device_side.h"
+#include "platform/linux/device_side/checked.h"
+#include "platform/linux/linux_roots.h"
+#include "platform/linux/unique_fd.h"
+
+namespace quillet::platform {
+namespace {
+
+std::string ParentOf(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string WithoutFinalSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+// Hosts pass over a directory that somebody else could have put a device into, silently; here it's an error.
+void RequirePrivateDirectory(const std::string& path) {
+    struct stat status {};
+    Checked(::lstat(path.c_str(), &status), path);
+    const bool ownerIsTrusted = status.st_uid == 0 || status.st_uid == ::geteuid();
+    if (!S_ISDIR(status.st_mode) || !ownerIsTrusted || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw std::runtime_error(path + ": not a directory that its owner alone can write to");
+    }
+}
+
+void MakePrivateDirectory(const std::string& path) {
+    if (::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) ThrowErrno(path);
+    RequirePrivateDirectory(path);
+}
+
+void WriteWholeFile(const std::string& path, const std::string& text) {
+    ::unlink(path.c_str());
+    const UniqueFd file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
+    if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) ThrowErrno(path);
+}
+
+// False if the path names another file by now: its owner removed it between our opening and our locking.
+bool StillNames(const std::string& path, int file) {
+    struct stat byPath {};
+    struct stat byFile {};
+    return ::lstat(path.c_str(), &byPath) == 0 && ::fstat(file, &byFile) == 0 &&
+           byPath.st_ino == byFile.st_ino;
+}
+
+}  // namespace
+
+std::string DeviceRegistration::UserDirectory() {
+    return SystemRoots().registered.back();  // the first is root's
+}
+
+DeviceRegistration::DeviceRegistration(const std::string& directory, const std::string& name) {
+    const std::string folder = WithoutFinalSlashes(directory);
+    const std::string parent = ParentOf(folder);
+    if (!parent.empty()) MakePrivateDirectory(parent);
+    MakePrivateDirectory(folder);
+    m_DevicePath = folder + "/" + name + ".device";
+    m_SocketPath = folder + "/" + name + ".socket";
+    m_LockPath = folder + "/" + name + ".lock";
+    TakeName();
+    Withdraw();
+}
+
+DeviceRegistration::~DeviceRegistration() {
+    Withdraw();
+    ::unlink(m_LockPath.c_str());
+    ::close(m_Lock);
+}
+
+void DeviceRegistration::TakeName() {
+    for (;;) {
+        UniqueFd lock(
+            Checked(::open(m_LockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), m_LockPath));
+        if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
+            throw std::runtime_error(m_DevicePath + ": another running program has this device");
+        }
+        if (!StillNames(m_LockPath, lock.Get())) continue;
+        m_Lock = lock.Release();
+        return;
+    }
+}
+
+void DeviceRegistration::Publish(const DeviceText& text) {
+    const std::string draft = m_DevicePath + ".new";  // not a name that hosts look at
+    WriteWholeFile(draft, text);
+    Checked(::rename(draft.c_str(), m_DevicePath.c_str()), m_DevicePath);
+}
+
+void DeviceRegistration::Withdraw() noexcept {
+    ::unlink(m_DevicePath.c_str());
+}
+
+}  // namespace quillet::platform

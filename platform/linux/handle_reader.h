@@ -1,0 +1,44 @@
+// Reading a device through poll.
+#pragma once
+
+#include <cstdint>
+#include <sys/types.h>
+
+#include "platform/device_access.h"
+#include "platform/linux/device_handle.h"
+
+namespace quillet::platform {
+
+// A read is pending from its start: nothing is asked of the kernel before Wait. Derived classes say how a
+// piece is read and whether more belongs to it.
+class HandleReader : public DeviceReader {
+  public:
+    explicit HandleReader(DeviceHandle& handle) : m_Handle(handle) { m_Handle.ReaderStarts(); }
+    ~HandleReader() override { m_Handle.ReaderEnds(); }
+    HandleReader(const HandleReader&) = delete;
+    HandleReader& operator=(const HandleReader&) = delete;
+
+    IoStart Start(uint8_t* buffer, uint32_t size) override;
+    ReadWait Wait(const StopSignal& stop) override;
+    IoFinish Finish() override;
+    uint32_t LastError() const override { return m_Error; }
+
+  protected:
+    // One piece into the buffer; as read.
+    virtual ssize_t ReadPiece(int fd, uint8_t* buffer, size_t size) = 0;
+    // True if the first piece is the whole read, else how long the next piece is waited for.
+    virtual bool IsOnePiece() const = 0;
+    virtual uint32_t NextPieceMs() const { return 0; }
+
+  private:
+    ReadWait TakeMore(const UniqueFd& file, const StopSignal& stop);
+    ReadWait End(uint32_t error);
+
+    DeviceHandle& m_Handle;
+    uint8_t* m_Buffer = nullptr;
+    uint32_t m_Size = 0;
+    uint32_t m_Count = 0;
+    uint32_t m_Error = 0;
+};
+
+}  // namespace quillet::platform

@@ -1,0 +1,221 @@
+#include "platform/linux/kernel_devices.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "platform/linux/small_file.h"
+
+namespace quillet::platform {
+namespace {
+
+// The numbers of a kind of tty: <prefix>0 is the port COM<firstPort>, and so on for kTtysOfAKind of them.
+struct TtyKind {
+    std::string_view prefix;
+    uint32_t firstPort;
+    bool hasPhantoms;  // nodes without hardware, of type 0
+};
+
+constexpr uint32_t kTtysOfAKind = 32;
+constexpr std::array<TtyKind, 3> kTtyKinds = {
+    {{"ttyS", 1, true}, {"ttyUSB", 33, false}, {"ttyACM", 65, false}}};
+constexpr std::string_view kPortPrefix = "COM";
+
+// A USB device lies this many folders above a tty's "device" at most: ttyACM one, ttyUSB two.
+constexpr int kUsbLevels = 3;
+
+// A number as the kernel writes it: digits alone, no zero in front.
+std::optional<uint32_t> PlainNumber(std::string_view digits) {
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    const bool whole = error == std::errc() && end == digits.data() + digits.size();
+    return whole && (digits.size() == 1 || digits.front() != '0') ? std::optional(value) : std::nullopt;
+}
+
+std::optional<uint32_t> NumberBehind(std::string_view prefix, std::string_view text) {
+    return text.starts_with(prefix) ? PlainNumber(text.substr(prefix.size())) : std::nullopt;
+}
+
+struct NumberedTty {
+    uint32_t port;
+    const TtyKind* kind;
+    std::string name;
+};
+
+std::optional<NumberedTty> ReadTtyName(std::string_view name) {
+    for (const TtyKind& kind : kTtyKinds) {
+        const auto number = NumberBehind(kind.prefix, name);
+        if (number && *number < kTtysOfAKind) {
+            return NumberedTty{kind.firstPort + *number, &kind, std::string(name)};
+        }
+    }
+    return std::nullopt;
+}
+
+// Texts of a device become parts of an instance ID, whose parts a backslash separates.
+std::string AsIdPart(std::string text) {
+    for (char& c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F || c == '\\') {
+            c = '_';
+        }
+    }
+    return text;
+}
+
+std::string UpperAscii(std::string text) {
+    for (char& c : text) {
+        if (c >= 'a' && c <= 'z') {
+            c = static_cast<char>(c - 'a' + 'A');
+        }
+    }
+    return text;
+}
+
+// The folder of the USB device that a tty belongs to, relative to the class folder; empty if it isn't on USB.
+std::string UsbFolder(int classFolder, const std::string& tty, std::string& vendor) {
+    std::string folder = tty + "/device";
+    for (int level = 0; level < kUsbLevels; ++level) {
+        folder += "/..";
+        vendor = ReadAttribute(classFolder, folder + "/idVendor");
+        if (!vendor.empty()) {
+            return folder + "/";
+        }
+    }
+    return {};
+}
+
+// A USB device without a serial number is told by its place on the bus, which is the same after every
+// restart.
+std::string UsbSerial(int classFolder, const std::string& usb, const std::string& bus) {
+    const std::string serial = ReadAttribute(classFolder, usb + "serial");
+    return serial.empty() ? bus + "-" + ReadAttribute(classFolder, usb + "devpath") : serial;
+}
+
+void DescribeUsbPort(int classFolder, const std::string& usb, const std::string& vendor,
+                     FoundDevice& device) {
+    const std::string bus = ReadAttribute(classFolder, usb + "busnum");
+    const std::string product = ReadAttribute(classFolder, usb + "idProduct");
+    device.instanceId = "USB\\VID_" + UpperAscii(vendor) + "&PID_" + UpperAscii(product) + "\\" +
+                        AsIdPart(UsbSerial(classFolder, usb, bus));
+    device.parentId = "USB\\ROOT_HUB\\" + bus;
+    device.description = ReadAttribute(classFolder, usb + "product");
+    device.manufacturer = ReadAttribute(classFolder, usb + "manufacturer");
+}
+
+FoundDevice DescribePort(const LinuxRoots& roots, int classFolder, const NumberedTty& tty) {
+    FoundDevice device;
+    const std::string number = std::to_string(tty.port);
+    device.portName = std::string(kPortPrefix) + number;
+    device.node = roots.dev + "/" + tty.name;
+    std::string vendor;
+    const std::string usb = UsbFolder(classFolder, tty.name, vendor);
+    if (usb.empty()) {
+        device.instanceId = "ACPI\\PNP0501\\" + number;
+    } else {
+        DescribeUsbPort(classFolder, usb, vendor, device);
+    }
+    return device;
+}
+
+bool IsPhantom(int classFolder, const NumberedTty& tty) {
+    return tty.kind->hasPhantoms && ReadAttribute(classFolder, tty.name + "/type") == "0";
+}
+
+// The lines of a uevent file.
+std::string UeventValue(std::string_view uevent, std::string_view key) {
+    while (!uevent.empty()) {
+        const std::string_view line = uevent.substr(0, uevent.find('\n'));
+        if (line.starts_with(key) && line.substr(key.size()).starts_with('=')) {
+            return std::string(line.substr(key.size() + 1));
+        }
+        uevent.remove_prefix(std::min(uevent.size(), line.size() + 1));
+    }
+    return {};
+}
+
+// HID_ID is <bus>:<vendor>:<product> in 4, 8 and 8 digits; the last 4 of vendor and product count.
+std::string HidIdTags(const std::string& hidId) {
+    constexpr size_t kSize = 22;
+    if (hidId.size() != kSize || hidId[4] != ':' || hidId[13] != ':') {
+        return {};
+    }
+    return "VID_" + UpperAscii(hidId.substr(9, 4)) + "&PID_" + UpperAscii(hidId.substr(18, 4));
+}
+
+std::string HidInterfacePath(const std::string& phys, const std::string& uniq, const std::string& node) {
+    if (!phys.empty()) {
+        return "hid:" + phys;
+    }
+    return uniq.empty() ? node : "hid:" + uniq;
+}
+
+// False for a device that tells no identity, as one that is just going away.
+bool DescribeHid(const LinuxRoots& roots, int classFolder, const std::string& name, FoundDevice& device) {
+    const std::string uevent = ReadAttribute(classFolder, name + "/device/uevent");
+    const std::string tags = HidIdTags(UeventValue(uevent, "HID_ID"));
+    if (tags.empty()) {
+        return false;
+    }
+    const std::string uniq = UeventValue(uevent, "HID_UNIQ");
+    device.node = roots.dev + "/" + name;
+    device.interfacePath = HidInterfacePath(UeventValue(uevent, "HID_PHYS"), uniq, device.node);
+    device.instanceId = "HID\\" + tags + "\\" + AsIdPart(uniq.empty() ? name : uniq);
+    device.description = UeventValue(uevent, "HID_NAME");
+    device.manufacturer = ReadAttribute(classFolder, name + "/device/../../manufacturer");
+    return true;
+}
+
+}  // namespace
+
+FoundDevices FindKernelPorts(const LinuxRoots& roots) {
+    Directory folder = Directory::Open(roots.sys + "/class/tty");
+    std::vector<NumberedTty> ttys;
+    while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
+        auto tty = ReadTtyName(entry->d_name);
+        if (tty && !IsPhantom(folder.Fd(), *tty)) {
+            ttys.push_back(std::move(*tty));
+        }
+    }
+    std::sort(ttys.begin(), ttys.end(),
+              [](const NumberedTty& a, const NumberedTty& b) { return a.port < b.port; });
+    FoundDevices devices;
+    for (const NumberedTty& tty : ttys) {
+        devices.push_back(DescribePort(roots, folder.Fd(), tty));
+    }
+    return devices;
+}
+
+FoundDevices FindKernelHidDevices(const LinuxRoots& roots) {
+    Directory folder = Directory::Open(roots.sys + "/class/hidraw");
+    std::vector<std::pair<uint32_t, std::string>> nodes;
+    while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
+        if (const auto number = NumberBehind("hidraw", entry->d_name)) {
+            nodes.emplace_back(*number, entry->d_name);
+        }
+    }
+    std::sort(nodes.begin(), nodes.end());
+    FoundDevices devices;
+    for (const auto& node : nodes) {
+        FoundDevice device;
+        if (DescribeHid(roots, folder.Fd(), node.second, device)) {
+            devices.push_back(std::move(device));
+        }
+    }
+    return devices;
+}
+
+std::string TtyOfPortName(const std::string& portName) {
+    const auto port = NumberBehind(kPortPrefix, portName);
+    for (const TtyKind& kind : kTtyKinds) {
+        if (port && *port >= kind.firstPort && *port < kind.firstPort + kTtysOfAKind) {
+            return std::string(kind.prefix) + std::to_string(*port - kind.firstPort);
+        }
+    }
+    return {};
+}
+
+}  // namespace quillet::platform

@@ -1,0 +1,19 @@
+// Where the layer looks for devices; a test gives a tree of its own.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quillet::platform {
+
+struct LinuxRoots {
+    std::string sys = "/sys";
+    std::string dev = "/dev";
+    std::vector<std::string> registered;  // directories of registered devices, the first one first
+};
+
+// The machine's own. Reads the environment at the first call and never again: a host may change it from
+// another thread at any time.
+const LinuxRoots& SystemRoots();
+
+}  // namespace quillet::platform

@@ -1,0 +1,43 @@
+// The stop signal is an eventfd: readable while it is set.
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <system_error>
+
+#include "platform/device_access.h"
+#include "platform/linux/poll_device.h"
+#include "platform/linux/unique_fd.h"
+
+namespace quillet::platform {
+
+StopSignal::StopSignal() : m_Native(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (m_Native < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
+
+StopSignal::~StopSignal() {
+    ::close(static_cast<int>(m_Native));
+}
+
+// A write that would block finds the counter full, so the signal is set anyway; a read that would block finds
+// it clear.
+void StopSignal::Set() noexcept {
+    const eventfd_t one = 1;
+    RetryInterrupted([&] { return ::eventfd_write(static_cast<int>(m_Native), one); });
+}
+
+void StopSignal::Reset() noexcept {
+    eventfd_t count = 0;
+    RetryInterrupted([&] { return ::eventfd_read(static_cast<int>(m_Native), &count); });
+}
+
+bool StopSignal::IsSet() const noexcept {
+    return Wait(0);
+}
+
+bool StopSignal::Wait(uint32_t timeoutMs) const noexcept {
+    pollfd entry{static_cast<int>(m_Native), POLLIN, 0};
+    return PollUntil(&entry, 1, timeoutMs) > 0;
+}
+
+}  // namespace quillet::platform

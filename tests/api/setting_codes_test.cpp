@@ -1,0 +1,174 @@
+// Setting codes: the bytes of each form, what is refused, and what becomes of the caller's buffer.
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include <quillet/quillet.h>
+
+#include "support/hex.h"
+
+namespace quillet::test {
+namespace {
+
+constexpr int32_t kUntouched = -7;
+
+struct Code {
+    ResultCode result;
+    int32_t length;
+    std::string buffer;  // whole, in hexadecimal
+};
+
+// The buffer begins as all EE and is of exactly the size told, so that a byte too far is seen.
+template <typename Call>
+Code Generate(int32_t bufferSize, Call call) {
+    std::vector<uint8_t> buffer(static_cast<size_t>(bufferSize), 0xEE);
+    int32_t length = kUntouched;
+    const ResultCode result = call(buffer.data(), length);
+    return {result, length, Hex(buffer.data(), buffer.size())};
+}
+
+Code SettingCode(int32_t id, const std::string& value, int32_t bufferSize = 12) {
+    const std::vector<uint8_t> bytes(value.begin(), value.end());
+    return Generate(bufferSize, [&](uint8_t* buffer, int32_t& length) {
+        return getBarCodeCmd(id, bytes.data(), bufferSize, buffer, &length);
+    });
+}
+
+Code SettingListCode(const std::string& text, int32_t bufferSize = 260) {
+    return Generate(bufferSize, [&](uint8_t* buffer, int32_t& length) {
+        return getQRBarCodeCmd(text.c_str(), bufferSize, buffer, &length);
+    });
+}
+
+// What was written, if the rest of the buffer is zero and the length tells it.
+std::string Written(const Code& code) {
+    if (code.result != ResultSuccess) return "result " + std::to_string(code.result);
+    const std::string bytes = FromHex(code.buffer);
+    const auto length = static_cast<size_t>(code.length);
+    if (bytes.find_first_not_of('\0', length) != std::string::npos) return "rest isn't zero: " + code.buffer;
+    return Hex(bytes.substr(0, length));
+}
+
+TEST(SettingCodesTest, ASettingInEachForm) {
+    const struct {
+        int32_t id;
+        const char* value;
+        const char* code;
+    } samples[] = {
+        {0, "02", "04 41 04 00 02 B4"},      // value alone
+        {150, "02", "04 58 04 00 02 9D"},    // behind the id that is missing
+        {35, "01", "05 40 04 00 0B 01 AA"},  // one-byte number
+        {98, "00", "05 40 04 00 2A 00 8C"},
+        {81, "01", "05 40 04 00 15 01 A0"},     // no third byte, unlike the call
+        {30, "02", "06 50 04 00 00 34 02 6F"},  // two-byte number that begins with 0
+        {145, "01", "06 2F 04 00 07 20 01 9E"},
+        {125, "41 42", "05 52 04 00 41 42 21"},  // two characters
+        {125, "20 42", "05 52 04 00 7F 42 E3"},
+        {146, "20 20", "05 45 04 00 7F 7F B3"},
+        {148, "03 0D", "09 74 04 00 01 03 02 00 0D 03 68"},  // control character
+        {149, "07 80", "09 74 04 00 02 07 02 FF 00 03 71"},
+        {149, "07 FF", "09 74 04 00 02 07 02 00 FF 03 71"},
+        {49, "FF", "06 50 04 00 00 28 FF 7E"},  // any value, and none is inverted
+    };
+    for (const auto& sample : samples) {
+        EXPECT_EQ(Written(SettingCode(sample.id, FromHex(sample.value))), sample.code) << sample.id;
+    }
+}
+
+TEST(SettingCodesTest, SettingsWithoutACodeLeaveEverythingAsItWas) {
+    for (const int32_t id : {93, 94, 136, 140, 147, 151, 255, 256 + 35, -1, INT32_MIN, INT32_MAX}) {
+        const Code code = SettingCode(id, FromHex("01 01"), 4);
+        EXPECT_EQ(code.result, ResultBadArgument) << id;
+        EXPECT_EQ(code.length, kUntouched) << id;
+        EXPECT_EQ(code.buffer, "EE EE EE EE") << id;
+    }
+}
+
+TEST(SettingCodesTest, ABufferTooSmallIsZeroedAndItsLengthKept) {
+    for (const Code& code : {SettingCode(30, FromHex("02"), 7), SettingListCode("# \x01", 7)}) {
+        EXPECT_EQ(code.result, ResultReplyTooLong);
+        EXPECT_EQ(code.length, kUntouched);
+        EXPECT_EQ(code.buffer, "00 00 00 00 00 00 00");
+    }
+    EXPECT_EQ(Written(SettingCode(30, FromHex("02"), 8)), "06 50 04 00 00 34 02 6F");
+
+    uint8_t byte = 1;
+    int32_t length = kUntouched;
+    for (const int32_t size : {0, -1, INT32_MIN}) {
+        EXPECT_EQ(getBarCodeCmd(35, &byte, size, &byte, &length), ResultReplyTooLong) << size;
+        EXPECT_EQ(getQRBarCodeCmd("# \x01", size, &byte, &length), ResultReplyTooLong) << size;
+    }
+    EXPECT_EQ(byte, 1);
+    EXPECT_EQ(length, kUntouched);
+}
+
+TEST(SettingCodesTest, NullPointersAreRefused) {
+    uint8_t bytes[16] = {1};
+    int32_t length = kUntouched;
+    EXPECT_EQ(getBarCodeCmd(35, nullptr, 16, bytes, &length), ResultBadArgument);
+    EXPECT_EQ(getBarCodeCmd(35, bytes, 16, nullptr, &length), ResultBadArgument);
+    EXPECT_EQ(getBarCodeCmd(35, bytes, 16, bytes, nullptr), ResultBadArgument);
+    EXPECT_EQ(getQRBarCodeCmd(nullptr, 16, bytes, &length), ResultBadArgument);
+    EXPECT_EQ(getQRBarCodeCmd("# \x01", 16, nullptr, &length), ResultBadArgument);
+    EXPECT_EQ(getQRBarCodeCmd("# \x01", 16, bytes, nullptr), ResultBadArgument);
+    EXPECT_EQ(bytes[0], 1);
+    EXPECT_EQ(length, kUntouched);
+}
+
+TEST(SettingCodesTest, AListOfSettings) {
+    const struct {
+        std::string text;
+        const char* code;
+    } samples[] = {
+        {"# \x01,$ \x01", "0C 5D 04 00 03 40 0B 01 04 50 00 30 01 BE"},
+        {"# \x01", "07 5D 04 00 03 40 0B 01 48"},
+        {"# ", "07 5D 04 00 03 40 0B 00 49"},  // nothing behind the space is 0
+        {" \x02", "06 5D 04 00 02 41 02 53"},  // and so is nothing before it
+        {" ", "06 5D 04 00 02 41 00 55"},
+        {"} A B", "07 5D 04 00 03 52 41 42 BF"},  // id 125
+        {"} A ", "07 5D 04 00 03 52 41 00 01"},
+        {"}x Ayz B more", "07 5D 04 00 03 52 41 42 BF"},  // first bytes count, further tokens don't
+        {"\x0C \xFF", "07 5D 04 00 03 70 02 FF 23"},      // a value is any byte
+    };
+    for (const auto& sample : samples) {
+        EXPECT_EQ(Written(SettingListCode(sample.text)), sample.code) << Hex(sample.text);
+    }
+}
+
+TEST(SettingCodesTest, AListWithOneBadItemIsRefusedWhole) {
+    const std::string refused[] = {
+        "",
+        ",",
+        "#",
+        "# \x01,",
+        ",# \x01",
+        "# \x01,,# \x01",
+        "# \x01,] \x01,# \x01",  // id 93 has no command
+        "\xA3 \x01",
+        "\x95 \x01",  // ids from 0x80 up are negative, also 149
+        "} A",        // the second character is missing
+        "  ,,",
+    };
+    for (const std::string& text : refused) {
+        const Code code = SettingListCode(text, 4);
+        EXPECT_EQ(code.result, ResultBadArgument) << Hex(text);
+        EXPECT_EQ(code.length, kUntouched) << Hex(text);
+        EXPECT_EQ(code.buffer, "EE EE EE EE") << Hex(text);
+    }
+}
+
+TEST(SettingCodesTest, AListHasRoomFor252Bytes) {
+    std::string text = "# \x01";
+    for (int items = 1; items < 63; ++items) text += ",# \x01";
+    const Code full = SettingListCode(text);  // 63 items of 4 bytes
+    EXPECT_EQ(full.result, ResultSuccess);
+    EXPECT_EQ(full.length, 257);
+    EXPECT_EQ(full.buffer.substr(0, 11), "FF 5D 04 00");
+
+    EXPECT_EQ(SettingListCode(text + ", \x01").result, ResultBadArgument);
+    EXPECT_EQ(SettingListCode(std::string(100'000, ' ') + "," + text + text).result, ResultBadArgument);
+}
+
+}  // namespace
+}  // namespace quillet::test

@@ -1,0 +1,63 @@
+#include "events/event_queue.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quillet {
+namespace {
+
+template <typename Error, typename Operation>
+std::string TextOfError(Operation operation) {
+    try {
+        operation();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Code(), 0u);
+        return error.what();
+    }
+    return "nothing raised";
+}
+
+TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
+    EventRecord record;
+    EXPECT_EQ(record.type, EventNone);
+    uint32_t number = 7;
+    std::string data = "untouched";
+    record.SetStatusUpdate(2001);
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetData(number, data); }), "Invalid Data Event");
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }), "Invalid DirectIO Event");
+    EXPECT_EQ(number, 7u);
+    EXPECT_EQ(data, "untouched");
+    record.GetStatusUpdate(number);
+    EXPECT_EQ(number, 2001u);
+
+    record.SetDirectIO(3, std::string("a\0b", 3));
+    record.GetDirectIO(number, data);
+    EXPECT_EQ(number, 3u);
+    EXPECT_EQ(data, std::string("a\0b", 3));
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetStatusUpdate(number); }), "Invalid StatusUpdate Event");
+}
+
+TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
+    CEventQueue queue;
+    queue.SetEnabledEvents(EventAll);
+    EXPECT_EQ(TextOfError<OposQueueError>([&] { queue.SetEnabledEvents(32); }),
+              "Invalid event type passed to SetEnabledEvents.");
+    EXPECT_EQ(TextOfError<OposQueueError>([&] { queue.SetAllowableEvents(32); }),
+              "Invalid event type passed to SetAllowableEvents.");
+    EXPECT_EQ(queue.GetEnabledEvents(), 31);
+    queue.ChangeEnabledEvents(0, EventData);
+    EXPECT_EQ(queue.GetEnabledEvents(), 30);
+}
+
+// A wake-up between the making of the thread and its first wait, or at its end, must neither be lost nor hang.
+TEST(EventQueueTest, EndsAtAnyMoment) {
+    for (int round = 0; round < 200; ++round) {
+        CEventQueue queue;
+        if (round % 2 == 0) queue.SetEnabledEvents(EventAll);
+        if (round % 3 == 0) queue.EndThread();
+    }
+}
+
+}  // namespace
+}  // namespace quillet

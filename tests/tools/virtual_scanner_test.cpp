@@ -1,0 +1,303 @@
+// The scanner as a host sees it, through the platform's own access to devices.
+#include "tools/virtual_scanner/virtual_scanner.h"
+
+#include <atomic>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+
+#include "platform/clock.h"
+#include "protocol/packet.h"
+#include "protocol/reply_parser.h"
+
+namespace quillet::tools {
+namespace {
+
+using namespace std::string_literals;
+using platform::IoState;
+
+constexpr uint32_t kPatienceMs = 20'000;
+
+std::string Wire(uint8_t opcode, std::string parameters) {
+    CommandPacket packet(opcode, std::move(parameters));
+    return ToWireBytes(packet);
+}
+
+class Host {
+  public:
+    Host(const VirtualScanner& scanner)
+        : m_Usb(scanner.Options().link == ScannerLink::Usb),
+          m_File(
+              platform::SystemDeviceAccess()
+                  .Open(scanner.HostPath(), m_Usb ? platform::Sharing::Shared : platform::Sharing::Exclusive)
+                  .file) {
+        if (!m_File) throw std::runtime_error("the scanner can't be opened");
+        if (!m_Usb) m_File->SetSerialTimeouts({25});
+        m_Reader = m_File->NewReader();
+    }
+
+    void Send(const std::string& wire) { EXPECT_TRUE(TrySend(wire)); }
+    bool TrySend(const std::string& wire) { return Write(m_Usb ? ToHidBlock(wire) : wire); }
+    bool Write(const std::string& bytes) {
+        return m_File->Write(bytes, m_Stop).outcome == platform::WriteResult::Outcome::Written;
+    }
+
+    // One read; empty if the scanner has gone.
+    std::string Read() {
+        std::string buffer(m_Usb ? kHidBlockSize : 4095, '\0');
+        const auto start =
+            m_Reader->Start(reinterpret_cast<uint8_t*>(buffer.data()), static_cast<uint32_t>(buffer.size()));
+        if (start.state == IoState::Failed) return {};
+        uint32_t count = start.count;
+        if (start.state == IoState::Pending) {
+            if (m_Reader->Wait(m_Stop) != platform::ReadWait::Finished) return {};
+            const auto finish = m_Reader->Finish();
+            if (!finish.ok) return {};
+            count = finish.count;
+        }
+        return buffer.substr(0, count);
+    }
+
+    // One read, taken apart.
+    ReplyPacket ReadReply(ParseResult expected = ParseOk) {
+        std::string bytes = Read();
+        ReplyPacket reply;
+        EXPECT_EQ(m_Usb ? ParseUsbBuffer(bytes, reply) : ParseSerialBuffer(bytes, reply), expected);
+        return reply;
+    }
+
+    // Status and payload of one read.
+    std::string ReadAnswer(uint8_t opcode) {
+        const ReplyPacket reply = ReadReply();
+        EXPECT_EQ(reply.opcode, opcode);
+        return std::string{static_cast<char>(reply.status), static_cast<char>(reply.firstParameter)} +
+               reply.parameters;
+    }
+
+  private:
+    bool m_Usb;
+    platform::StopSignal m_Stop;
+    std::unique_ptr<platform::DeviceFile> m_File;
+    std::unique_ptr<platform::DeviceReader> m_Reader;
+};
+
+class VirtualScannerTest : public ::testing::TestWithParam<ScannerLink> {
+  protected:
+    VirtualScannerTest() {
+        ScannerOptions options;
+        options.link = GetParam();
+        options.devicesDirectory = m_Directory.path + "/devices";
+        options.serialGapMs =
+            60;  // more than the 25 ms that a host takes for the end, by enough for a busy machine
+        m_Scanner = std::make_unique<VirtualScanner>(options);
+        m_Scanner->Plug();
+    }
+
+    // Outlives the scanner, which cleans up in it.
+    struct Directory {
+        Directory()
+            : path(::testing::TempDir() + "quillet-scanner-" + std::to_string(std::random_device{}())) {
+            std::filesystem::create_directory(path);
+            std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        }
+        ~Directory() { std::filesystem::remove_all(path); }
+        std::string path;
+    } m_Directory;
+    std::unique_ptr<VirtualScanner> m_Scanner;
+};
+
+std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& row) {
+    constexpr const char* kNames[] = {"Usb", "VirtualSerial", "Serial"};
+    return kNames[static_cast<int>(row.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(Links, VirtualScannerTest,
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
+                         LinkName);
+
+// Hosts would pass over what is registered there, without a word.
+TEST(VirtualScannerDirectory, MustBeOneThatHostsLookInto) {
+    ScannerOptions options;
+    options.devicesDirectory = "relative/devices";
+    EXPECT_THROW(VirtualScanner{options}, std::invalid_argument);
+    const std::string open = ::testing::TempDir() + "quillet-open-to-all";
+    std::filesystem::create_directories(open + "/devices");
+    std::filesystem::permissions(open + "/devices", std::filesystem::perms::all);
+    options.devicesDirectory = open + "/devices";
+    EXPECT_THROW(VirtualScanner{options}, std::runtime_error);
+    std::filesystem::remove_all(open);
+}
+
+TEST_P(VirtualScannerTest, SettingsAreKeptAndReadBack) {
+    {
+        Host host(*m_Scanner);
+        host.Send(Wire(0x40, "\x0B\x01"));
+        EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
+        host.Send(Wire(0x44, "\x19"));
+        EXPECT_EQ(host.ReadAnswer(0x44), "\x80\x19");
+    }
+    m_Scanner->Unplug();
+    EXPECT_EQ(m_Scanner->HostPath(), "");
+    m_Scanner->Plug();
+    Host host(*m_Scanner);
+    host.Send(Wire(OpcodeQuerySetting, "\x40\x0B"));
+    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x40\x01");
+    host.Send(Wire(OpcodeQuerySetting, "\x44"));
+    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x44\x19");
+    host.Send(Wire(OpcodeQuerySetting, "\x50\x01\x02"));
+    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x50\x00"s);
+    host.Send(Wire(OpcodeVersion, ""));
+    EXPECT_EQ(host.ReadAnswer(OpcodeVersion), "\x80\x00SN:1234567890 App:1.00"s);
+
+    const std::vector<HostPacket> packets = m_Scanner->Packets();
+    ASSERT_EQ(packets.size(), 6U);
+    EXPECT_EQ(packets[0].wire, "\x05\x40\x04\x00\x0B\x01\xAA"s);
+    EXPECT_EQ(packets[0].received.size(), GetParam() == ScannerLink::Usb ? 64U : 7U);
+    EXPECT_EQ(m_Scanner->Settings().size(), 2U);
+}
+
+TEST_P(VirtualScannerTest, BehaviourOnRequest) {
+    Host host(*m_Scanner);
+    const std::string code39 = Wire(0x40, "\x0B\x01");
+
+    m_Scanner->SetRefuse(true);
+    host.Send(code39);
+    EXPECT_EQ(host.ReadAnswer(0x40), "\x01\x00"s);
+    EXPECT_TRUE(m_Scanner->Settings().empty());
+    m_Scanner->SetRefuse(false);
+
+    // The switching of barcode frames is never answered, and nothing is while the scanner is silent.
+    m_Scanner->SetSilent(true);
+    host.Send(code39);
+    ASSERT_TRUE(m_Scanner->WaitForPackets(2, kPatienceMs));
+    m_Scanner->SetSilent(false);
+    host.Send(Wire(OpcodeBarcode, "\x00"s));
+    host.Send(Wire(0x41, "\x02"));
+    EXPECT_EQ(host.ReadAnswer(0x41), "\x80\x02");
+    EXPECT_EQ(m_Scanner->Settings().size(), 2U);
+
+    m_Scanner->SetInterrupt(28, "in the middle");
+    host.Send(code39);
+    EXPECT_EQ(host.ReadReply().parameters, "in the middle");
+    EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
+
+    m_Scanner->SetFault(Fault::Checksum);
+    host.Send(code39);
+    host.ReadReply(ParseBadChecksum);
+
+    m_Scanner->SetPieces(5);
+    host.Send(code39);
+    const std::string first = host.Read();
+    EXPECT_EQ(first.substr(GetParam() == ScannerLink::Usb ? 3 : 0, 5), "\x00\x05\x40\x04\x80"s);
+    const std::string second = host.Read();
+    EXPECT_EQ(second.substr(GetParam() == ScannerLink::Usb ? 3 : 0, 3), "\x0B\x01\x2A");
+    m_Scanner->SetPieces(0);
+
+    m_Scanner->SetDelay(200);
+    const int64_t beforeNs = platform::SystemClock().NowNs();
+    host.Send(code39);
+    EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
+    EXPECT_GE(platform::SystemClock().NowNs() - beforeNs, 200'000'000);
+}
+
+TEST_P(VirtualScannerTest, NoiseIsRecordedAndNotAnswered) {
+    Host host(*m_Scanner);
+    host.Write(GetParam() == ScannerLink::Usb ? "\x04\x03"
+                                                "abc" +
+                                                    std::string(59, '\0')
+                                              : "\x09"
+                                                "abc"s);
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
+    EXPECT_FALSE(m_Scanner->Packets()[0].valid);
+    host.Send(Wire(0x41, "\x01"));
+    EXPECT_EQ(host.ReadAnswer(0x41), "\x80\x01");
+    m_Scanner->ClearPackets();
+    EXPECT_FALSE(m_Scanner->WaitForPackets(1, 0));
+}
+
+TEST_P(VirtualScannerTest, BarcodesReachTheHostAndUnpluggingEndsBothSides) {
+    Host host(*m_Scanner);
+    EXPECT_EQ(m_Scanner->Scan(11, "4006381333931"), Delivery::Sent);
+    const ReplyPacket barcode = host.ReadReply();
+    EXPECT_EQ(barcode.status, 11);
+    EXPECT_EQ(barcode.parameters, "4006381333931");
+    EXPECT_EQ(m_Scanner->Plain("a\0b"s), Delivery::Sent);
+    EXPECT_EQ(host.Read().substr(0, 3), "a\0b"s);
+
+    // Nobody reads, so the sending comes to a stand and only the unplugging can end it.
+    std::thread sender([&] {
+        while (m_Scanner->Plain(std::string(4000, 'x')) == Delivery::Sent) {
+        }
+    });
+    while (GetParam() == ScannerLink::Usb && host.Read()[0] != 'x') {
+    }
+    m_Scanner->Unplug();
+    sender.join();
+    EXPECT_EQ(m_Scanner->Scan(11, "1"), Delivery::Unplugged);
+    while (!host.Read().empty()) {
+    }
+}
+
+TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
+    std::atomic<bool> end{false};
+    const auto repeat = [&](auto action) {
+        return std::thread([&end, action] {
+            while (!end) action();
+        });
+    };
+    std::thread threads[] = {
+        repeat([&] { m_Scanner->Scan(3, "12345"); }),
+        repeat([&] { m_Scanner->SetInterrupt(3, "67890"); }),
+        repeat([&] { m_Scanner->WaitForPackets(1000, 1); }),
+        repeat([&] {
+            try {
+                Host host(*m_Scanner);
+                host.TrySend(Wire(0x40, "\x0B\x01"));
+            } catch (const std::runtime_error&) {  // unplugged just now
+            }
+        }),
+    };
+    for (int i = 0; i < 100; ++i) {
+        m_Scanner->Unplug();
+        m_Scanner->Plug();
+    }
+    end = true;
+    m_Scanner->Unplug();
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_FALSE(std::filesystem::exists(m_Directory.path + "/devices/virtual-usb-1234567890.device"));
+}
+
+class UsbScannerTest : public VirtualScannerTest {};
+INSTANTIATE_TEST_SUITE_P(Links, UsbScannerTest, ::testing::Values(ScannerLink::Usb), LinkName);
+
+TEST_P(UsbScannerTest, AFastStreamOfBarcodesArrivesWhole) {
+    constexpr int kBarcodes = 20'000;
+    EXPECT_EQ(m_Scanner->Scan(3, "nobody"), Delivery::NoHost);
+    Host host(*m_Scanner);
+    // A host that has opened the device is there, whether or not the scanner's receiving thread has seen it.
+    std::thread sender([&] {
+        for (int i = 0; i < kBarcodes; ++i) EXPECT_EQ(m_Scanner->Scan(3, std::to_string(i)), Delivery::Sent);
+    });
+    int next = 0;
+    while (next < kBarcodes && host.ReadReply().parameters == std::to_string(next)) ++next;
+    EXPECT_EQ(next, kBarcodes);
+    m_Scanner->Unplug();
+    sender.join();
+}
+
+TEST_P(UsbScannerTest, HostsComeAndGo) {
+    EXPECT_FALSE(m_Scanner->WaitForHost(0));
+    auto first = std::make_unique<Host>(*m_Scanner);
+    EXPECT_TRUE(m_Scanner->WaitForHost(kPatienceMs));
+    Host second(*m_Scanner);
+    EXPECT_EQ(m_Scanner->Scan(3, "both"), Delivery::Sent);
+    EXPECT_EQ(first->ReadReply().parameters, "both");
+    EXPECT_EQ(second.ReadReply().parameters, "both");
+    first.reset();
+    EXPECT_EQ(m_Scanner->Scan(3, "one"), Delivery::Sent);
+    EXPECT_EQ(second.ReadReply().parameters, "one");
+}
+
+}  // namespace
+}  // namespace quillet::tools

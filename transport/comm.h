@@ -132,9 +132,8 @@ class CComm {
     void EndPowerThread();
 
     platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
-    platform::StopSignal
-        m_DeviceGone;  // ends a write under way; follows what the power thread sees of the device
-    OsEvent m_EndPower{kManualResetEvent};  // ends the pause of the power thread
+    platform::StopSignal m_DeviceGone;       // ends a write under way; set while polls find no device
+    OsEvent m_EndPower{kManualResetEvent};   // ends the pause of the power thread
 
     // Single words shared by the threads.
     std::atomic<bool> m_Running{false};

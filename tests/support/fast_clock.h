@@ -1,0 +1,47 @@
+// A clock that runs faster than the system's.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+
+#include "platform/clock.h"
+
+namespace quillet::test {
+
+// In use from its making to its end. Waits take a fraction of the time asked, but never none at all; the
+// clock itself runs ahead by the same factor. It also adds up what was asked for, so that a test can tell a
+// wait from none.
+class FastClock : public platform::Clock {
+  public:
+    explicit FastClock(uint32_t factor) : m_Factor(factor), m_Start(platform::SystemClock().NowNs()) {
+        platform::ReplaceClock(this);
+    }
+    ~FastClock() override { platform::ReplaceClock(nullptr); }
+
+    int64_t NowNs() override {
+        return m_Start + (platform::SystemClock().NowNs() - m_Start) * static_cast<int64_t>(m_Factor);
+    }
+    platform::LocalTime Local() override { return platform::SystemClock().Local(); }
+    void SleepMs(uint32_t ms) override {
+        m_Slept += ms;
+        platform::SystemClock().SleepMs(Shortened(ms));
+    }
+    platform::WaitResult Wait(platform::Event& event, uint32_t timeoutMs) override {
+        return platform::SystemClock().Wait(event, Shortened(timeoutMs));
+    }
+
+    // Milliseconds that were asked of SleepMs so far.
+    uint64_t SleptMs() const { return m_Slept; }
+
+  private:
+    uint32_t Shortened(uint32_t ms) const {
+        return ms == 0 || ms == platform::kNoLimitMs ? ms : std::max(ms / m_Factor, 1u);
+    }
+
+    const uint32_t m_Factor;
+    const int64_t m_Start;
+    std::atomic<uint64_t> m_Slept{0};
+};
+
+}  // namespace quillet::test

@@ -76,7 +76,7 @@ class DeviceTreeTest : public testing::Test {
             EXPECT_EQ(set->SelectInterface(i), InterfaceStep::Selected);
             EXPECT_TRUE(set->InterfacePath(path) && set->InterfaceDeviceId(id));
             EXPECT_EQ(id, set->DeviceId());
-            lines.push_back(path + " " + id + " " + Texts(*set));
+            lines.push_back(path.append(" ").append(id).append(" ").append(Texts(*set)));
         }
         EXPECT_EQ(set->SelectInterface(lines.size()), InterfaceStep::End);
         return lines;
@@ -89,7 +89,7 @@ class DeviceTreeTest : public testing::Test {
 
     // Safe whatever the umask of the test.
     std::string Register(const std::string& directory, const std::string& name, const std::string& content) {
-        const std::string path = m_Tree.Write(directory + "/devices/" + name, content);
+        std::string path = m_Tree.Write(directory + "/devices/" + name, content);
         chmod(m_Tree.Path(directory).c_str(), 0755);
         chmod(m_Tree.Path(directory + "/devices").c_str(), 0755);
         return path;

@@ -1,12 +1,13 @@
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/device_access.h"
@@ -21,12 +22,12 @@ using namespace std::chrono_literals;
 TEST(Event, AutoResetLetsOneWaiterThroughForEachSignal) {
     const auto event = Event::Create(Event::Kind::AutoReset);
     std::atomic<int> through{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i) {
-        waiters.push_back(StartThread("waiter", [&] {
+    std::array<std::thread, 4> waiters;
+    for (std::thread& waiter : waiters) {
+        waiter = StartThread("waiter", [&] {
             event->Wait(kNoLimitMs);
             ++through;
-        }));
+        });
     }
     for (int expected = 1; expected <= 4; ++expected) {
         event->Signal();
@@ -47,10 +48,9 @@ TEST(Event, AutoResetLetsOneWaiterThroughForEachSignal) {
 TEST(Event, ManualResetLetsAllThroughUntilReset) {
     const auto event = Event::Create(Event::Kind::ManualReset);
     EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 3; ++i) {
-        waiters.push_back(
-            StartThread("waiter", [&] { EXPECT_EQ(event->Wait(60000), WaitResult::Signalled); }));
+    std::array<std::thread, 3> waiters;
+    for (std::thread& waiter : waiters) {
+        waiter = StartThread("waiter", [&] { EXPECT_EQ(event->Wait(60000), WaitResult::Signalled); });
     }
     event->Signal();
     for (auto& waiter : waiters) {

@@ -34,8 +34,8 @@ class Clock {
 
 // The clock in use: the system's, unless a test has put one of its own in its place.
 Clock& TheClock() noexcept;
-// Replaces the clock for the whole process; null puts the system's back. The caller keeps the object alive until
-// then and sees to it that no other thread is using the old one any more.
+// Replaces the clock for the whole process; null puts the system's back. The caller keeps the object alive
+// until then and sees to it that no other thread is using the old one any more.
 void ReplaceClock(Clock* clock) noexcept;
 
 // Given by the operating system's folder.

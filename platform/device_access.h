@@ -1,5 +1,5 @@
-// Opening, reading and writing devices; replaceable in tests. Error codes are the operating system's own: errno on
-// Linux, the last error on Windows; 0 means none.
+// Opening, reading and writing devices; replaceable in tests. Error codes are the operating system's own:
+// errno on Linux, the last error on Windows; 0 means none.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@ enum class Sharing {
     Shared      // a HID device: other processes may hold it too
 };
 
-// A signal that stays set until Reset and that reads and writes of a device can wait on together with the device.
-// Any thread may use it; it must outlive the waits on it.
+// A signal that stays set until Reset and that reads and writes of a device can wait on together with the
+// device. Any thread may use it; it must outlive the waits on it.
 class StopSignal {
   public:
     StopSignal();  // throws std::system_error if the system has no room for one
@@ -37,13 +37,13 @@ class StopSignal {
     intptr_t m_Native;
 };
 
-// The line settings of a serial port, in the numbering of the Windows DCB. What isn't named here stays as the port
-// has it.
+// The line settings of a serial port, in the numbering of the Windows DCB. What isn't named here stays as the
+// port has it.
 struct SerialSettings {
-    uint32_t baudRate = 0;   // bits per second, any number
-    uint8_t byteSize = 0;    // data bits
-    uint8_t parity = 0;      // 0 none, 1 odd, 2 even, 3 mark, 4 space
-    uint8_t stopBits = 0;    // 0 one, 1 one and a half, 2 two
+    uint32_t baudRate = 0;  // bits per second, any number
+    uint8_t byteSize = 0;   // data bits
+    uint8_t parity = 0;     // 0 none, 1 odd, 2 even, 3 mark, 4 space
+    uint8_t stopBits = 0;   // 0 one, 1 one and a half, 2 two
     bool ctsOutputFlow = false;
     bool dsrOutputFlow = false;
     uint8_t dtrControl = 0;  // 0 disable, 1 enable, 2 handshake
@@ -54,7 +54,8 @@ struct SerialSettings {
     bool discardNulls = false;
 };
 
-// When a serial read ends: readIntervalMs after the last byte of a burst. The first byte is waited for without limit.
+// When a serial read ends: readIntervalMs after the last byte of a burst. The first byte is waited for
+// without limit.
 struct SerialTimeouts {
     uint32_t readIntervalMs = 0;
 };
@@ -69,12 +70,14 @@ struct IoStart {
     IoState state = IoState::Failed;
     uint32_t count = 0;  // bytes moved, when done
     uint32_t error = 0;  // when failed
+    bool gone = false;   // when failed: the device itself went away, not this read alone
 };
 
 struct IoFinish {
     bool ok = false;
     uint32_t count = 0;
     uint32_t error = 0;
+    bool gone = false;  // as in IoStart
 };
 
 enum class ReadWait {
@@ -86,17 +89,18 @@ enum class ReadWait {
 // The outcome of one whole write, its wait included.
 struct WriteResult {
     enum class Outcome {
-        Written,         // count bytes are with the system; may be fewer than asked
-        FailedAtOnce,    // refused when it was started; count is what the system left there
-        FailedPending    // was under way and failed, with error; also when the stop signal ended it
+        Written,       // count bytes are with the system; may be fewer than asked
+        FailedAtOnce,  // refused when it was started; count is what the system left there
+        FailedPending  // was under way and failed, with error; also when the stop signal ended it
     };
     Outcome outcome = Outcome::Written;
     uint32_t count = 0;
     uint32_t error = 0;
 };
 
-// The reads of one thread on one device. The buffer of a started read must live until the read is finished or this
-// object is gone; a read still pending then is cancelled and its data dropped. Used by one thread at a time.
+// The reads of one thread on one device. The buffer of a started read must live until the read is finished or
+// this object is gone; a read still pending then is cancelled and its data dropped. Used by one thread at a
+// time.
 class DeviceReader {
   public:
     virtual ~DeviceReader() = default;
@@ -109,8 +113,8 @@ class DeviceReader {
     virtual uint32_t LastError() const = 0;
 };
 
-// One open device. Reading, by one thread, and writing, by another, go on side by side; destruction closes the device
-// and comes after both.
+// One open device. Reading, by one thread, and writing, by another, go on side by side; destruction closes
+// the device and comes after both.
 class DeviceFile {
   public:
     virtual ~DeviceFile() = default;
@@ -122,8 +126,8 @@ class DeviceFile {
 
     virtual std::unique_ptr<DeviceReader> NewReader() = 0;
 
-    // Writes all bytes in one operation, waiting without a limit; it ends early when the device is gone or the stop
-    // signal is set. A HID device takes one report in one call.
+    // Writes all bytes in one operation, waiting without a limit; it ends early when the device is gone or
+    // the stop signal is set. A HID device takes one report in one call.
     virtual WriteResult Write(std::string_view bytes, const StopSignal& stop) = 0;
 };
 
@@ -135,14 +139,15 @@ struct OpenResult {
 class DeviceAccess {
   public:
     virtual ~DeviceAccess() = default;
-    // Never blocks on a modem line, never makes the terminal the host's controlling one, keeps input that waits. An
-    // empty or unknown path fails with the system's code for a file that doesn't exist.
+    // Never blocks on a modem line, never makes the terminal the host's controlling one, keeps input that
+    // waits. An empty or unknown path fails with the system's code for a file that doesn't exist.
     virtual OpenResult Open(const std::string& path, Sharing sharing) = 0;
 };
 
 // The access in use: the system's, unless a test has put one of its own in its place.
 DeviceAccess& TheDeviceAccess() noexcept;
-// Null puts the system's back. The caller keeps the object alive until then; no device may be open across the change.
+// Null puts the system's back. The caller keeps the object alive until then; no device may be open across the
+// change.
 void ReplaceDeviceAccess(DeviceAccess* access) noexcept;
 
 // Given by the operating system's folder.

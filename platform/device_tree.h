@@ -8,8 +8,9 @@
 
 namespace quillet::platform {
 
-// The classes that are searched; the names and identifiers are Windows', where each is a set of its own. Another
-// system gives its serial ports in Ports, its HID devices in HidInterface, and empty sets for the rest.
+// The classes that are searched; the names and identifiers are Windows', where each is a set of its own.
+// Another system gives its serial ports in Ports, its HID devices in HidInterface, and empty sets for the
+// rest.
 enum class DeviceClass { Ports, Modem, ComPortInterface, ModemInterface, HidInterface };
 
 enum class DeviceProperty { Description, Manufacturer };
@@ -28,8 +29,8 @@ enum class InterfaceStep {
     Failed  // this index can't be had; the next may
 };
 
-// The devices of one class as they were when the set was opened. One device and one interface are selected at a
-// time; everything else asks about these. Texts that can't be read are empty. Used by one thread.
+// The devices of one class as they were when the set was opened. One device and one interface are selected at
+// a time; everything else asks about these. Texts that can't be read are empty. Used by one thread.
 class DeviceSet {
   public:
     virtual ~DeviceSet() = default;
@@ -59,7 +60,8 @@ class DeviceTree {
 
 // The tree in use: the system's, unless a test has put one of its own in its place.
 DeviceTree& TheDeviceTree() noexcept;
-// Null puts the system's back. The caller keeps the object alive until then and sees to it that nobody is looking.
+// Null puts the system's back. The caller keeps the object alive until then and sees to it that nobody is
+// looking.
 void ReplaceDeviceTree(DeviceTree* tree) noexcept;
 
 // Given by the operating system's folder.

@@ -23,14 +23,14 @@ class Event {
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
-    // Sets the event. An auto-reset event lets one waiter through and is consumed by it; a manual-reset event lets
-    // all through until Reset. False if the system refuses.
+    // Sets the event. An auto-reset event lets one waiter through and is consumed by it; a manual-reset event
+    // lets all through until Reset. False if the system refuses.
     bool Signal() noexcept;
     bool Reset() noexcept;
 
-    // Waits at most timeoutMs of real, monotonic time (a step of the system's clock changes nothing); 0 asks without
-    // waiting, kNoLimitMs waits for ever. Code above the platform waits through Clock::Wait, so that tests can
-    // replace the time; only Clock and waits without a limit call this.
+    // Waits at most timeoutMs of real, monotonic time (a step of the system's clock changes nothing); 0 asks
+    // without waiting, kNoLimitMs waits for ever. Code above the platform waits through Clock::Wait, so that
+    // tests can replace the time; only Clock and waits without a limit call this.
     WaitResult Wait(uint32_t timeoutMs) noexcept;
 
   private:

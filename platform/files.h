@@ -1,4 +1,5 @@
-// The few file operations of the log. Paths are as the log tells them: '\' and '/' both separate, on every system.
+// The few file operations of the log. Paths are as the log tells them: '\' and '/' both separate, on every
+// system.
 #pragma once
 
 #include <memory>
@@ -7,8 +8,8 @@
 
 namespace quillet::platform {
 
-// Full path of the host's executable (never of this library), cut as a buffer of 260 bytes with its final zero
-// would cut it: 259 bytes. Empty if the system doesn't tell.
+// Full path of the host's executable (never of this library), cut as a buffer of 260 bytes with its final
+// zero would cut it: 259 bytes. Empty if the system doesn't tell.
 std::string ExecutablePath();
 
 // False for an empty path.
@@ -25,8 +26,8 @@ class AppendFile {
     AppendFile(const AppendFile&) = delete;
     AppendFile& operator=(const AppendFile&) = delete;
 
-    // Hands the text to the operating system before it returns; "\n" becomes the system's line end. Failures (a
-    // full disk) are ignored.
+    // Hands the text to the operating system before it returns; "\n" becomes the system's line end. Failures
+    // (a full disk) are ignored.
     void Write(std::string_view text) noexcept;
 
   private:

@@ -7,8 +7,8 @@
 
 namespace quillet::platform {
 
-// It has an owner: the object it was taken through and the thread that took it. When the owner's process dies, it
-// goes free. Two objects of one name exclude each other also inside one process.
+// It has an owner: the object it was taken through and the thread that took it. When the owner's process
+// dies, it goes free. Two objects of one name exclude each other also inside one process.
 class NamedMutex {
   public:
     // Opens the mutex if some process has made it before; null if not.
@@ -20,9 +20,9 @@ class NamedMutex {
     NamedMutex(const NamedMutex&) = delete;
     NamedMutex& operator=(const NamedMutex&) = delete;
 
-    // Takes the mutex, waiting at most timeoutMs; 0 asks without waiting. False if somebody else has it (another
-    // thread of this process and another object on this thread count as somebody else), and for a mutex whose
-    // owner was found dead on systems that tell so.
+    // Takes the mutex, waiting at most timeoutMs; 0 asks without waiting. False if somebody else has it
+    // (another thread of this process and another object on this thread count as somebody else), and for a
+    // mutex whose owner was found dead on systems that tell so.
     bool Take(uint32_t timeoutMs) noexcept;
     // False if this object and the calling thread aren't the owner.
     bool Release() noexcept;

@@ -6,9 +6,10 @@
 
 namespace quillet::platform {
 
-// Holds an object that is made on first use and never destroyed, so that a thread that is late at the end of the
-// process still meets a living object. Whatever the object holds (threads, files) is given up by an operation of its
-// own, when the library is taken down. As a function's static variable its making is safe between threads.
+// Holds an object that is made on first use and never destroyed, so that a thread that is late at the end of
+// the process still meets a living object. Whatever the object holds (threads, files) is given up by an
+// operation of its own, when the library is taken down. As a function's static variable its making is safe
+// between threads.
 template <typename T>
 class NoDestroy {
   public:

@@ -19,7 +19,9 @@ Clock& TheClock() noexcept {
     return replaced != nullptr ? *replaced : SystemClock();
 }
 
-void ReplaceClock(Clock* clock) noexcept { g_Clock.store(clock, std::memory_order_release); }
+void ReplaceClock(Clock* clock) noexcept {
+    g_Clock.store(clock, std::memory_order_release);
+}
 
 DeviceAccess& TheDeviceAccess() noexcept {
     DeviceAccess* replaced = g_DeviceAccess.load(std::memory_order_acquire);
@@ -35,6 +37,8 @@ DeviceTree& TheDeviceTree() noexcept {
     return replaced != nullptr ? *replaced : SystemDeviceTree();
 }
 
-void ReplaceDeviceTree(DeviceTree* tree) noexcept { g_DeviceTree.store(tree, std::memory_order_release); }
+void ReplaceDeviceTree(DeviceTree* tree) noexcept {
+    g_DeviceTree.store(tree, std::memory_order_release);
+}
 
 }  // namespace quillet::platform

@@ -7,9 +7,10 @@
 
 namespace quillet::platform {
 
-// Starts a joinable thread that has all signals blocked (they belong to the host's own threads) and the given name
-// in debuggers (at most 15 bytes count on Linux). The body must not throw; as a last line of defence an exception
-// that leaves it ends this thread alone, not the host. Throws std::system_error if no thread can be made.
+// Starts a joinable thread that has all signals blocked (they belong to the host's own threads) and the given
+// name in debuggers (at most 15 bytes count on Linux). The body must not throw; as a last line of defence an
+// exception that leaves it ends this thread alone, not the host. Throws std::system_error if no thread can be
+// made.
 std::thread StartThread(const char* name, std::function<void()> body);
 
 // The system's id of the calling thread, as debuggers and process lists show it.

@@ -95,6 +95,7 @@ void CComm::Close() {
         m_Running = false;
         m_ReadThread.join();
     }
+    m_LinkDead = false;
     if (!m_ReadyToReConnect) EndPowerThread();
     m_Handle.reset();
 }
@@ -139,6 +140,7 @@ void CComm::ReadUntilTold() {
 uint32_t CComm::ReadOnce(platform::DeviceReader& reader, uint8_t* buffer) {
     const platform::IoStart start = reader.Start(buffer, m_ReadSize);
     if (start.state == platform::IoState::Failed) {
+        m_LinkDead = start.gone;
         throw CommError(WithCode("Error while reading data (Code:", start.error));
     }
     if (start.state == platform::IoState::Done) return start.count;
@@ -158,6 +160,7 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     const platform::IoFinish finish = reader.Finish();
     if (finish.ok) return finish.count;
     m_ReadError = finish.error;
+    m_LinkDead = finish.gone;
     std::string nothing;
     OnReadData(kFailedRead, nothing);
     m_Running = false;
@@ -228,6 +231,7 @@ void CComm::EndPowerThread() {
 
 int32_t CComm::PowerReportingThread() {
     LogInfo("    | PowerReportingThread Start......");
+    m_UntoldPasses = 0;
     while (m_PowerRunning) {
         PollPower();
         if (m_EndPower.TimedWait(kPowerPollMs) == OsEventFailed) platform::TheClock().SleepMs(kPowerPollMs);
@@ -236,10 +240,23 @@ int32_t CComm::PowerReportingThread() {
     return 0;
 }
 
+// The thread starts with the device taken as absent and untold. One that goes away before the first pass would never be
+// told of: the second pass that finds it absent, with the link open, tells it.
+bool CComm::IsUntoldLoss(bool present) {
+    constexpr int kTold = -1;
+    if (m_UntoldPasses == kTold) return false;
+    m_UntoldPasses = present ? kTold : m_UntoldPasses + 1;
+    if (m_UntoldPasses < 2 || !m_Enabled) return false;
+    m_UntoldPasses = kTold;
+    return true;
+}
+
 // A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never
 // come back.
 void CComm::PollPower() noexcept try {
-    const bool present = IsDevicePresent();
+    // A device that was pulled and is back between two passes is listed all the time, but this link's handle is dead.
+    const bool present = !m_LinkDead && IsDevicePresent();
+    if (IsUntoldLoss(present)) m_PowerState = PowerUnknown;
     // A write that stalls on a device that is gone holds up every link: it ends here.
     present ? m_DeviceGone.Reset() : m_DeviceGone.Set();
     ReportPowerState(present ? PowerOnline : PowerOffOffline);

@@ -129,6 +129,7 @@ class CComm {
     void Deliver(std::string block);
 
     void PollPower() noexcept;
+    bool IsUntoldLoss(bool present);
     void EndPowerThread();
 
     platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
@@ -142,6 +143,9 @@ class CComm {
     std::atomic<bool> m_Enabled{false};
     std::atomic<uint32_t> m_PowerState{PowerUnknown};
     std::atomic<PowerCallback> m_PowerCallback{nullptr};
+    std::atomic<bool> m_LinkDead{false};  // a read found the device gone; until the handle is closed
+
+    int m_UntoldPasses = 0;  // of the power thread alone: passes before its first report
 
     std::thread m_ReadThread;  // touched by EnableDevice and Reset alone
     // Guards the three below, and the order in which m_PowerRunning and m_EndPower are set and cleared; never

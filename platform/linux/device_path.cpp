@@ -18,7 +18,7 @@ std::string NodeOf(const FoundDevices& devices, std::string FoundDevice::*key, c
 }
 
 std::string FileOfPort(const LinuxRoots& roots, const std::string& name) {
-    const std::string registered = NodeOf(FindRegisteredPorts(roots), &FoundDevice::portName, name);
+    std::string registered = NodeOf(FindRegisteredPorts(roots), &FoundDevice::portName, name);
     if (!registered.empty()) {
         return registered;
     }

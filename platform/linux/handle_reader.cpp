@@ -23,13 +23,13 @@ uint32_t ErrorOfEmptyRead(ssize_t count, uint32_t error, const DeviceWake& wake)
 
 IoStart HandleReader::Start(uint8_t* buffer, uint32_t size) {
     if (!m_Handle.ForReading()) {
-        return {IoState::Failed, 0, ENODEV};
+        return {IoState::Failed, 0, ENODEV, true};
     }
     m_Buffer = buffer;
     m_Size = size;
     m_Count = 0;
     m_Error = 0;
-    return {IoState::Pending, 0, 0};
+    return {IoState::Pending, 0, 0, false};
 }
 
 ReadWait HandleReader::End(uint32_t error) {
@@ -90,9 +90,9 @@ ReadWait HandleReader::TakeMore(const UniqueFd& file, const StopSignal& stop) {
 
 IoFinish HandleReader::Finish() {
     if (m_Error != 0) {
-        return {false, 0, m_Error};
+        return {false, 0, m_Error, MeansGone(m_Error)};
     }
-    return {true, m_Count, 0};
+    return {true, m_Count, 0, false};
 }
 
 }  // namespace quillet::platform

@@ -125,7 +125,7 @@ bool IsPhantom(int classFolder, const NumberedTty& tty) {
     return tty.kind->hasPhantoms && ReadAttribute(classFolder, tty.name + "/type") == "0";
 }
 
-// The lines of a uevent file.
+// A value out of the KEY=value lines of a uevent file.
 std::string UeventValue(std::string_view uevent, std::string_view key) {
     while (!uevent.empty()) {
         const std::string_view line = uevent.substr(0, uevent.find('\n'));

@@ -110,7 +110,7 @@ void AddDevices(const std::string& path, RegisteredClass wanted, FoundDevices& d
         if (ReadDeviceFile(directory.Fd(), name, content) &&
             DescribeDevice(ReadKeys(content), wanted, name, device)) {
             if (wanted == RegisteredClass::Hid) {
-                device.interfacePath = "registered:" + path + "/" + name;
+                device.interfacePath = std::string("registered:").append(path).append("/").append(name);
             }
             devices.push_back(std::move(device));
         }

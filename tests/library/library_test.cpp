@@ -65,7 +65,6 @@ std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, const 
     options.port = port;
     options.serialNumber = serialNumber;
     options.devicesDirectory = m_RuntimeDirectory + "/quillet/devices";
-    options.serialGapMs = 40;
     auto scanner = std::make_unique<VirtualScanner>(options);
     scanner->Plug();
     return scanner;
@@ -77,6 +76,12 @@ const char* LibraryTest::ConnectionOf(ScannerLink link) {
         case ScannerLink::VirtualSerial: return "protocol=virtual serial port,serialport=97";
         default: return "protocol=serial port,serialport=97,baudrate=115200";
     }
+}
+
+void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text) {
+    const int32_t before = handle.CacheCount();
+    scanner.Scan(codeType, text);
+    EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > before; })) << "not received: " << ToAsciiText(text);
 }
 
 bool Eventually(const std::function<bool()>& condition, int timeoutMs) {

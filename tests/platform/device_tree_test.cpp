@@ -1,0 +1,231 @@
+#include "platform/device_tree.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/linux/device_path.h"
+#include "platform/linux/linux_device_tree.h"
+#include "temp_tree.h"
+
+namespace quillet::platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// A tree as the kernel lays it: folders of devices, and classes of links into them.
+class DeviceTreeTest : public testing::Test {
+  protected:
+    DeviceTreeTest() {
+        m_Roots.sys = m_Tree.Path("sys");
+        m_Roots.dev = m_Tree.Path("dev");
+        m_Roots.registered = {m_Tree.Path("run/devices"), m_Tree.Path("user/devices")};
+    }
+
+    void AddTty(const std::string& name, const std::string& folder, const std::string& type = "") {
+        m_Tree.Write("sys/devices/" + folder + "/tty/" + name + "/type", type);
+        m_Tree.Link("sys/devices/" + folder + "/tty/" + name + "/device",
+                    m_Tree.Path("sys/devices/" + folder));
+        m_Tree.Link("sys/class/tty/" + name, "../../devices/" + folder + "/tty/" + name);
+    }
+
+    void AddUsb(const std::string& folder, const std::string& product, const std::string& serial) {
+        const std::string path = "sys/devices/" + folder + "/";
+        m_Tree.Write(path + "idVendor", "18d1\n");
+        m_Tree.Write(path + "idProduct", product + "\n");
+        m_Tree.Write(path + "busnum", "1\n");
+        m_Tree.Write(path + "devpath", "2.4\n");
+        m_Tree.Write(path + "product", "Scanner\n");
+        m_Tree.Write(path + "manufacturer", "Maker\n");
+        if (!serial.empty()) {
+            m_Tree.Write(path + "serial", serial + "\n");
+        }
+    }
+
+    void AddHidraw(const std::string& name, const std::string& id, const std::string& phys,
+                   const std::string& uniq) {
+        const std::string device = "sys/devices/usb1/1-3/1-3:1.0/" + name + "-device";
+        m_Tree.Write(device + "/uevent", "DRIVER=hid-generic\nHID_ID=" + id +
+                                             "\nHID_NAME=Maker Scanner\nHID_PHYS=" + phys +
+                                             "\nHID_UNIQ=" + uniq + "\nMODALIAS=hid:b0003\n");
+        m_Tree.Link("sys/class/hidraw/" + name + "/device", m_Tree.Path(device));
+    }
+
+    // One line a device: what the set tells of it.
+    std::vector<std::string> Ports() {
+        const auto set = LinuxDeviceTree(m_Roots).OpenSet(DeviceClass::Ports);
+        std::vector<std::string> lines;
+        for (size_t i = 0; set->SelectDevice(i); ++i) {
+            const KeyValue name = set->ReadKeyValue("PortName");
+            EXPECT_EQ(name.kind, KeyValue::Kind::Text);
+            EXPECT_EQ(set->ReadKeyValue("PortNumber").kind, KeyValue::Kind::None);
+            lines.push_back(name.text + " " + set->DeviceId() + " " + set->ParentId() + " " + Texts(*set));
+        }
+        EXPECT_EQ(set->SelectInterface(0), InterfaceStep::End);
+        return lines;
+    }
+
+    std::vector<std::string> Hids() {
+        const auto set = LinuxDeviceTree(m_Roots).OpenSet(DeviceClass::HidInterface);
+        std::vector<std::string> lines;
+        for (size_t i = 0; set->SelectDevice(i); ++i) {
+            std::string path;
+            std::string id;
+            EXPECT_EQ(set->SelectInterface(i), InterfaceStep::Selected);
+            EXPECT_TRUE(set->InterfacePath(path) && set->InterfaceDeviceId(id));
+            EXPECT_EQ(id, set->DeviceId());
+            lines.push_back(path.append(" ").append(id).append(" ").append(Texts(*set)));
+        }
+        EXPECT_EQ(set->SelectInterface(lines.size()), InterfaceStep::End);
+        return lines;
+    }
+
+    static std::string Texts(DeviceSet& set) {
+        return set.ReadProperty(DeviceProperty::Description) + "/" +
+               set.ReadProperty(DeviceProperty::Manufacturer);
+    }
+
+    // Safe whatever the umask of the test.
+    std::string Register(const std::string& directory, const std::string& name, const std::string& content) {
+        std::string path = m_Tree.Write(directory + "/devices/" + name, content);
+        chmod(m_Tree.Path(directory).c_str(), 0755);
+        chmod(m_Tree.Path(directory + "/devices").c_str(), 0755);
+        return path;
+    }
+
+    std::string FileOf(const std::string& path) { return FileOfDevicePath(m_Roots, path); }
+
+    TempTree m_Tree;
+    LinuxRoots m_Roots;
+};
+
+TEST_F(DeviceTreeTest, EmptyMachine) {
+    EXPECT_THAT(Ports(), IsEmpty());
+    EXPECT_THAT(Hids(), IsEmpty());
+    for (const auto other :
+         {DeviceClass::Modem, DeviceClass::ComPortInterface, DeviceClass::ModemInterface}) {
+        const auto set = LinuxDeviceTree(m_Roots).OpenSet(other);
+        ASSERT_NE(set, nullptr);
+        EXPECT_FALSE(set->SelectDevice(0));
+    }
+}
+
+TEST_F(DeviceTreeTest, KernelPortsInOrderOfTheirNumbers) {
+    AddUsb("usb1/1-2", "0009", "SN\\1\x01 x");
+    AddTty("ttyACM1", "usb1/1-2/1-2:1.0");
+    AddUsb("usb1/1-2.4", "00ab", "");
+    AddTty("ttyUSB31", "usb1/1-2.4/1-2.4:1.0/ttyUSB31");
+    AddTty("ttyS10", "pnp0/00:05", "4\n");
+    AddTty("ttyS2", "pnp0/00:04", "4\n");
+    AddTty("ttyS3", "platform/serial8250", "0\n");
+    for (const char* other :
+         {"ttyS32", "ttyS", "ttyS02", "ttyS1x", "ttyACM99999999999", "tty7", "console", "ptmx"}) {
+        AddTty(other, "virtual", "4\n");
+    }
+    EXPECT_THAT(Ports(), ElementsAre("COM3 ACPI\\PNP0501\\3  /", "COM11 ACPI\\PNP0501\\11  /",
+                                     "COM64 USB\\VID_18D1&PID_00AB\\1-2.4 USB\\ROOT_HUB\\1 Scanner/Maker",
+                                     "COM66 USB\\VID_18D1&PID_0009\\SN_1_ x USB\\ROOT_HUB\\1 Scanner/Maker"));
+}
+
+TEST_F(DeviceTreeTest, KernelHidDevices) {
+    m_Tree.Write("sys/devices/usb1/1-3/manufacturer", "Maker\n");
+    AddHidraw("hidraw10", "0003:000018D1:0000010B", "usb-0000:00:14.0-3/input0", "SN7");
+    AddHidraw("hidraw2", "0005:000018d1:0000010b", "", "aa:bb");
+    AddHidraw("hidraw3", "0003:00000001:00000002", "", "");
+    AddHidraw("hidraw4", "nonsense", "usb-9", "");
+    const std::string node = m_Tree.Path("dev/hidraw3");
+    EXPECT_THAT(Hids(),
+                ElementsAre("hid:aa:bb HID\\VID_18D1&PID_010B\\aa:bb Maker Scanner/Maker",
+                            node + " HID\\VID_0001&PID_0002\\hidraw3 Maker Scanner/Maker",
+                            "hid:usb-0000:00:14.0-3/input0 HID\\VID_18D1&PID_010B\\SN7 Maker Scanner/Maker"));
+    EXPECT_EQ(FileOf("hid:usb-0000:00:14.0-3/input0"), m_Tree.Path("dev/hidraw10"));
+    EXPECT_EQ(FileOf("hid:aa:bb"), m_Tree.Path("dev/hidraw2"));
+    EXPECT_EQ(FileOf("hid:gone"), "");
+    EXPECT_EQ(FileOf("hid:"), "");
+}
+
+TEST_F(DeviceTreeTest, RegisteredDevicesComeFirstInByteOrderAndHideKernelPorts) {
+    AddTty("ttyS0", "pnp0/00:04", "4\n");
+    AddTty("ttyS1", "pnp0/00:05", "4\n");
+    AddHidraw("hidraw0", "0003:000018D1:0000010B", "usb-1", "");
+    Register("user", "a.device", "class=serial\nport=COM98\npath=/dev/pts/98\n");
+    Register("run", "b.device", "class=serial\nport=COM1\npath=/dev/pts/1");
+    Register(
+        "run", "a\xFF.device",
+        "# comment\n\nclass=serial\nport=COM97\npath=/dev/pts/97\ninstance=USB\\VID_18D1&PID_0009\\x=y\n"
+        "parent=USB\\ROOT_HUB\\1\ndescription=A scanner\nmanufacturer=M\ncolour=red\n#port=COM5\nnonsense\n");
+    Register("run", "C.device", "class=hid\npath=/run/scanner\ndescription=H\n");
+    EXPECT_THAT(Ports(),
+                ElementsAre("COM97 USB\\VID_18D1&PID_0009\\x=y USB\\ROOT_HUB\\1 A scanner/M",
+                            "COM1 ROOT\\PORTS\\b  /", "COM98 ROOT\\PORTS\\a  /", "COM2 ACPI\\PNP0501\\2  /"));
+    const std::string registered = "registered:" + m_Tree.Path("run/devices/C.device");
+    EXPECT_THAT(Hids(), ElementsAre(registered + " ROOT\\HID\\C H/",
+                                    "hid:usb-1 HID\\VID_18D1&PID_010B\\hidraw0 Maker Scanner/"));
+
+    EXPECT_EQ(FileOf("\\\\.\\COM1"), "/dev/pts/1");
+    EXPECT_EQ(FileOf("\\\\.\\COM2"), m_Tree.Path("dev/ttyS1"));
+    EXPECT_EQ(FileOf("\\\\.\\COM40"), m_Tree.Path("dev/ttyUSB7")) << "whether or not it is listed";
+    EXPECT_EQ(FileOf("\\\\.\\COM96"), m_Tree.Path("dev/ttyACM31"));
+    EXPECT_EQ(FileOf("\\\\.\\COM97"), "/dev/pts/97");
+    for (const char* nothing : {"", "\\\\.\\COM99", "\\\\.\\COM0", "\\\\.\\COM", "\\\\.\\COM02", "ttyS0"}) {
+        EXPECT_EQ(FileOf(nothing), "") << nothing;
+    }
+    EXPECT_EQ(FileOf(registered), "/run/scanner");
+    std::filesystem::remove(m_Tree.Path("run/devices/C.device"));
+    EXPECT_EQ(FileOf(registered), "");
+}
+
+TEST_F(DeviceTreeTest, BrokenRegistrationFilesAreLeftOut) {
+    const std::string good = "class=serial\nport=COM97\npath=/dev/pts/1\n";
+    const std::string filler(4096 - good.size() - 1, '#');
+    Register("run", "full.device", good + filler + "\n");
+    Register("run", "oversize.device", good + filler + "#\n");
+    Register("run", "no-class.device", "port=COM97\npath=/dev/pts/1\n");
+    Register("run", "other-class.device", "class=usb\nport=COM97\npath=/dev/pts/1\n");
+    Register("run", "no-port.device", "class=serial\npath=/dev/pts/1\n");
+    Register("run", "no-path.device", "class=serial\nport=COM97\n");
+    Register("run", "relative.device", "class=serial\nport=COM97\npath=pts/1\n");
+    Register("run", "zero.device", good + std::string(1, '\0'));
+    Register("run", "hid-no-path.device", "class=hid\n");
+    Register("run", "name.devices", good);
+    m_Tree.Link("run/devices/link.device", m_Tree.Write("elsewhere.device", good));
+    std::filesystem::create_directory(m_Tree.Path("run/devices/folder.device"));
+    ASSERT_EQ(mkfifo(m_Tree.Path("run/devices/pipe.device").c_str(), 0600), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(Register("run", "foreign.device", good).c_str(), 12345, 12345), 0);
+    }
+    EXPECT_THAT(Ports(), ElementsAre("COM97 ROOT\\PORTS\\full  /"));
+    EXPECT_THAT(Hids(), IsEmpty());
+}
+
+TEST_F(DeviceTreeTest, DirectoriesThatOthersCouldHaveFilledAreIgnored) {
+    const std::string parent = m_Tree.Path("run");
+    const std::string directory = m_Tree.Path("run/devices");
+    const auto swapForLink = [](const std::string& path) {
+        std::filesystem::rename(path, path + ".real");
+        std::filesystem::create_symlink(path + ".real", path);
+    };
+    std::vector<std::function<void()>> breaks = {
+        [&] { chmod(directory.c_str(), 0775); }, [&] { chmod(directory.c_str(), 01757); },
+        [&] { chmod(parent.c_str(), 0775); },    [&] { chmod(parent.c_str(), 01777); },
+        [&] { swapForLink(directory); },         [&] { swapForLink(parent); },
+    };
+    if (geteuid() == 0) {
+        breaks.push_back([&] { EXPECT_EQ(chown(directory.c_str(), 12345, 0), 0); });
+        breaks.push_back([&] { EXPECT_EQ(chown(parent.c_str(), 12345, 0), 0); });
+    }
+    for (size_t i = 0; i < breaks.size(); ++i) {
+        Register("run", "a.device", "class=serial\nport=COM97\npath=/dev/pts/1\n");
+        EXPECT_EQ(Ports().size(), 1U) << i;
+        breaks[i]();
+        EXPECT_THAT(Ports(), IsEmpty()) << i;
+        EXPECT_EQ(FileOf("\\\\.\\COM97"), "") << i;
+        std::filesystem::remove_all(parent);
+        std::filesystem::remove_all(parent + ".real");
+    }
+}
+
+}  // namespace
+}  // namespace quillet::platform

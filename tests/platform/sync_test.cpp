@@ -1,0 +1,165 @@
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <thread>
+#include <unistd.h>
+
+#include "platform/clock.h"
+#include "platform/device_access.h"
+#include "platform/event.h"
+#include "platform/thread.h"
+
+namespace quillet::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(Event, AutoResetLetsOneWaiterThroughForEachSignal) {
+    const auto event = Event::Create(Event::Kind::AutoReset);
+    std::atomic<int> through{0};
+    std::array<std::thread, 4> waiters;
+    for (std::thread& waiter : waiters) {
+        waiter = StartThread("waiter", [&] {
+            event->Wait(kNoLimitMs);
+            ++through;
+        });
+    }
+    for (int expected = 1; expected <= 4; ++expected) {
+        event->Signal();
+        while (through < expected) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(event->Wait(20), WaitResult::TimedOut) << "the signal was not consumed";
+        EXPECT_EQ(through, expected);
+    }
+    for (auto& waiter : waiters) {
+        waiter.join();
+    }
+    event->Signal();
+    event->Reset();
+    EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);
+}
+
+TEST(Event, ManualResetLetsAllThroughUntilReset) {
+    const auto event = Event::Create(Event::Kind::ManualReset);
+    EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);
+    std::array<std::thread, 3> waiters;
+    for (std::thread& waiter : waiters) {
+        waiter = StartThread("waiter", [&] { EXPECT_EQ(event->Wait(60000), WaitResult::Signalled); });
+    }
+    event->Signal();
+    for (auto& waiter : waiters) {
+        waiter.join();
+    }
+    EXPECT_EQ(event->Wait(0), WaitResult::Signalled);
+    event->Reset();
+    EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);
+}
+
+TEST(Semaphore, CountsUpToItsMaximumAndBlocksAtZero) {
+    EXPECT_EQ(Semaphore::Create(3, 2), nullptr);
+    const auto semaphore = Semaphore::Create(1, 2);
+    EXPECT_TRUE(semaphore->Post());
+    EXPECT_FALSE(semaphore->Post());
+    EXPECT_TRUE(semaphore->Wait());
+    EXPECT_TRUE(semaphore->Wait());
+    std::atomic<bool> through{false};
+    std::thread waiter = StartThread("waiter", [&] {
+        semaphore->Wait();
+        through = true;
+    });
+    std::this_thread::sleep_for(20ms);
+    EXPECT_FALSE(through);
+    semaphore->Post();
+    waiter.join();
+}
+
+TEST(StopSignal, StaysSetForEveryWaiterUntilReset) {
+    StopSignal stop;
+    EXPECT_FALSE(stop.IsSet());
+    EXPECT_FALSE(stop.Wait(5));
+    std::thread waiter = StartThread("waiter", [&] { EXPECT_TRUE(stop.Wait(kNoLimitMs)); });
+    stop.Set();
+    stop.Set();
+    waiter.join();
+    EXPECT_TRUE(stop.IsSet());
+    EXPECT_TRUE(stop.Wait(60000));
+    stop.Reset();
+    EXPECT_FALSE(stop.IsSet());
+}
+
+TEST(Waits, LastAsLongAsAskedAndOutliveSignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction before {};
+    sigaction(SIGUSR1, &action, &before);  // without SA_RESTART: system calls end with EINTR
+    StopSignal stop;
+    const auto event = Event::Create(Event::Kind::ManualReset);
+    const pthread_t waiting = pthread_self();
+    std::atomic<bool> done{false};
+    std::thread disturber = StartThread("disturber", [&] {
+        while (!done) {
+            pthread_kill(waiting, SIGUSR1);
+            std::this_thread::sleep_for(2ms);
+        }
+    });
+    const int64_t start = SystemClock().NowNs();
+    EXPECT_FALSE(stop.Wait(50));
+    EXPECT_EQ(SystemClock().Wait(*event, 50), WaitResult::TimedOut);
+    SystemClock().SleepMs(50);
+    const int64_t tookMs = (SystemClock().NowNs() - start) / 1000000;
+    EXPECT_GE(tookMs, 149);
+    EXPECT_LT(tookMs, 5000);
+    done = true;
+    disturber.join();
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(Thread, BlocksSignalsBearsItsNameAndSwallowsExceptions) {
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    uint32_t id = 0;
+    StartThread("a name of more than fifteen bytes", [&] {
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGPIPE, SIGCHLD, SIGUSR1, SIGSEGV, SIGRTMAX}) {
+            EXPECT_EQ(sigismember(&mask, signal), 1) << signal;
+        }
+        std::string name(16, '\0');
+        prctl(PR_GET_NAME, name.data());
+        EXPECT_STREQ(name.c_str(), "a name of more ");
+        id = CurrentThreadId();
+        throw std::runtime_error("must end the thread alone");
+    }).join();
+    EXPECT_NE(id, 0U);
+    EXPECT_NE(id, CurrentThreadId());
+    EXPECT_EQ(CurrentThreadId(), static_cast<uint32_t>(getpid())) << "the first thread has the process's id";
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    EXPECT_EQ(sigismember(&after, SIGINT), sigismember(&before, SIGINT)) << "the starter's mask was changed";
+    SetCurrentThreadName(nullptr);
+}
+
+TEST(Clock, LocalTimeHasTheRanges) {
+    const std::time_t before = std::time(nullptr);
+    const LocalTime now = SystemClock().Local();
+    std::tm parts{};
+    parts.tm_year = now.year - 1900;
+    parts.tm_mon = now.month - 1;
+    parts.tm_mday = now.day;
+    parts.tm_hour = now.hour;
+    parts.tm_min = now.minute;
+    parts.tm_sec = now.second;
+    parts.tm_isdst = -1;
+    EXPECT_NEAR(static_cast<double>(std::mktime(&parts)), static_cast<double>(before), 2);
+    EXPECT_GE(now.millisecond, 0);
+    EXPECT_LE(now.millisecond, 999);
+}
+
+}  // namespace
+}  // namespace quillet::platform

@@ -1,0 +1,43 @@
+// A folder of its own for a test, removed with all that it holds.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string>
+
+namespace quillet::platform {
+
+class TempTree {
+  public:
+    TempTree() {
+        std::string name = (std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string();
+        EXPECT_NE(::mkdtemp(name.data()), nullptr);
+        m_Root = name;
+    }
+    ~TempTree() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_Root, ignored);
+    }
+    TempTree(const TempTree&) = delete;
+    TempTree& operator=(const TempTree&) = delete;
+
+    std::string Path(const std::string& name) const { return (m_Root / name).string(); }
+
+    // Both make the folders on the way.
+    std::string Write(const std::string& name, const std::string& content) const {
+        std::filesystem::create_directories((m_Root / name).parent_path());
+        std::ofstream(m_Root / name, std::ios::binary) << content;
+        return Path(name);
+    }
+    void Link(const std::string& name, const std::string& target) const {
+        std::filesystem::create_directories((m_Root / name).parent_path());
+        std::filesystem::create_symlink(target, m_Root / name);
+    }
+
+  private:
+    std::filesystem::path m_Root;
+};
+
+}  // namespace quillet::platform

@@ -22,7 +22,7 @@ class BarcodeTest : public LibraryTest, public ::testing::WithParamInterface<Sca
   protected:
     void SetUp() override {
         m_Scanner = NewScanner(GetParam());
-        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
     }
     std::unique_ptr<VirtualScanner> m_Scanner;
     Handle m_Handle;

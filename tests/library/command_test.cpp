@@ -17,7 +17,7 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
   protected:
     void SetUp() override {
         m_Scanner = NewScanner(GetParam());
-        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
         ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
         m_Scanner->ClearPackets();
     }
@@ -195,7 +195,7 @@ TEST_P(CommandTest, ExchangesEndWhenTheScannerOrTheHandleGoes) {
     closing.join();
     EXPECT_LT(MonotonicMs() - start, 2000);
 
-    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
     m_Scanner->ClearPackets();
     std::thread unplugging([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
     ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
@@ -219,14 +219,17 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     Handle handle;
     uint8_t buffer[128] = {};
     int32_t length = -1;
-    auto first = NewScanner(ScannerLink::VirtualSerial, "COM90", "1234");
-    auto second = NewScanner(ScannerLink::VirtualSerial, "COM91", "5678");
-    auto silent = NewScanner(ScannerLink::Serial, "COM92", "9999");
+    auto first = NewScanner(ScannerLink::VirtualSerial, Port() - 60, "1234");
+    auto second = NewScanner(ScannerLink::VirtualSerial, Port() - 30, "5678");
+    auto silent = NewScanner(ScannerLink::Serial, Port(), "9999");
     silent->SetSilent(true);
     ASSERT_EQ(getSerialPortDevice(handle, sizeof buffer, buffer, &length), ResultSuccess);
     const std::string text(buffer, buffer + length);
-    EXPECT_NE(text.find("COM90,SN:1234||COM91,SN:5678||"), std::string::npos) << text;
-    EXPECT_EQ(text.find("COM92"), std::string::npos) << text;
+    const auto entry = [](int port, const char* number) {
+        return "COM" + std::to_string(port) + ",SN:" + number + "||";
+    };
+    EXPECT_NE(text.find(entry(Port() - 60, "1234") + entry(Port() - 30, "5678")), std::string::npos) << text;
+    EXPECT_EQ(text.find("COM" + std::to_string(Port()) + ","), std::string::npos) << text;
     EXPECT_EQ(handle.State(), ScannerStateClosed);
     first->Unplug();
     silent->Unplug();
@@ -234,18 +237,19 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     EXPECT_EQ(buffer[0], 0);
 
     second->ClearPackets();
-    EXPECT_EQ(PortCommandInteraction(handle, "protocol=virtual serial port,serialport=91", "AA BB,CC"), ResultSuccess);
+    const std::string connection = "protocol=virtual serial port,serialport=" + std::to_string(Port() - 30);
+    EXPECT_EQ(PortCommandInteraction(handle, connection.c_str(), "AA BB,CC"), ResultSuccess);
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
 }
 
 TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
-    auto usb = NewScanner(ScannerLink::Usb, "", "1111");
-    auto serial = NewScanner(ScannerLink::Serial, "COM97", "2222");
+    auto usb = NewScanner(ScannerLink::Usb, 0, "1111");
+    auto serial = NewScanner(ScannerLink::Serial, Port(), "2222");
     usb->SetSilent(true);
     Handle first;
     Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb)), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial)), ResultSuccess);
+    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
+    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
     usb->ClearPackets();
     uint8_t buffer[64] = {};
     int32_t length = 0;

@@ -47,16 +47,17 @@ class Handle {
     ScannerHandle m_Handle;
 };
 
-// The devices of each test stand in a directory of its own, where the library of this process looks.
+// The devices of a test process stand in a directory of its own, where the library of this process looks.
 class LibraryTest : public ::testing::Test {
   protected:
     LibraryTest();
-    ~LibraryTest() override;
 
     // Plugged in.
-    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, const std::string& port = "COM97",
+    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, int port = Port(),
                                                const std::string& serialNumber = "1234567890");
-    static const char* ConnectionOf(ScannerLink link);
+    static std::string ConnectionOf(ScannerLink link);
+    // Number of a serial port that no other test process uses: claims are shared by all of them.
+    static int Port();
 
     std::string m_RuntimeDirectory;
 };

@@ -22,7 +22,7 @@ int Cycles(int usual) {
 class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
   protected:
     void SetUp() override { m_Scanner = NewScanner(GetParam()); }
-    const char* Connection() const { return ConnectionOf(GetParam()); }
+    const char* Connection() const { return m_Connection.c_str(); }
     bool ComesBack(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateEnabled; });
     }
@@ -42,6 +42,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
     bool IsLost(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateOpen; });
     }
+    const std::string m_Connection = ConnectionOf(GetParam());
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
 INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest,

@@ -19,12 +19,25 @@ static void PrintHex(const uint8_t* bytes, int32_t length) {
     putchar('\n');
 }
 
-/* A setting call hands its command to the link and waits for no answer; reading back is what tells the
- * outcome. */
+/*
+ * A setting call hands its command to the link and waits for nothing; reading back is what tells the outcome.
+ * The scanner answers setting calls too, though, and such an answer, coming while a setting is read back, is
+ * taken for the wrong reply. Then the reading is repeated.
+ */
+static ResultCode QuerySetting(ScannerHandle scanner, int32_t id, uint8_t* value, int32_t size,
+                               int32_t* length) {
+    ResultCode result = ResultFailure;
+    int tries;
+    for (tries = 0; tries < 3 && result == ResultFailure; ++tries) {
+        result = QueryCommandSetting(scanner, id, size, value, length);
+    }
+    return result;
+}
+
 static int ShowSetting(ScannerHandle scanner, const char* name, int32_t id, uint8_t expected) {
     uint8_t value[16];
     int32_t length = 0;
-    const ResultCode result = QueryCommandSetting(scanner, id, (int32_t)sizeof value, value, &length);
+    const ResultCode result = QuerySetting(scanner, id, value, (int32_t)sizeof value, &length);
     if (result != ResultSuccess) {
         printf("%s: not read, result %d\n", name, (int)result);
         return 0;

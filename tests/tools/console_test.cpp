@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
+#include "private_directory.h"
+
 namespace quillet::tools {
 namespace {
 
@@ -26,20 +28,12 @@ TEST(Unescape, EscapesOfC) {
 
 class ConsoleTest : public ::testing::Test {
   protected:
-    ConsoleTest() : m_Directory(::testing::TempDir() + "console-" + Name()) {
-        std::filesystem::create_directories(m_Directory);
-        std::filesystem::permissions(m_Directory, std::filesystem::perms::owner_all);
+    ConsoleTest() {
         ScannerOptions options;
-        options.devicesDirectory = m_Directory + "/devices";
+        options.devicesDirectory = m_Directory.path + "/devices";
         m_Scanner = std::make_unique<VirtualScanner>(options);
     }
-    ~ConsoleTest() override {
-        m_Scanner.reset();
-        std::filesystem::remove_all(m_Directory);
-        std::fclose(m_File);
-    }
-
-    static std::string Name() { return ::testing::UnitTest::GetInstance()->current_test_info()->name(); }
+    ~ConsoleTest() override { std::fclose(m_File); }
 
     // What one command writes.
     std::string Run(const std::string& line) {
@@ -54,7 +48,7 @@ class ConsoleTest : public ::testing::Test {
         return text;
     }
 
-    std::string m_Directory;
+    PrivateDirectory m_Directory;
     std::unique_ptr<VirtualScanner> m_Scanner;
     std::FILE* m_File = std::tmpfile();
     bool m_GoesOn = true;
@@ -79,7 +73,7 @@ TEST_F(ConsoleTest, WrongLinesAreTold) {
 
 TEST_F(ConsoleTest, CommandsReachTheScanner) {
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=unplugged\n");
-    EXPECT_EQ(Run("plug"), "plugged path=" + m_Directory + "/devices/virtual-usb-1234567890.socket\n");
+    EXPECT_EQ(Run("plug"), "plugged path=" + m_Directory.path + "/devices/virtual-usb-1234567890.socket\n");
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=no-host\n");
     EXPECT_EQ(Run("plain a\\0b"), "lost type=- length=3 reason=no-host\n");
     EXPECT_EQ(Run("unplug"), "unplugged\n");

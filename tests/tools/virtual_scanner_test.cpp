@@ -4,10 +4,10 @@
 #include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <random>
 #include <thread>
 
 #include "platform/clock.h"
+#include "private_directory.h"
 #include "protocol/packet.h"
 #include "protocol/reply_parser.h"
 
@@ -94,16 +94,7 @@ class VirtualScannerTest : public ::testing::TestWithParam<ScannerLink> {
         m_Scanner->Plug();
     }
 
-    // Outlives the scanner, which cleans up in it.
-    struct Directory {
-        Directory()
-            : path(::testing::TempDir() + "quillet-scanner-" + std::to_string(std::random_device{}())) {
-            std::filesystem::create_directory(path);
-            std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-        }
-        ~Directory() { std::filesystem::remove_all(path); }
-        std::string path;
-    } m_Directory;
+    PrivateDirectory m_Directory;  // outlives the scanner, which cleans up in it
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
 
@@ -121,12 +112,11 @@ TEST(VirtualScannerDirectory, MustBeOneThatHostsLookInto) {
     ScannerOptions options;
     options.devicesDirectory = "relative/devices";
     EXPECT_THROW(VirtualScanner{options}, std::invalid_argument);
-    const std::string open = ::testing::TempDir() + "quillet-open-to-all";
-    std::filesystem::create_directories(open + "/devices");
-    std::filesystem::permissions(open + "/devices", std::filesystem::perms::all);
-    options.devicesDirectory = open + "/devices";
+    const PrivateDirectory directory;
+    options.devicesDirectory = directory.path + "/devices";
+    std::filesystem::create_directory(options.devicesDirectory);
+    std::filesystem::permissions(options.devicesDirectory, std::filesystem::perms::all);
     EXPECT_THROW(VirtualScanner{options}, std::runtime_error);
-    std::filesystem::remove_all(open);
 }
 
 TEST_P(VirtualScannerTest, SettingsAreKeptAndReadBack) {

@@ -77,12 +77,9 @@ std::string Describe(const HostPacket& packet) {
         case OpcodeQuerySetting:
             return " kind=query of=" + Hex(packet.parameters.substr(0, 1)) +
                    " number=" + Hex(packet.parameters.substr(1));
-        case OpcodeVersion:
-            return " kind=version";
-        case OpcodeBarcode:
-            return " kind=pattern";
-        default:
-            break;
+        case OpcodeVersion: return " kind=version";
+        case OpcodeBarcode: return " kind=pattern";
+        default: break;
     }
     if (!IsSettingOpcode(packet.opcode)) return " kind=other";
     const SettingChange change = ParseSetting(packet.opcode, packet.parameters);
@@ -197,15 +194,9 @@ bool Console::Execute(std::string_view line) {
 
 void Console::Report(Delivery delivery, const std::string& what) {
     switch (delivery) {
-        case Delivery::Sent:
-            m_Output.Write("sent " + what);
-            return;
-        case Delivery::NoHost:
-            m_Output.Write("lost " + what + " reason=no-host");
-            return;
-        case Delivery::Unplugged:
-            m_Output.Write("lost " + what + " reason=unplugged");
-            return;
+        case Delivery::Sent: m_Output.Write("sent " + what); return;
+        case Delivery::NoHost: m_Output.Write("lost " + what + " reason=no-host"); return;
+        case Delivery::Unplugged: m_Output.Write("lost " + what + " reason=unplugged"); return;
     }
 }
 

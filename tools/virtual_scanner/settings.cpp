@@ -40,10 +40,8 @@ bool IsSettingOpcode(uint8_t opcode) {
         case OpcodeStatisticsD0:
         case OpcodeReplyD8:
         case OpcodeQueryReply:
-        case OpcodeBarcode:
-            return false;
-        default:
-            return true;
+        case OpcodeBarcode: return false;
+        default: return true;
     }
 }
 

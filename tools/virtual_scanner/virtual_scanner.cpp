@@ -63,24 +63,18 @@ std::string RegistrationName(const ScannerOptions& options) {
 
 std::string InstanceId(const ScannerOptions& options) {
     switch (options.link) {
-        case ScannerLink::Usb:
-            return "HID\\VID_18D1&PID_010B\\" + options.serialNumber;
-        case ScannerLink::VirtualSerial:
-            return "USB\\VID_18D1&PID_0009\\" + options.serialNumber;
-        case ScannerLink::Serial:
-            break;
+        case ScannerLink::Usb: return "HID\\VID_18D1&PID_010B\\" + options.serialNumber;
+        case ScannerLink::VirtualSerial: return "USB\\VID_18D1&PID_0009\\" + options.serialNumber;
+        case ScannerLink::Serial: break;
     }
     return "ACPI\\PNP0501\\" + options.port.substr(3);
 }
 
 Delivery DeliveryOf(platform::DeviceEnd::Sent sent) {
     switch (sent) {
-        case platform::DeviceEnd::Sent::All:
-            return Delivery::Sent;
-        case platform::DeviceEnd::Sent::NoHost:
-            return Delivery::NoHost;
-        default:
-            return Delivery::Unplugged;
+        case platform::DeviceEnd::Sent::All: return Delivery::Sent;
+        case platform::DeviceEnd::Sent::NoHost: return Delivery::NoHost;
+        default: return Delivery::Unplugged;
     }
 }
 
@@ -203,20 +197,11 @@ void VirtualScanner::Run(Session& session) {
     for (;;) {
         const uint32_t timeoutMs = stream.Waiting() ? kStragglersMs : platform::kNoLimitMs;
         switch (session.end->Receive(bytes, timeoutMs, session.stop)) {
-            case Received::Bytes:
-                TakeBytes(session, bytes, stream);
-                break;
-            case Received::TimedOut:
-                TakePacket(session, stream.GiveUp());
-                break;
-            case Received::HostCame:
-                CountHosts(true);
-                break;
-            case Received::HostGone:
-                CountHosts(false);
-                break;
-            default:
-                return;
+            case Received::Bytes: TakeBytes(session, bytes, stream); break;
+            case Received::TimedOut: TakePacket(session, stream.GiveUp()); break;
+            case Received::HostCame: CountHosts(true); break;
+            case Received::HostGone: CountHosts(false); break;
+            default: return;
         }
     }
 }
@@ -238,7 +223,14 @@ void VirtualScanner::CountHosts(bool connected) {
     if (m_Observer != nullptr) m_Observer->OnHost(connected);
 }
 
-void VirtualScanner::Record(const HostPacket& packet) {
+// An answer to the switching of barcode frames would have the opcode of a barcode, and be taken for one.
+bool VirtualScanner::IsAnswered(const HostPacket& packet) const {
+    return packet.valid && packet.opcode != OpcodeBarcode && !m_Behaviour.silent;
+}
+
+// Who has waited for this packet may change the behaviour at once, so how to answer is fixed together with
+// recording.
+std::optional<VirtualScanner::Behaviour> VirtualScanner::Record(const HostPacket& packet) {
     const std::lock_guard lock(m_Mutex);
     m_Packets.push_back(packet);
     if (m_Packets.size() > kKeptPackets) m_Packets.pop_front();
@@ -248,27 +240,31 @@ void VirtualScanner::Record(const HostPacket& packet) {
         m_Settings.Set(change.key, change.value);
     }
     Notify();
+    if (!IsAnswered(packet)) return std::nullopt;
+    Behaviour behaviour = m_Behaviour;
+    m_Behaviour.interrupt.reset();
+    m_Behaviour.fault = Fault::None;
+    return behaviour;
 }
 
 void VirtualScanner::TakePacket(Session& session, const HostPacket& packet) {
-    Record(packet);
+    const std::optional<Behaviour> behaviour = Record(packet);
     if (m_Observer != nullptr) m_Observer->OnPacket(packet);
-    // An answer to the switching of barcode frames would have the opcode of a barcode, and be taken for one.
-    if (!packet.valid || packet.opcode == OpcodeBarcode) return;
-    const Behaviour behaviour = TakeBehaviour();
-    if (!behaviour.silent) Answer(session, packet, behaviour);
+    if (behaviour) Answer(session, packet, *behaviour);
 }
 
 void VirtualScanner::Answer(Session& session, const HostPacket& packet, const Behaviour& behaviour) {
     if (behaviour.delayMs > 0 && session.stop.Wait(behaviour.delayMs)) return;
-    if (behaviour.interrupt) SendBarcode(session, behaviour.interrupt->first, behaviour.interrupt->second);
+    if (behaviour.interrupt) {
+        SendBarcode(session, behaviour.interrupt->first, behaviour.interrupt->second, Fault::None);
+    }
     const uint8_t opcode = packet.opcode == OpcodeQuerySetting ? +OpcodeQueryReply : packet.opcode;
     const uint8_t status = behaviour.refuse ? kStatusRefused : kReplyAccepted;
     const std::string payload = behaviour.refuse ? std::string(1, '\0') : AnswerPayload(packet);
-    const Fault fault = TakeFault(true);
-    const std::string frame = FrameBytes(opcode, status, payload, fault);
-    const Delivery delivery = Send(session, IsUsb() ? UsbFrame(frame, behaviour.pieceSize, fault)
-                                                    : SerialFrame(frame, behaviour.pieceSize, fault));
+    const std::string frame = FrameBytes(opcode, status, payload, behaviour.fault);
+    const Delivery delivery =
+        Send(session, IsUsb() ? UsbFrame(frame, behaviour.pieceSize, behaviour.fault)
+                              : SerialFrame(frame, behaviour.pieceSize, behaviour.fault));
     if (delivery == Delivery::Sent && m_Observer != nullptr) m_Observer->OnAnswer(frame);
 }
 
@@ -280,8 +276,7 @@ std::string VirtualScanner::AnswerPayload(const HostPacket& packet) const {
             const auto opcode = static_cast<uint8_t>(packet.parameters.front());
             return packet.parameters.front() + Setting({opcode, packet.parameters.substr(1)});
         }
-        default:
-            return packet.parameters;
+        default: return packet.parameters;
     }
 }
 
@@ -290,7 +285,7 @@ std::string VirtualScanner::AnswerPayload(const HostPacket& packet) const {
 
 Delivery VirtualScanner::Scan(uint8_t codeType, std::string_view data) {
     const std::shared_ptr<Session> session = CurrentSession();
-    return session ? SendBarcode(*session, codeType, data) : Delivery::Unplugged;
+    return session ? SendBarcode(*session, codeType, data, TakeBarcodeFault()) : Delivery::Unplugged;
 }
 
 Delivery VirtualScanner::Plain(std::string_view data) {
@@ -299,8 +294,7 @@ Delivery VirtualScanner::Plain(std::string_view data) {
     return Send(*session, IsUsb() ? UsbReports(data) : Pieces{std::string(data)});
 }
 
-Delivery VirtualScanner::SendBarcode(Session& session, uint8_t codeType, std::string_view data) {
-    const Fault fault = TakeFault(!IsUsb());
+Delivery VirtualScanner::SendBarcode(Session& session, uint8_t codeType, std::string_view data, Fault fault) {
     return Send(session, IsUsb() ? UsbBarcode(codeType, data, fault) : SerialBarcode(codeType, data, fault));
 }
 
@@ -326,22 +320,15 @@ bool VirtualScanner::WaitForGap(Session& session, bool firstPiece) const {
 // ---- Behaviour, settings and records
 // ------------------------------------------------------------------------------
 
-VirtualScanner::Behaviour VirtualScanner::TakeBehaviour() {
+Fault VirtualScanner::TakeBarcodeFault() {
     const std::lock_guard lock(m_Mutex);
-    Behaviour behaviour = m_Behaviour;
-    if (!behaviour.silent) m_Behaviour.interrupt.reset();
-    return behaviour;
-}
-
-Fault VirtualScanner::TakeFault(bool hasChecksum) {
-    const std::lock_guard lock(m_Mutex);
-    if (m_Fault == Fault::Checksum && !hasChecksum) return Fault::None;
-    return std::exchange(m_Fault, Fault::None);
+    if (m_Behaviour.fault == Fault::Checksum && IsUsb()) return Fault::None;  // scan blocks have none
+    return std::exchange(m_Behaviour.fault, Fault::None);
 }
 
 void VirtualScanner::SetFault(Fault fault) {
     const std::lock_guard lock(m_Mutex);
-    m_Fault = fault;
+    m_Behaviour.fault = fault;
 }
 
 void VirtualScanner::SetDelay(uint32_t answerDelayMs) {

@@ -100,6 +100,7 @@ class VirtualScanner {
     struct Session;  // the time from plugging in to unplugging
     class Waiter;
     struct Behaviour {
+        Fault fault = Fault::None;
         uint32_t delayMs = 0;
         bool silent = false;
         bool refuse = false;
@@ -113,13 +114,13 @@ class VirtualScanner {
     void Run(Session& session);
     void TakeBytes(Session& session, std::string_view bytes, HostStream& stream);
     void TakePacket(Session& session, const HostPacket& packet);
-    void Record(const HostPacket& packet);
+    bool IsAnswered(const HostPacket& packet) const;
+    std::optional<Behaviour> Record(const HostPacket& packet);
     void CountHosts(bool connected);
     void Answer(Session& session, const HostPacket& packet, const Behaviour& behaviour);
     std::string AnswerPayload(const HostPacket& packet) const;
-    Behaviour TakeBehaviour();
-    Fault TakeFault(bool hasChecksum);
-    Delivery SendBarcode(Session& session, uint8_t codeType, std::string_view data);
+    Fault TakeBarcodeFault();
+    Delivery SendBarcode(Session& session, uint8_t codeType, std::string_view data, Fault fault);
     Delivery Send(Session& session, const Pieces& pieces);
     bool WaitForGap(Session& session, bool firstPiece) const;
     void Notify();
@@ -133,7 +134,6 @@ class VirtualScanner {
     mutable std::mutex m_Mutex;  // guards everything below; never held while sending, waiting or calling out
     std::shared_ptr<Session> m_Session;
     std::string m_HostPath;
-    Fault m_Fault = Fault::None;
     Behaviour m_Behaviour;
     SettingStore m_Settings;
     std::deque<HostPacket> m_Packets;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "foundation/text.h"
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -28,8 +28,9 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
         std::vector<uint8_t> buffer(static_cast<size_t>(replySize));
         int32_t length = 0;
         reply.type = 0;
-        reply.result = directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
-                                static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
+        reply.result =
+            directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
+                     static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
         reply.text.assign(buffer.begin(), buffer.begin() + length);
         return reply;
     }
@@ -50,7 +51,8 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
     std::unique_ptr<VirtualScanner> m_Scanner;
     Handle m_Handle;
 };
-INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
+                         LinkName);
 
 TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
     EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
@@ -92,7 +94,8 @@ TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
         ASSERT_TRUE(packet.valid);
         ASSERT_EQ(packet.parameters.size(), 2u);
         const auto thread = static_cast<uint8_t>(packet.parameters[0]);
-        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]), next[thread]++);  // none lost, in each thread's order
+        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]),
+                  next[thread]++);  // none lost, in each thread's order
     }
     for (int i = 0; i < kBarcodes; ++i) EXPECT_EQ(m_Handle.Take().text, std::to_string(i));
 }
@@ -164,9 +167,9 @@ TEST_P(CommandTest, ASecondExchangeIsRefusedAndDisturbsNothing) {
 
 TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
     const std::function<void()> disturbances[] = {
-        [&] { m_Scanner->SetDelay(550); },                       // the reply comes after the exchange
-        [&] { m_Scanner->SetPieces(3); },                        // the reply comes in pieces
-        [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },   // a barcode comes first
+        [&] { m_Scanner->SetDelay(550); },                      // the reply comes after the exchange
+        [&] { m_Scanner->SetPieces(3); },                       // the reply comes in pieces
+        [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },  // a barcode comes first
         [&] { m_Scanner->SetFault(tools::Fault::Truncate); },
         [&] { m_Scanner->SetFault(tools::Fault::Checksum); },
     };

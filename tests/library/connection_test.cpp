@@ -1,21 +1,19 @@
 // Finding, opening, claiming, closing.
 #include <csignal>
 #include <cstdio>
-
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <thread>
-#include <vector>
-
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/types.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -28,7 +26,8 @@ class Holder {
     explicit Holder(const std::string& connection, const char* atEnd = "close") {
         int toChild[2] = {-1, -1};
         int fromChild[2] = {-1, -1};
-        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0)
+            throw std::runtime_error("pipe2");
         m_Pid = fork();
         if (m_Pid == 0) {
             dup2(toChild[0], STDIN_FILENO);
@@ -98,7 +97,8 @@ TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
     ASSERT_EQ(openScanner(handle, "protocol=nonsense,serialport=5"), ResultSuccess);
     EXPECT_TRUE(usb->WaitForPackets(1, 2000));
     EXPECT_TRUE(serial->Packets().empty());
-    EXPECT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);  // not looked at
+    EXPECT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Serial).c_str()),
+              ResultSuccess);  // not looked at
     EXPECT_TRUE(serial->Packets().empty());
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
@@ -120,7 +120,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
         {"protocol=usb", ResultNoHardware},
         {"protocol=virtual serial port", ResultNoHardware},
         {virtualSerial, ResultNoHardware},
-        {serial, ResultNoHardware},                                // fails at enabling
+        {serial, ResultNoHardware},                                  // fails at enabling
         {"protocol=serial port,serialport=x", ResultOpenException},  // no number
         {"protocol=virtual serial port,serialport=", ResultOpenException},
         {"=,==,,protocol,", ResultNoHardware},
@@ -148,7 +148,8 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
 
 class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
 INSTANTIATE_TEST_SUITE_P(Links, ClaimTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial), LinkName);
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
+                         LinkName);
 
 TEST_P(ClaimTest, OneHandleOfOneProcessHoldsAScanner) {
     auto scanner = NewScanner(GetParam());

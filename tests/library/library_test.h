@@ -3,11 +3,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include <gtest/gtest.h>
 #include <quillet/quillet.h>
 
 #include "tools/virtual_scanner/virtual_scanner.h"
@@ -62,8 +62,8 @@ class LibraryTest : public ::testing::Test {
     std::string m_RuntimeDirectory;
 };
 
-// Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too fast are one
-// read, and the second is dropped; with the wait a busy machine does no harm.
+// Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too
+// fast are one read, and the second is dropped; with the wait a busy machine does no harm.
 void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text);
 
 // True as soon as the condition holds; false after the time.

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -26,13 +26,15 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
     bool ComesBack(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateEnabled; });
     }
-    // A scan right after plugging in may come before the library has noticed; within a second or two one arrives.
+    // A scan right after plugging in may come before the library has noticed; within a second or two one
+    // arrives.
     void ScanUntilReceived(const Handle& handle) {
         static int number = 0;
         const std::string text = "back again " + std::to_string(++number);
         const auto arrives = [&] {
             m_Scanner->Scan(11, text);
-            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess; barcode = handle.Take(0)) {
+            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess;
+                 barcode = handle.Take(0)) {
                 if (barcode.text == text) return true;
             }
             return false;
@@ -176,7 +178,8 @@ TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
         handle.Forget();
         m_Scanner->Plug();
     }
-    // The claim of a handle that another thread opened stays with the process; only the link's absence is asked here.
+    // The claim of a handle that another thread opened stays with the process; only the link's absence is
+    // asked here.
     EXPECT_TRUE(m_Scanner->IsPlugged());
 }
 

@@ -197,8 +197,9 @@ void CScanner::SetDecodeData(bool flag) {
     EnableDeocdeData(flag);
 }
 
+// A closed service has no mode either; its texts are read as they are.
 BinaryConversion CScanner::ConversionMode() const {
-    if (m_Status.Has(StatusBinaryNone)) return BinaryConversion::None;
+    if (m_Status.Has(StatusBinaryNone) || !m_Status.Has(StatusOpened)) return BinaryConversion::None;
     return m_Status.Has(StatusBinaryNibble) ? BinaryConversion::Nibble : BinaryConversion::Decimal;
 }
 

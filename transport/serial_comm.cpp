@@ -1,9 +1,7 @@
 #include "transport/serial_comm.h"
 
 #include <array>
-#include <cmath>
 #include <cstddef>
-#include <limits>
 #include <span>
 #include <string>
 #include <utility>
@@ -12,6 +10,7 @@
 #include "foundation/format.h"
 #include "foundation/log.h"
 #include "foundation/text.h"
+#include "foundation/truncate.h"
 #include "platform/clock.h"
 
 namespace quillet {
@@ -29,14 +28,6 @@ constexpr std::array<const char*, 4> kControlLabels = {"DISABLE", "ENABLE", "HAN
 std::string LabelOf(int32_t code, std::span<const char* const> labels) {
     const bool known = code >= 0 && static_cast<size_t>(code) < labels.size();
     return known ? labels[static_cast<size_t>(code)] : NumToString(code);
-}
-
-// Toward zero; a number that has no room becomes the nearest that has.
-int32_t Truncate(double number) {
-    if (std::isnan(number)) return 0;
-    if (number <= std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-    if (number >= std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-    return static_cast<int32_t>(number);
 }
 
 void Check(uint32_t error, const char* text) {
@@ -89,10 +80,10 @@ void CSerialComm::OpenPort() {
 }
 
 void CSerialComm::LoadSettings() {
-    m_BaudRate = Truncate(m_Params.GetNumber("baudrate", 9600.0));
-    m_ByteSize = Truncate(m_Params.GetNumber("bytesize", 8.0));
-    m_Parity = Truncate(m_Params.GetNumber("parity", 0.0));
-    m_StopBits = Truncate(m_Params.GetNumber("stopbits", 0.0));
+    m_BaudRate = TruncateToInt32(m_Params.GetNumber("baudrate", 9600.0));
+    m_ByteSize = TruncateToInt32(m_Params.GetNumber("bytesize", 8.0));
+    m_Parity = TruncateToInt32(m_Params.GetNumber("parity", 0.0));
+    m_StopBits = TruncateToInt32(m_Params.GetNumber("stopbits", 0.0));
 }
 
 void CSerialComm::ApplySettings() {

@@ -1,8 +1,7 @@
 #include "events/event_queue.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
+#include <string>
 
 namespace quillet {
 namespace {
@@ -25,7 +24,8 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     std::string data = "untouched";
     record.SetStatusUpdate(2001);
     EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetData(number, data); }), "Invalid Data Event");
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }), "Invalid DirectIO Event");
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }),
+              "Invalid DirectIO Event");
     EXPECT_EQ(number, 7u);
     EXPECT_EQ(data, "untouched");
     record.GetStatusUpdate(number);
@@ -35,7 +35,8 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     record.GetDirectIO(number, data);
     EXPECT_EQ(number, 3u);
     EXPECT_EQ(data, std::string("a\0b", 3));
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetStatusUpdate(number); }), "Invalid StatusUpdate Event");
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetStatusUpdate(number); }),
+              "Invalid StatusUpdate Event");
 }
 
 TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
@@ -50,7 +51,8 @@ TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
     EXPECT_EQ(queue.GetEnabledEvents(), 30);
 }
 
-// A wake-up between the making of the thread and its first wait, or at its end, must neither be lost nor hang.
+// A wake-up between the making of the thread and its first wait, or at its end, must neither be lost nor
+// hang.
 TEST(EventQueueTest, EndsAtAnyMoment) {
     for (int round = 0; round < 200; ++round) {
         CEventQueue queue;

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -22,13 +22,14 @@ class BarcodeTest : public LibraryTest, public ::testing::WithParamInterface<Sca
   protected:
     void SetUp() override {
         m_Scanner = NewScanner(GetParam());
-        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
     }
     std::unique_ptr<VirtualScanner> m_Scanner;
     Handle m_Handle;
 };
 INSTANTIATE_TEST_SUITE_P(Links, BarcodeTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial), LinkName);
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
+                         LinkName);
 
 TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
     std::mt19937 random(1);
@@ -39,7 +40,8 @@ TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
     sent[0].resize(1);
     sent[1] = RandomBytes(random, 4000);
     std::thread scanning([&] {
-        for (const std::string& text : sent) usb ? (void)m_Scanner->Scan(3, text) : ScanAndWait(*m_Scanner, m_Handle, 3, text);
+        for (const std::string& text : sent)
+            usb ? (void)m_Scanner->Scan(3, text) : ScanAndWait(*m_Scanner, m_Handle, 3, text);
     });
     scanning.join();
     for (const std::string& text : sent) ASSERT_EQ(m_Handle.Take(), (Barcode{ResultSuccess, 3, text}));
@@ -51,7 +53,8 @@ TEST_P(BarcodeTest, TheCacheKeepsBarcodesWithTheirTypes) {
         uint8_t sent;
         int32_t received;
     } types[] = {{28, 28}, {183, 183}, {0, 0}, {42, 0}, {255, 0}};  // unknown ones arrive as 0
-    for (const auto& row : types) ScanAndWait(*m_Scanner, m_Handle, row.sent, "type " + std::to_string(row.sent));
+    for (const auto& row : types)
+        ScanAndWait(*m_Scanner, m_Handle, row.sent, "type " + std::to_string(row.sent));
     // Without a pointer for the type, the barcode's type goes with it all the same.
     uint8_t buffer[16] = {};
     int32_t length = 0;
@@ -78,7 +81,8 @@ TEST_P(BarcodeTest, BareTextIsABarcodeOfTypeZero) {
 
 TEST_P(BarcodeTest, DamagedOnesNeverHurtTheNext) {
     for (const tools::Fault fault : {tools::Fault::Checksum, tools::Fault::Length, tools::Fault::Truncate}) {
-        if (fault == tools::Fault::Checksum && GetParam() == ScannerLink::Usb) continue;  // scan blocks have none
+        if (fault == tools::Fault::Checksum && GetParam() == ScannerLink::Usb)
+            continue;  // scan blocks have none
         m_Scanner->SetFault(fault);
         m_Scanner->Scan(11, "4006381333931");
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -120,7 +124,8 @@ int64_t MedianWakeMicroseconds(VirtualScanner& scanner, const Handle& handle, in
         clock_gettime(CLOCK_MONOTONIC, &sent);
         scanner.Scan(11, "4006381333931");
         waiting.join();
-        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 + (received.tv_nsec - sent.tv_nsec) / 1000);
+        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 +
+                        (received.tv_nsec - sent.tv_nsec) / 1000);
     }
     std::nth_element(times.begin(), times.begin() + 10, times.end());
     return times[10];

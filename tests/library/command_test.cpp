@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "foundation/text.h"
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -17,7 +17,7 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
   protected:
     void SetUp() override {
         m_Scanner = NewScanner(GetParam());
-        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
         ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
         m_Scanner->ClearPackets();
     }
@@ -28,8 +28,9 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
         std::vector<uint8_t> buffer(static_cast<size_t>(replySize));
         int32_t length = 0;
         reply.type = 0;
-        reply.result = directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
-                                static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
+        reply.result =
+            directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
+                     static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
         reply.text.assign(buffer.begin(), buffer.begin() + length);
         return reply;
     }
@@ -50,7 +51,8 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
     std::unique_ptr<VirtualScanner> m_Scanner;
     Handle m_Handle;
 };
-INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
+                         LinkName);
 
 TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
     EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
@@ -92,7 +94,8 @@ TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
         ASSERT_TRUE(packet.valid);
         ASSERT_EQ(packet.parameters.size(), 2u);
         const auto thread = static_cast<uint8_t>(packet.parameters[0]);
-        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]), next[thread]++);  // none lost, in each thread's order
+        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]),
+                  next[thread]++);  // none lost, in each thread's order
     }
     for (int i = 0; i < kBarcodes; ++i) EXPECT_EQ(m_Handle.Take().text, std::to_string(i));
 }
@@ -164,9 +167,9 @@ TEST_P(CommandTest, ASecondExchangeIsRefusedAndDisturbsNothing) {
 
 TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
     const std::function<void()> disturbances[] = {
-        [&] { m_Scanner->SetDelay(550); },                       // the reply comes after the exchange
-        [&] { m_Scanner->SetPieces(3); },                        // the reply comes in pieces
-        [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },   // a barcode comes first
+        [&] { m_Scanner->SetDelay(550); },                      // the reply comes after the exchange
+        [&] { m_Scanner->SetPieces(3); },                       // the reply comes in pieces
+        [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },  // a barcode comes first
         [&] { m_Scanner->SetFault(tools::Fault::Truncate); },
         [&] { m_Scanner->SetFault(tools::Fault::Checksum); },
     };
@@ -195,7 +198,7 @@ TEST_P(CommandTest, ExchangesEndWhenTheScannerOrTheHandleGoes) {
     closing.join();
     EXPECT_LT(MonotonicMs() - start, 2000);
 
-    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam())), ResultSuccess);
+    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
     m_Scanner->ClearPackets();
     std::thread unplugging([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
     ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
@@ -219,14 +222,17 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     Handle handle;
     uint8_t buffer[128] = {};
     int32_t length = -1;
-    auto first = NewScanner(ScannerLink::VirtualSerial, "COM90", "1234");
-    auto second = NewScanner(ScannerLink::VirtualSerial, "COM91", "5678");
-    auto silent = NewScanner(ScannerLink::Serial, "COM92", "9999");
+    auto first = NewScanner(ScannerLink::VirtualSerial, Port() - 60, "1234");
+    auto second = NewScanner(ScannerLink::VirtualSerial, Port() - 30, "5678");
+    auto silent = NewScanner(ScannerLink::Serial, Port(), "9999");
     silent->SetSilent(true);
     ASSERT_EQ(getSerialPortDevice(handle, sizeof buffer, buffer, &length), ResultSuccess);
     const std::string text(buffer, buffer + length);
-    EXPECT_NE(text.find("COM90,SN:1234||COM91,SN:5678||"), std::string::npos) << text;
-    EXPECT_EQ(text.find("COM92"), std::string::npos) << text;
+    const auto entry = [](int port, const char* number) {
+        return "COM" + std::to_string(port) + ",SN:" + number + "||";
+    };
+    EXPECT_NE(text.find(entry(Port() - 60, "1234") + entry(Port() - 30, "5678")), std::string::npos) << text;
+    EXPECT_EQ(text.find("COM" + std::to_string(Port()) + ","), std::string::npos) << text;
     EXPECT_EQ(handle.State(), ScannerStateClosed);
     first->Unplug();
     silent->Unplug();
@@ -234,18 +240,19 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     EXPECT_EQ(buffer[0], 0);
 
     second->ClearPackets();
-    EXPECT_EQ(PortCommandInteraction(handle, "protocol=virtual serial port,serialport=91", "AA BB,CC"), ResultSuccess);
+    const std::string connection = "protocol=virtual serial port,serialport=" + std::to_string(Port() - 30);
+    EXPECT_EQ(PortCommandInteraction(handle, connection.c_str(), "AA BB,CC"), ResultSuccess);
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
 }
 
 TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
-    auto usb = NewScanner(ScannerLink::Usb, "", "1111");
-    auto serial = NewScanner(ScannerLink::Serial, "COM97", "2222");
+    auto usb = NewScanner(ScannerLink::Usb, 0, "1111");
+    auto serial = NewScanner(ScannerLink::Serial, Port(), "2222");
     usb->SetSilent(true);
     Handle first;
     Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb)), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial)), ResultSuccess);
+    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
+    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
     usb->ClearPackets();
     uint8_t buffer[64] = {};
     int32_t length = 0;

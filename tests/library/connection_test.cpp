@@ -1,21 +1,19 @@
 // Finding, opening, claiming, closing.
 #include <csignal>
 #include <cstdio>
-
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <thread>
-#include <vector>
-
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/types.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -28,7 +26,8 @@ class Holder {
     explicit Holder(const std::string& connection, const char* atEnd = "close") {
         int toChild[2] = {-1, -1};
         int fromChild[2] = {-1, -1};
-        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0)
+            throw std::runtime_error("pipe2");
         m_Pid = fork();
         if (m_Pid == 0) {
             dup2(toChild[0], STDIN_FILENO);
@@ -91,13 +90,15 @@ TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
     ASSERT_EQ(openScanner(handle, ""), ResultSuccess);
     EXPECT_TRUE(serial->WaitForPackets(1, 2000));  // barcode frames off, at each opening
     ASSERT_EQ(closeScanner(handle), ResultSuccess);
+    EXPECT_TRUE(serial->WaitForPackets(2, 2000));  // and once more at each closing
 
     auto usb = NewScanner(ScannerLink::Usb);
     serial->ClearPackets();
     ASSERT_EQ(openScanner(handle, "protocol=nonsense,serialport=5"), ResultSuccess);
     EXPECT_TRUE(usb->WaitForPackets(1, 2000));
     EXPECT_TRUE(serial->Packets().empty());
-    EXPECT_EQ(openScanner(handle, "protocol=serial port,serialport=97"), ResultSuccess);  // not looked at
+    EXPECT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Serial).c_str()),
+              ResultSuccess);  // not looked at
     EXPECT_TRUE(serial->Packets().empty());
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
@@ -108,33 +109,37 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     const int descriptors = CountEntries("/proc/self/fd");
     Handle handle;
     const int threads = CountEntries("/proc/self/task");
+    const std::string port = std::to_string(Port());
+    const std::string serial = "protocol=serial port,serialport=" + port;
+    const std::string virtualSerial = "protocol=virtual serial port,serialport=" + port;
     const struct {
-        const char* connection;
+        std::string connection;
         ResultCode result;
     } cases[] = {
         {"", ResultNoHardware},
         {"protocol=usb", ResultNoHardware},
         {"protocol=virtual serial port", ResultNoHardware},
-        {"protocol=virtual serial port,serialport=97", ResultNoHardware},
-        {"protocol=serial port,serialport=97", ResultNoHardware},       // fails at enabling
-        {"protocol=serial port,serialport=x", ResultOpenException},     // no number
+        {virtualSerial, ResultNoHardware},
+        {serial, ResultNoHardware},                                  // fails at enabling
+        {"protocol=serial port,serialport=x", ResultOpenException},  // no number
         {"protocol=virtual serial port,serialport=", ResultOpenException},
         {"=,==,,protocol,", ResultNoHardware},
         {"protocol=serial port,serialport=1e99", ResultNoHardware},
         {"protocol=serial port,serialport=-3", ResultNoHardware},
     };
+    const auto open = [&](const std::string& connection) { return openScanner(handle, connection.c_str()); };
     for (const auto& row : cases) {
-        EXPECT_EQ(openScanner(handle, row.connection), row.result) << row.connection;
+        EXPECT_EQ(open(row.connection), row.result) << row.connection;
         EXPECT_EQ(handle.State(), ScannerStateClosed) << row.connection;
         EXPECT_EQ(CountEntries("/proc/self/task"), threads) << row.connection;
     }
     auto scanner = NewScanner(ScannerLink::VirtualSerial);
-    EXPECT_EQ(openScanner(handle, "protocol=usb"), ResultNoHardware);
+    EXPECT_EQ(open("protocol=usb"), ResultNoHardware);
     // Line settings are read when the port is open already; it is closed again.
-    EXPECT_EQ(openScanner(handle, "protocol=virtual serial port,serialport=97,baudrate=fast"), ResultOpenException);
-    EXPECT_EQ(openScanner(handle, "protocol=serial port,serialport=97,stopbits=1"), ResultNoHardware);
+    EXPECT_EQ(open(virtualSerial + ",baudrate=fast"), ResultOpenException);
+    EXPECT_EQ(open(serial + ",stopbits=1"), ResultNoHardware);
     EXPECT_EQ(handle.State(), ScannerStateClosed);
-    EXPECT_EQ(openScanner(handle, "PROTOCOL=Virtual Serial Port,SerialPort=97,baudrate=115200.9"), ResultSuccess);
+    EXPECT_EQ(open("PROTOCOL=Virtual Serial Port,BaudRate=115200.9,SerialPort=" + port), ResultSuccess);
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
     handle.Destroy();
     scanner.reset();
@@ -143,11 +148,13 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
 
 class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
 INSTANTIATE_TEST_SUITE_P(Links, ClaimTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial), LinkName);
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
+                         LinkName);
 
 TEST_P(ClaimTest, OneHandleOfOneProcessHoldsAScanner) {
     auto scanner = NewScanner(GetParam());
-    const char* connection = ConnectionOf(GetParam());
+    const std::string text = ConnectionOf(GetParam());
+    const char* connection = text.c_str();
     Handle first;
     Handle second;
     ASSERT_EQ(openScanner(first, connection), ResultSuccess);
@@ -185,23 +192,24 @@ TEST_F(ConnectionTest, DescriptorsAreNotInherited) {
     auto serial = NewScanner(ScannerLink::Serial);
     Handle first;
     Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb)), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial)), ResultSuccess);
+    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
+    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
     ASSERT_EQ(setLogLevel(0), ResultSuccess);
     EXPECT_EQ(InheritableDescriptors(), before);
 }
 
 TEST_F(ConnectionTest, ACloseOnAnotherThreadEndsTheConnectionAndKeepsTheClaim) {
-    auto scanner = NewScanner(ScannerLink::Usb);
+    auto scanner = NewScanner(ScannerLink::Serial, 99);  // a port of its own: it stays claimed
+    const char* connection = "protocol=serial port,serialport=99";
     Handle first;
-    ASSERT_EQ(openScanner(first, "protocol=usb"), ResultSuccess);
+    ASSERT_EQ(openScanner(first, connection), ResultSuccess);
     std::thread([&] { EXPECT_EQ(closeScanner(first), ResultSuccess); }).join();
     EXPECT_EQ(first.State(), ScannerStateClosed);
-    EXPECT_EQ(openScanner(first, "protocol=usb"), ResultClaimed);
+    EXPECT_EQ(openScanner(first, connection), ResultClaimed);
 }
 
 TEST_F(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
-    auto scanner = NewScanner(ScannerLink::Serial, "COM200");
+    auto scanner = NewScanner(ScannerLink::Serial, 200);
     for (int round = 0; round < 2; ++round) {
         Handle handle;
         ASSERT_EQ(openScanner(handle, "protocol=serial port,serialport=200"), ResultSuccess);
@@ -213,7 +221,7 @@ TEST_F(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
 
 TEST_F(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
     auto usb = NewScanner(ScannerLink::Usb);
-    auto serial = NewScanner(ScannerLink::Serial, "COM131");  // the number that stands for the USB link
+    auto serial = NewScanner(ScannerLink::Serial, 131);  // the number that stands for the USB link
     Handle owner;
     Handle other;
     ASSERT_EQ(openScanner(owner, "protocol=usb"), ResultSuccess);

@@ -1,9 +1,10 @@
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "foundation/text.h"
@@ -11,17 +12,25 @@
 namespace quillet::tests {
 namespace {
 
-std::string MakeRuntimeDirectory() {
-    std::string path = (std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr) std::abort();
-    return path;
-}
+// One for the process: the library reads the variable at its first look at the devices.
+class RuntimeDirectory {
+  public:
+    RuntimeDirectory() : m_Path((std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string()) {
+        if (mkdtemp(m_Path.data()) == nullptr) std::abort();
+        setenv("XDG_RUNTIME_DIR", m_Path.c_str(), 1);
+    }
+    ~RuntimeDirectory() { std::filesystem::remove_all(m_Path); }
+    const std::string& Path() const { return m_Path; }
+
+  private:
+    std::string m_Path;
+};
 
 }  // namespace
 
 void PrintTo(const Barcode& barcode, std::ostream* out) {
-    *out << "result " << barcode.result << ", type " << barcode.type << ", " << barcode.text.size() << " bytes: "
-         << ToAsciiText(barcode.text.substr(0, 80));
+    *out << "result " << barcode.result << ", type " << barcode.type << ", " << barcode.text.size()
+         << " bytes: " << ToAsciiText(barcode.text.substr(0, 80));
 }
 
 void Handle::Destroy() {
@@ -50,19 +59,20 @@ Barcode Handle::Take(int64_t timeoutMs, int32_t bufferSize) const {
     return barcode;
 }
 
-// The library reads the variable at its first look at the devices, so each test needs a process of its own; CTest
-// gives it one.
-LibraryTest::LibraryTest() : m_RuntimeDirectory(MakeRuntimeDirectory()) {
-    setenv("XDG_RUNTIME_DIR", m_RuntimeDirectory.c_str(), 1);
+LibraryTest::LibraryTest() {
+    static const RuntimeDirectory directory;
+    m_RuntimeDirectory = directory.Path();
 }
 
-LibraryTest::~LibraryTest() { std::filesystem::remove_all(m_RuntimeDirectory); }
+int LibraryTest::Port() {
+    return 100 + static_cast<int>(getpid() % 29);
+}
 
-std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, const std::string& port,
+std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port,
                                                         const std::string& serialNumber) {
     tools::ScannerOptions options;
     options.link = link;
-    options.port = port;
+    options.port = "COM" + std::to_string(port);
     options.serialNumber = serialNumber;
     options.devicesDirectory = m_RuntimeDirectory + "/quillet/devices";
     auto scanner = std::make_unique<VirtualScanner>(options);
@@ -70,18 +80,20 @@ std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, const 
     return scanner;
 }
 
-const char* LibraryTest::ConnectionOf(ScannerLink link) {
+std::string LibraryTest::ConnectionOf(ScannerLink link) {
+    const std::string port = std::to_string(Port());
     switch (link) {
         case ScannerLink::Usb: return "protocol=usb";
-        case ScannerLink::VirtualSerial: return "protocol=virtual serial port,serialport=97";
-        default: return "protocol=serial port,serialport=97,baudrate=115200";
+        case ScannerLink::VirtualSerial: return "protocol=virtual serial port,serialport=" + port;
+        default: return "protocol=serial port,serialport=" + port + ",baudrate=115200";
     }
 }
 
 void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text) {
     const int32_t before = handle.CacheCount();
     scanner.Scan(codeType, text);
-    EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > before; })) << "not received: " << ToAsciiText(text);
+    EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > before; }))
+        << "not received: " << ToAsciiText(text);
 }
 
 bool Eventually(const std::function<bool()>& condition, int timeoutMs) {
@@ -94,7 +106,8 @@ bool Eventually(const std::function<bool()>& condition, int timeoutMs) {
 }
 
 int64_t MonotonicMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 

@@ -3,11 +3,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include <gtest/gtest.h>
 #include <quillet/quillet.h>
 
 #include "tools/virtual_scanner/virtual_scanner.h"
@@ -47,22 +47,23 @@ class Handle {
     ScannerHandle m_Handle;
 };
 
-// The devices of each test stand in a directory of its own, where the library of this process looks.
+// The devices of a test process stand in a directory of its own, where the library of this process looks.
 class LibraryTest : public ::testing::Test {
   protected:
     LibraryTest();
-    ~LibraryTest() override;
 
     // Plugged in.
-    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, const std::string& port = "COM97",
+    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, int port = Port(),
                                                const std::string& serialNumber = "1234567890");
-    static const char* ConnectionOf(ScannerLink link);
+    static std::string ConnectionOf(ScannerLink link);
+    // Number of a serial port that no other test process uses: claims are shared by all of them.
+    static int Port();
 
     std::string m_RuntimeDirectory;
 };
 
-// Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too fast are one
-// read, and the second is dropped; with the wait a busy machine does no harm.
+// Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too
+// fast are one read, and the second is dropped; with the wait a busy machine does no harm.
 void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text);
 
 // True as soon as the condition holds; false after the time.

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/library/library_test.h"
+#include "library/library_test.h"
 
 namespace quillet::tests {
 namespace {
@@ -22,17 +22,19 @@ int Cycles(int usual) {
 class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
   protected:
     void SetUp() override { m_Scanner = NewScanner(GetParam()); }
-    const char* Connection() const { return ConnectionOf(GetParam()); }
+    const char* Connection() const { return m_Connection.c_str(); }
     bool ComesBack(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateEnabled; });
     }
-    // A scan right after plugging in may come before the library has noticed; within a second or two one arrives.
+    // A scan right after plugging in may come before the library has noticed; within a second or two one
+    // arrives.
     void ScanUntilReceived(const Handle& handle) {
         static int number = 0;
         const std::string text = "back again " + std::to_string(++number);
         const auto arrives = [&] {
             m_Scanner->Scan(11, text);
-            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess; barcode = handle.Take(0)) {
+            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess;
+                 barcode = handle.Take(0)) {
                 if (barcode.text == text) return true;
             }
             return false;
@@ -42,6 +44,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
     bool IsLost(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateOpen; });
     }
+    const std::string m_Connection = ConnectionOf(GetParam());
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
 INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest,
@@ -175,7 +178,8 @@ TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
         handle.Forget();
         m_Scanner->Plug();
     }
-    // The claim of a handle that another thread opened stays with the process; only the link's absence is asked here.
+    // The claim of a handle that another thread opened stays with the process; only the link's absence is
+    // asked here.
     EXPECT_TRUE(m_Scanner->IsPlugged());
 }
 

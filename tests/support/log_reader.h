@@ -56,7 +56,8 @@ class LogReader {
     LogReader& operator=(const LogReader&) = delete;
 
     // The lines since the last call, from the level's name on: "LLInfo\t\t:text". Waits until the worker has
-    // written them, which needs a level that keeps detail lines.
+    // written them, which needs a level that keeps detail lines. What other threads log meanwhile may come
+    // with the next call.
     std::vector<std::string> Take() {
         const std::string mark = "end of part " + std::to_string(++m_Parts);
         LogInfo(mark);
@@ -76,8 +77,9 @@ class LogReader {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (std::chrono::steady_clock::now() < deadline) {
             for (const auto& file : LogFilesOf(m_Prefix)) {
-                std::string text = ReadFile(file);
-                if (text.ends_with(mark + "\n")) return text;
+                const std::string text = ReadFile(file);
+                const size_t end = text.find(mark + "\n");
+                if (end != std::string::npos) return text.substr(0, end + mark.size() + 1);
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }

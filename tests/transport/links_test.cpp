@@ -11,8 +11,8 @@ namespace {
 using test::FakeDevice;
 using test::HasLine;
 using test::HidDevice;
-using test::LinkBench;
 using test::Lines;
+using test::LinkBench;
 
 TEST(SerialLink, SendsItsSettingsToThePort) {
     struct Case {
@@ -61,9 +61,9 @@ TEST(SerialLink, LogsItsSettingsToTheTab) {
     link->EnableDevice();
     const Lines lines = log.Take();
     for (const char* line :
-         {"TargetName: \\\\.\\COM3", "================= Serial Cfg\t=================\t\t", "BaudRate\t\t\t9600",
-          "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5", "fOutxCtsFlow     0", "fOutxDsrFlow     0",
-          "fRtsControl      DISABLE", "fDtrControl      DISABLE",
+         {"TargetName: \\\\.\\COM3", "================= Serial Cfg\t=================\t\t",
+          "BaudRate\t\t\t9600", "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5", "fOutxCtsFlow     0",
+          "fOutxDsrFlow     0", "fRtsControl      DISABLE", "fDtrControl      DISABLE",
           "================= Serial Cfg\tEnd =================\t\t"}) {
         EXPECT_TRUE(HasLine(lines, std::string("LLInfo\t\t:    | ") + line)) << line;
     }
@@ -136,7 +136,8 @@ TEST(UsbLink, MovesBlocksOf64Bytes) {
     CommandPacket fits(0x40, std::string(57, 'p')), tooLong(0x40, std::string(58, 'p'));
     test::LogReader log;
     link->WritePacket(tooLong);
-    EXPECT_TRUE(HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
+    EXPECT_TRUE(
+        HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
     link->WritePacket(fits);
     ASSERT_EQ(device.Writes().size(), 1u);
     EXPECT_EQ(device.Writes()[0].size(), 64u);

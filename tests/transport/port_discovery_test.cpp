@@ -35,16 +35,18 @@ std::vector<std::string> Paths(const std::vector<PortDescriptor>& ports) {
 TEST(PortDiscovery, NamesAPortByItsKey) {
     struct Case {
         KeyValue portName, portNumber;
-        std::string name, path;  // empty for a device that is no port
+        const char* name;  // empty for a device that is no port
+        const char* path;
     };
+    const KeyValue none;
     const Case cases[] = {
         {TextValue("COM3"), NumberValue(7), "COM3", "\\\\.\\COM3"},
-        {{}, NumberValue(7), "COM7", "\\\\.\\COM7"},
+        {none, NumberValue(7), "COM7", "\\\\.\\COM7"},
         {TextValue(""), TextValue("COM8"), "COM8", "\\\\.\\COM8"},
-        {TextValue("MODEM A"), {}, "MODEM A", "MODEM A"},
-        {TextValue("LPT1"), {}, "", ""},
-        {TextValue("XLPT"), {}, "", ""},
-        {{}, {}, "", ""},
+        {TextValue("MODEM A"), none, "MODEM A", "MODEM A"},
+        {TextValue("LPT1"), none, "", ""},
+        {TextValue("XLPT"), none, "", ""},
+        {none, none, "", ""},
     };
     for (const Case& row : cases) {
         FakeDeviceTree tree;
@@ -53,8 +55,8 @@ TEST(PortDiscovery, NamesAPortByItsKey) {
         device.portNumber = row.portNumber;
         tree.Plug(device);
         const auto ports = ListSerialPorts();
-        ASSERT_EQ(ports.size(), row.name.empty() ? 0u : 1u) << row.portName.text;
-        if (row.name.empty()) continue;
+        ASSERT_EQ(ports.size(), *row.name == 0 ? 0u : 1u) << row.portName.text;
+        if (ports.empty()) continue;
         EXPECT_EQ(ports[0].PortName, row.name);
         EXPECT_EQ(ports[0].DevicePath, row.path);
     }
@@ -96,10 +98,10 @@ TEST(PortDiscovery, CutsTheSerialOutOfAnId) {
         {"PLAIN", "PLAIN"},
         {"A\\B\\", ""},
         {"A&B\\C_D\\SN_00", "SN"},
-        {"A\\B\\SN_000", "SN_000"},   // not three characters before the end
-        {"A\\B\\S_N_00", "S_N_00"},   // only the first one counts
+        {"A\\B\\SN_000", "SN_000"},  // not three characters before the end
+        {"A\\B\\S_N_00", "S_N_00"},  // only the first one counts
         {"A\\B\\3&1", ""},
-        {"A\\B\\SN_&0", "SN"},        // behind the end that counts
+        {"A\\B\\SN_&0", "SN"},  // behind the end that counts
         {"USB\\A+B+SERIAL\\1", "SERIAL"},
         {"USB\\A\\B+SERIAL", ""},
         {"USB\\A\\SERIAL", ""},
@@ -134,8 +136,9 @@ TEST(PortDiscovery, TakesAPortFromTheFirstClassThatNamesIt) {
 
 TEST(PortDiscovery, WalksHidDevicesAndInterfacesSideBySide) {
     FakeDeviceTree tree;
-    FakeTreeDevice skipped = HidDevice("skipped"), pathless = HidDevice("pathless"), idless = HidDevice("idless"),
-                   sameAgain = HidDevice("one"), otherIds = HidDevice("one", "VID_1&PID_2");
+    FakeTreeDevice skipped = HidDevice("skipped"), pathless = HidDevice("pathless"),
+                   idless = HidDevice("idless"), sameAgain = HidDevice("one"),
+                   otherIds = HidDevice("one", "VID_1&PID_2");
     skipped.interfaceStep = InterfaceStep::Failed;
     pathless.interfacePath.reset();
     idless.interfaceDeviceId.reset();

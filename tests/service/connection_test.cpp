@@ -1,0 +1,163 @@
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "service/service_bench.h"
+
+namespace quillet::test {
+namespace {
+
+using ConnectionTest = ServiceTest;
+
+const std::string kFramesOff("\x04\xEE\x04\x00\x00\x09", 6);
+
+TEST_F(ConnectionTest, TheChoiceFollowsWhatIsPluggedIn) {
+    EXPECT_EQ(m_Scanner.Open(""), kResultNoHardware);
+    EXPECT_EQ(m_Scanner.m_OpenResult, kResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=serial port,serialport=77,module=xy"),
+              kResultSuccess);  // needn't exist yet
+    EXPECT_EQ(m_Scanner.Text(PropDeviceName), "Tovra_xy");
+    EXPECT_EQ(m_Scanner.Text(PropDeviceDescription), "Tovra_xy Scanner.");
+
+    m_Tree.Plug(VirtualPortDevice(7));
+    EXPECT_EQ(m_Scanner.Open("SerialPort=3,BaudRate=115200"), kResultSuccess);
+    EXPECT_EQ(m_Scanner.m_LinkType, static_cast<uint32_t>(LinkVirtualSerial));
+    EXPECT_EQ(m_Scanner.m_Parameters.GetString("serialport", ""), "7");  // the discovered one
+    EXPECT_EQ(m_Scanner.m_Parameters.GetString("baudrate", ""), "115200");
+    EXPECT_EQ(m_Scanner.Open("protocol=usb"), kResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port,serialport=8"), kResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port"), kResultNoHardware);
+    EXPECT_THROW(m_Scanner.Open("protocol=serial port,serialport=seven"), mylib::StringError);
+    EXPECT_EQ(m_Scanner.Number(PropState), StateClosed);
+
+    m_Tree.Plug(HidDevice("usb-1"));
+    EXPECT_EQ(m_Scanner.Open(""), kResultSuccess);
+    EXPECT_EQ(m_Scanner.m_LinkType, static_cast<uint32_t>(LinkUsbHid));
+    EXPECT_EQ(m_Scanner.m_Status.Value(), StatusOpened | StatusBinaryNone);
+}
+
+TEST_F(ConnectionTest, OneEnablingIsOneLinkOpenedAndClosed) {
+    OpenSerial();
+    EXPECT_EQ(Device().Writes(), std::vector<std::string>{kFramesOff});
+    EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), EventDirectIO | EventError);
+    EXPECT_EQ(m_Scanner.DeviceEnable(true), kResultSuccess);  // a repeat
+    EXPECT_EQ(Device().Opens(), 1);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0), kResultSuccess);
+    EXPECT_EQ(Device().OpenNow(), 0);
+    EXPECT_EQ(Device().Writes(), (std::vector<std::string>{kFramesOff, kFramesOff}));
+    EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
+    EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultNotClaimed);
+    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.CloseService(), kResultClosed);
+}
+
+TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
+    m_Tree.Plug(VirtualPortDevice(Port()));
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultNoHardware);  // nothing behind the path
+    EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
+    EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
+    Device();
+    EXPECT_THROW(m_Scanner.OpenClaimEnable(Connection() + ",parity=odd"), mylib::StringError);
+    EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
+    EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
+    EXPECT_EQ(Device().OpenNow(), 0);
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);  // over the claimed one
+}
+
+TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
+    OpenSerial();
+    ASSERT_TRUE(Eventually([&] { return m_Scanner.Number(PropPowerState) == PowerOnline; }));
+    UnplugSerial();
+    ASSERT_TRUE(ReachesState(StateOpen));
+    const uint64_t looks = m_Tree.Looks();
+    ASSERT_TRUE(Eventually([&] { return m_Tree.Looks() > looks + 40; }));  // well after the second report
+    EXPECT_EQ(m_Scanner.Number(PropPowerState), PowerUnknown);
+    EXPECT_EQ(m_Scanner.Number(PropClaimed), 1);
+
+    Device().FailOpens(13);  // the rights on a new node come late
+    PlugSerial();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
+    Device().FailOpens(0);
+    EXPECT_TRUE(ReachesState(StateEnabled));
+}
+
+// The device is away and back between two looks: listed all the time, and yet the link has to be opened anew.
+TEST_F(ConnectionTest, AShortLossIsNoticedByTheDeadHandle) {
+    OpenSerial();
+    for (int round = 2; round < 5; ++round) {
+        Device().Unplug();
+        Device().Plug();
+        EXPECT_TRUE(Eventually([&] { return Device().Opens() >= round; }));
+        EXPECT_TRUE(ReachesState(StateEnabled));
+    }
+}
+
+// Pulled between the opening of the link and the look that follows it: the report disables the device again.
+TEST_F(ConnectionTest, AUsbScannerThatVanishesWhileItIsEnabledLeavesTheStateOpen) {
+    FakeDevice& usb = m_Access.Device("usb-1");
+    m_Tree.Plug(HidDevice("usb-1"));
+    ASSERT_EQ(m_Scanner.Open("protocol=usb"), kResultSuccess);
+    if (m_Scanner.ClaimDevice(1000) != kResultSuccess) GTEST_SKIP() << "another process holds the USB claim";
+    usb.StallWrites(true);  // holds the enabling right before that look
+    std::thread puller([&] {
+        EXPECT_TRUE(Eventually([&] { return usb.WriteIsStalled(); }));
+        m_Tree.Unplug(HidDevice("usb-1").id);
+        usb.StallWrites(false);
+    });
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), kResultSuccess);
+    puller.join();
+    EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
+    m_Tree.Plug(HidDevice("usb-1"));
+    EXPECT_TRUE(ReachesState(StateEnabled));
+    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+    EXPECT_EQ(usb.OpenNow(), 0);
+}
+
+TEST_F(ConnectionTest, WithoutPowerNotifyALossGoesUnnoticed) {
+    m_Tree.Plug(VirtualPortDevice(Port()));
+    Device();
+    ASSERT_EQ(m_Scanner.Open(Connection()), kResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 0), kResultSuccess);
+    ASSERT_EQ(m_Scanner.ClaimDevice(1000), kResultSuccess);
+    ASSERT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), kResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 1), kResultIllegal);  // not while enabled
+    UnplugSerial();
+    std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    EXPECT_EQ(m_Scanner.Number(PropState), StateEnabled);
+}
+
+// Closing, releasing and disabling join the power thread while it may be asking for the lock that they hold.
+TEST_F(ConnectionTest, ClosingMeetsThePowerThreadAtEveryMoment) {
+    m_Tree.Plug(VirtualPortDevice(Port()));
+    Device();
+    std::atomic<bool> ended{false};
+    std::thread pulling([&] {
+        while (!ended) {
+            UnplugSerial();
+            std::this_thread::sleep_for(std::chrono::milliseconds(7));
+            PlugSerial();
+            std::this_thread::sleep_for(std::chrono::milliseconds(11));
+        }
+    });
+    for (int round = 0; round < 150; ++round) {
+        m_Scanner.OpenClaimEnable(Connection());
+        std::this_thread::sleep_for(std::chrono::microseconds(700 * (round % 23)));
+        switch (round % 4) {
+            case 0: m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0); break;
+            case 1: m_Scanner.ReleaseDevice(); break;
+            case 2: m_Scanner.CloseService(); break;
+            default: break;  // opened again as it is
+        }
+    }
+    ended = true;
+    pulling.join();
+    m_Scanner.CloseService();
+    EXPECT_EQ(Device().OpenNow(), 0);
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+}
+
+}  // namespace
+}  // namespace quillet::test

@@ -1,0 +1,146 @@
+#include <future>
+#include <string>
+#include <thread>
+
+#include "foundation/text.h"
+#include "service/service_bench.h"
+#include "service/statistics_text.h"
+
+namespace quillet::test {
+namespace {
+
+// Replies to the service's next exchange through the link's own read thread.
+class ExchangeTest : public ServiceTest {
+  protected:
+    void SetUp() override {
+        OpenSerial();
+        m_Written = Device().Writes().size();
+    }
+    // The last packet that was written, without its length and checksum.
+    std::string LastPacket() {
+        const std::vector<std::string> writes = Device().Writes();
+        return writes.size() == m_Written ? "" : ToHexText(writes.back().substr(1, writes.back().size() - 2));
+    }
+    ResultCode Send(int32_t command, int32_t word, const char* text, const std::string& reply) {
+        m_Written = Device().Writes().size();
+        std::thread scanner([&, count = m_Written + 1] {
+            if (!reply.empty() && Device().AwaitWrites(count)) Device().Deliver(reply);
+        });
+        uint8_t buffer[32] = {};
+        int32_t length = 0;
+        const ResultCode result = m_Scanner.DirectIO(command, &word, text, {buffer, sizeof buffer, &length});
+        scanner.join();
+        m_Reply.assign(buffer, buffer + length);
+        return result;
+    }
+    size_t m_Written = 0;
+    std::string m_Reply;
+};
+
+const std::string kVersionReply = Frame(0x7E, 0x80, std::string("\0ABC", 4));
+
+TEST_F(ExchangeTest, CommandsOfTheDeviceModelBecomePackets) {
+    const struct {
+        int32_t command;
+        int32_t word;
+        const char* text;
+        ResultCode result;
+        const char* packet;
+    } cases[] = {
+        {0x4A, 0, "41", kResultIllegal, ""},
+        {0x40, 0, "0B 01", kResultSuccess, "40 04 00 0B 01"},  // never answered
+        {0x40, 0, "01|4142", kResultSuccess, "40 04 01 41 42"},
+        {0x40, 0, "08|41", kResultSuccess, "40 04 08 41"},
+        {0x40, 0, "02|41", kResultIllegal, ""},
+        {0x40, 0, "01|41|42", kResultIllegal, ""},
+        {0x140, 1, "4142", kResultSuccess, "40 04 00 34 31 34 32"},  // the text's own bytes
+        {0x40, 0, "", kResultSuccess, "40 04 00 00"},
+        {0x7E, 0, "00", kResultTimeout, "7E 04 00 00"},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(Send(row.command, row.word, row.text, ""), row.result) << row.text;
+        EXPECT_EQ(LastPacket(), row.packet) << row.text;
+    }
+    EXPECT_GE(m_Clock.NowNs(), 18'300'000'000);  // the last one waited as told
+}
+
+TEST_F(ExchangeTest, ARepliesPayloadIsHandedOver) {
+    EXPECT_EQ(Send(0x7E, 0, "00", kVersionReply), kResultSuccess);
+    EXPECT_EQ(m_Reply, "ABC");
+    EXPECT_EQ(m_Scanner.m_ScanData, "");
+    // An error status has no payload, here.
+    EXPECT_EQ(Send(0x7E, 0, "00", Frame(0x7E, 1, std::string("\0ABC", 4))), kResultSuccess);
+    EXPECT_EQ(m_Reply, "");
+    EXPECT_EQ(Send(0x7E, 0, "00", "unparsable"), kResultTimeout);
+}
+
+TEST_F(ExchangeTest, OthersDoNotComeIn) {
+    std::future<ExchangeOutcome> first =
+        std::async(std::launch::async, [&] { return m_Scanner.ExchangeBytes("x", 10'000); });
+    ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
+    EXPECT_EQ(m_Scanner.ExchangeBytes("y", 10'000).result, kResultIllegal);
+    m_Scanner.Number(PropClaimed);  // clears m_ResultCode, not the outcome
+    Device().Deliver(kVersionReply);
+    const ExchangeOutcome outcome = first.get();
+    EXPECT_EQ(outcome.result, kResultSuccess);
+    EXPECT_EQ(outcome.reply, "ABC");
+    // A late reply leaves nothing that the next barcode would be joined to.
+    m_Scanner.Receive(kVersionReply);
+    EXPECT_EQ(m_Scanner.m_ScanData, "");
+    EXPECT_EQ(m_Scanner.Number(PropDataCount), 0);
+}
+
+TEST_F(ExchangeTest, StatisticsWaitForAReplyOfAnotherExchange) {
+    std::string names = "GoodScanCount,HoursPoweredCount,Nonsense";
+    EXPECT_EQ(m_Scanner.RetrieveStatistics(&names), kResultTimeout);
+    EXPECT_EQ(m_Scanner.m_StatisticsText, "");
+    std::future<ResultCode> waiting =
+        std::async(std::launch::async, [&] { return m_Scanner.RetrieveStatistics(&names); });
+    ASSERT_TRUE(Eventually([&] { return m_Scanner.m_Status.Has(StatusStatistics); }));
+    std::thread exchange([&] { m_Scanner.ExchangeBytes("x", 10'000); });
+    ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
+    Device().Deliver(kVersionReply);
+    EXPECT_EQ(waiting.get(), kResultIllegal);  // the text is made, a name was unknown
+    exchange.join();
+    const std::string& xml = m_Scanner.m_StatisticsText;
+    const size_t hours = xml.find("<Name>HoursPoweredCount</Name><Value>0</Value>");
+    const size_t scans = xml.find("<Name>GoodScanCount</Name><Value>0</Value>");
+    EXPECT_NE(hours, std::string::npos);
+    EXPECT_GT(scans, hours);
+    EXPECT_NE(xml.find("<Interface>POS USB</Interface>"), std::string::npos);
+    EXPECT_EQ(xml.find("ManufacturerSpecific"), std::string::npos);
+}
+
+TEST(StatisticsTextTest, PiecesOfTheReplyReplaceTheDefaults) {
+    const EquipmentInfo info =
+        ReadEquipmentInfo(LinkUsbHid, "UPOS 1.14,,Maker,Model,1215321234,ignored,2,12345,,dropped");
+    EXPECT_EQ(info.unifiedPosVersion, "1.14");
+    EXPECT_EQ(info.deviceCategory, "Scanner");
+    EXPECT_EQ(info.manufacturerName, "Maker");
+    EXPECT_EQ(info.manufactureDate, "2015-mm-dd (Week 32)");
+    EXPECT_EQ(info.firmwareRevision, "12345");
+    EXPECT_EQ(info.interfaceName, "IBM OEM USB");
+    for (const auto& [serial, date] : {std::pair{"1295541234", "1995-mm-dd (Week 54)"},
+                                       {"1215551234", "yyyy-mm-dd"},
+                                       {"1215001234", "yyyy-mm-dd"},
+                                       {"121532123", "yyyy-mm-dd"}}) {
+        EXPECT_EQ(ReadEquipmentInfo(LinkSerial, std::string(",,,,") + serial + ",,").manufactureDate, date)
+            << serial;
+    }
+    const std::string all = WriteStatistics(EquipmentInfo(), SelectStatistics(""));
+    EXPECT_NE(all.find("</Parameter><ManufacturerSpecific></ManufacturerSpecific></Event><Equipment>"),
+              std::string::npos);
+    EXPECT_EQ(WriteStatistics(EquipmentInfo(), SelectStatistics("M_")).find("Parameter"), std::string::npos);
+}
+
+TEST_F(ExchangeTest, HealthIsATextAlone) {
+    EXPECT_EQ(m_Scanner.CheckHealth(2), kResultSuccess);
+    EXPECT_EQ(m_Scanner.Text(PropCheckHealthText), "External HCheck: Complete");
+    EXPECT_EQ(m_Scanner.CheckHealth(4), kResultIllegal);
+    EXPECT_EQ(m_Scanner.Text(PropCheckHealthText), "[Error]");
+    EXPECT_EQ(m_Scanner.ResetStatistics("x"), kResultIllegal);
+    EXPECT_EQ(m_Scanner.UpdateFirmware("x"), kResultIllegal);
+}
+
+}  // namespace
+}  // namespace quillet::test

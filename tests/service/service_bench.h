@@ -1,0 +1,101 @@
+// A service on devices of the test's own.
+#pragma once
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+
+#include "protocol/packet.h"
+#include "service/property.h"
+#include "service/scanner.h"
+#include "support/eventually.h"
+#include "support/fake_device_access.h"
+#include "support/fake_device_tree.h"
+#include "support/fast_clock.h"
+#include "transport/comm_arbiter.h"
+
+namespace quillet::test {
+
+// A reply frame as a scanner sends it.
+inline std::string Frame(uint8_t opcode, uint8_t status, const std::string& payload, uint8_t spoil = 0) {
+    ReplyPacket reply;
+    reply.length = static_cast<uint16_t>(payload.size() + 3);
+    reply.opcode = opcode;
+    reply.status = status;
+    reply.firstParameter = payload.empty() ? 0xFF : static_cast<uint8_t>(payload[0]);
+    reply.parameters = payload.empty() ? "" : payload.substr(1);
+    const char head[] = {static_cast<char>(reply.length >> 8), static_cast<char>(reply.length),
+                         static_cast<char>(opcode), 0, static_cast<char>(status)};
+    return std::string(head, 5) + payload + static_cast<char>(ReplyChecksum(reply) + spoil);
+}
+
+// Opens what tests look at.
+class TestScanner : public CScanner {
+  public:
+    using CScanner::DeviceEnable;
+    using CScanner::ExchangePacket;
+    using CScanner::m_DataBuffer;
+    using CScanner::m_EventQueue;
+    using CScanner::m_LinkType;
+    using CScanner::m_OpenResult;
+    using CScanner::m_Parameters;
+    using CScanner::m_ResultCode;
+    using CScanner::m_ScanData;
+    using CScanner::m_StatisticsText;
+    using CScanner::m_Status;
+    using CScanner::ProcessDataEvent;
+
+    int32_t Number(int32_t property) {
+        int32_t value = -1;
+        GetPropertyNumber(property, &value);
+        return value;
+    }
+    std::string Text(int32_t property) {
+        uint8_t buffer[256];
+        int32_t length = 0;
+        GetPropertyString(property, {buffer, sizeof buffer, &length});
+        return std::string(buffer, buffer + length);
+    }
+    // The steps of opening; the first result that isn't 0.
+    ResultCode OpenClaimEnable(const std::string& connection) {
+        if (const ResultCode opened = Open(connection)) return opened;
+        if (const ResultCode claimed = ClaimDevice(1000)) return claimed;
+        return SetPropertyNumber(PropDeviceEnabled, 1);
+    }
+    int32_t Receive(std::string block) { return ProcessDataEvent(block, kGoodRead); }
+};
+
+// Claims are shared with other processes, so each test process has a serial port of its own; USB has one
+// number.
+class ServiceTest : public ::testing::Test {
+  protected:
+    static uint32_t Port() { return 1 + static_cast<uint32_t>(getpid() % 90); }
+    static std::string Connection() {
+        return "protocol=virtual serial port,serialport=" + std::to_string(Port());
+    }
+    void OpenSerial() {
+        m_Tree.Plug(VirtualPortDevice(Port()));
+        Device();
+        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+    }
+    FakeDevice& Device() { return m_Access.Port(Port()); }
+    void UnplugSerial() {
+        m_Tree.Unplug(VirtualPortDevice(Port()).id);
+        Device().Unplug();
+    }
+    void PlugSerial() {
+        Device().Plug();
+        m_Tree.Plug(VirtualPortDevice(Port()));
+    }
+    bool ReachesState(DeviceState state) {
+        return Eventually([&] { return m_Scanner.Number(PropState) == static_cast<int32_t>(state); });
+    }
+
+    FastClock m_Clock{20};
+    FakeDeviceTree m_Tree;
+    FakeDeviceAccess m_Access;
+    TestScanner m_Scanner;
+};
+
+}  // namespace quillet::test

@@ -1,0 +1,274 @@
+#include "transport/comm_arbiter.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <typeinfo>
+#include <vector>
+
+#include "support/log_reader.h"
+#include "transport/link_bench.h"
+
+namespace quillet {
+namespace {
+
+using test::Eventually;
+using test::FakeDevice;
+using test::HasLine;
+using test::Lines;
+using test::LinkBench;
+using test::Recorder;
+
+// An arbiter of its own, and shorter calls.
+struct ArbiterBench : LinkBench {
+    std::shared_ptr<CComm> Add(uint32_t linkType, uint32_t port, const std::string& params = "",
+                               Recorder* recorder = nullptr) {
+        return arbiter.AddDevice(DeviceUsb, linkType, port, "", test::Parsed(params),
+                                 recorder != nullptr ? recorder : &owner, &Recorder::OnData);
+    }
+    std::shared_ptr<CComm> Find(uint32_t linkType, uint32_t port) {
+        return arbiter.FindDevice(DeviceUsb, linkType, port);
+    }
+    void Remove(uint32_t linkType, uint32_t port) { arbiter.RemoveDevice(DeviceUsb, linkType, port); }
+
+    CCommArbiter arbiter;
+};
+
+TEST(CommArbiter, MakesKeys) {
+    const int32_t cases[][4] = {{3, 1, 7, 7},   {3, 2, 7, 7},   {4, 1, 200, 200}, {3, 3, 7, 131},
+                                {0, 3, 0, 128}, {3, 0, 0, 131}, {4, 3, 0, 255},   {9, 4, 0, 255}};
+    for (const auto& row : cases) {
+        EXPECT_EQ(MakeDeviceKey(static_cast<uint32_t>(row[0]), static_cast<uint32_t>(row[1]),
+                                static_cast<uint32_t>(row[2])),
+                  row[3]);
+    }
+}
+
+TEST(CommArbiter, MovesALinkThroughItsPlaces) {
+    ArbiterBench bench;
+    FakeDevice& device = bench.access.Port(3);
+    const auto link = bench.Add(LinkSerial, 3);
+    EXPECT_EQ(bench.Find(LinkVirtualSerial, 3), link);
+
+    // Who comes second gets the first one's link, callback included.
+    Recorder second;
+    EXPECT_EQ(bench.Add(LinkSerial, 3, "", &second), link);
+    EXPECT_EQ(device.Opens(), 1);
+    device.Deliver("code");
+    EXPECT_EQ(bench.owner.AwaitBlocks(1).size(), 1u);
+    EXPECT_TRUE(second.AwaitBlocks(0).empty());
+
+    bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, 3, true);
+    bench.Remove(LinkSerial, 3);
+    EXPECT_EQ(bench.Find(LinkSerial, 3), link);
+    EXPECT_EQ(device.OpenNow(), 0);
+    CommandPacket packet(0x40, "x");
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 0);
+    EXPECT_TRUE(device.Writes().empty());
+
+    device.FailOpens(5);
+    EXPECT_THROW(bench.Add(LinkSerial, 3), ZelmarError);
+    EXPECT_EQ(bench.Find(LinkSerial, 3), link) << "a listed link stays, whatever its opening says";
+    device.FailOpens(0);
+    EXPECT_EQ(bench.Add(LinkSerial, 3), link);
+    EXPECT_EQ(device.OpenNow(), 1);
+
+    bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, 3, false);
+    bench.Remove(LinkSerial, 3);
+    EXPECT_EQ(bench.Find(LinkSerial, 3), nullptr);
+    EXPECT_EQ(device.OpenNow(), 0);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 109);
+}
+
+TEST(CommArbiter, PassesTheErrorOfAnOpeningOn) {
+    ArbiterBench bench;
+    bench.access.Port(4);
+    const auto add = [&](uint32_t deviceType, uint32_t linkType, uint32_t port) {
+        bench.arbiter.AddDevice(deviceType, linkType, port, "", {}, &bench.owner, nullptr);
+    };
+    const std::tuple<uint32_t, uint32_t, uint32_t, const char*> cases[] = {
+        {DeviceUsb, LinkSerial, 3, "Unable to open COM port (Code:2)."},
+        {DeviceUsb, LinkUsbHid, 0, "Unable to open USB device (Code:2)."},
+        {DeviceUsb, 4, 0, "Unable to open USB device (Code:2)."},
+        {DeviceBluetooth, LinkUsbHid, 0, "RemoveSerialDevice faild because invalid number :255"},
+    };
+    for (const auto& [deviceType, linkType, port, text] : cases) {
+        try {
+            add(deviceType, linkType, port);
+            ADD_FAILURE() << text;
+        } catch (const ZelmarError& error) {
+            EXPECT_EQ(typeid(error), typeid(ZelmarError));
+            EXPECT_STREQ(error.what(), text);
+        }
+        EXPECT_EQ(bench.arbiter.FindDevice(deviceType, linkType, port), nullptr);
+    }
+    EXPECT_THROW(bench.Add(LinkSerial, 4, "parity=even"), mylib::StringError);
+    EXPECT_EQ(bench.Find(LinkSerial, 4), nullptr);
+    EXPECT_NE(bench.Add(LinkSerial, 4, "parity=2"), nullptr);
+}
+
+TEST(CommArbiter, SaysWhatItDoesNotFind) {
+    ArbiterBench bench;
+    CommandPacket packet(0x40, "x");
+    std::string bytes = "x";
+    const std::string notFound = "LLError\t\t:No Find ComDevice...";
+    const struct {
+        const char* line;
+        std::function<void(uint32_t port)> call;
+    } cases[] = {
+        {":No Find ComDevice...  ", [&](uint32_t port) { bench.Remove(LinkSerial, port); }},
+        {":No Find ComDevice...  WriteData Failed!",
+         [&](uint32_t port) {
+             EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet), 109);
+         }},
+        {":No Find ComDevice...  WriteData Failed!",
+         [&](uint32_t port) { EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, bytes), 0); }},
+        {":Warning: No Find ComDevice...",
+         [&](uint32_t port) { bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, true); }},
+        {":No Find ComDevice... ",
+         [&](uint32_t port) { bench.arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, nullptr); }},
+        {":No Find ComDevice... ",
+         [&](uint32_t port) { bench.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port); }},
+    };
+    test::LogReader log;
+    for (const auto& row : cases) {
+        row.call(3);
+        const Lines below = log.Take();
+        EXPECT_TRUE(HasLine(below, std::string("LLWarnings\t") + row.line)) << row.line;
+        EXPECT_TRUE(HasLine(below, notFound)) << row.line;
+        row.call(133);
+        const Lines above = log.Take();
+        EXPECT_TRUE(HasLine(above, std::string("LLWarnings\t") + row.line)) << row.line;
+        EXPECT_FALSE(HasLine(above, notFound)) << row.line;
+    }
+}
+
+TEST(CommArbiter, WritesBlocksOverUsbAndBytesOverSerial) {
+    ArbiterBench bench;
+    bench.tree.Plug(test::HidDevice("scanner"));
+    FakeDevice &usb = bench.access.Device("scanner"), &serial = bench.access.Port(3);
+    bench.Add(LinkUsbHid, 0);
+    bench.Add(LinkSerial, 3);
+
+    const std::string longest(62, 'b');
+    std::string bytes = longest;
+    bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+    EXPECT_EQ(serial.Writes(), std::vector{longest});
+    EXPECT_EQ(bytes, longest);
+    bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, bytes);
+    EXPECT_EQ(usb.Writes(), std::vector{"\x04\x3E" + longest});
+    EXPECT_EQ(bytes, "\x04\x3E" + longest);
+
+    test::LogReader log;
+    std::string tooLong(63, 'b');
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, tooLong), 0);
+    EXPECT_EQ(usb.Writes().size(), 1u);
+    EXPECT_TRUE(
+        HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
+
+    serial.EndWrites(platform::WriteResult::Outcome::FailedPending, 5);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes), 0);
+    const Lines lines = log.Take();
+    EXPECT_TRUE(HasLine(lines, "LLCritical\t:Error: WriteDataError writing data (Code:5)."));
+    EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:try lock!!!!!!!!!!!!!!"));
+}
+
+TEST(CommArbiter, ListsLinksUpToItsLimit) {
+    ArbiterBench bench;
+    for (uint32_t port = 1; port <= 131; ++port) {
+        bench.access.Port(port);
+        ASSERT_NE(bench.Add(LinkSerial, port), nullptr);
+    }
+    FakeDevice& beyond = bench.access.Port(200);
+    EXPECT_NE(bench.Add(LinkSerial, 200), nullptr);
+    EXPECT_EQ(bench.Find(LinkSerial, 200), nullptr) << "listed, never found";
+    EXPECT_EQ(bench.Add(LinkSerial, 1), nullptr) << "the limit is looked at before the list";
+    EXPECT_EQ(bench.Find(LinkUsbHid, 0), bench.Find(LinkSerial, 131)) << "one key";
+
+    Recorder other;
+    bench.Remove(LinkSerial, 1);
+    EXPECT_NE(bench.Add(LinkSerial, 1, "", &other), nullptr);
+    bench.arbiter.RemoveLinksOf(&bench.owner);
+    EXPECT_EQ(beyond.OpenNow(), 0);
+    EXPECT_EQ(bench.Find(LinkSerial, 2), nullptr);
+    EXPECT_NE(bench.Find(LinkSerial, 1), nullptr) << "another's link went too";
+}
+
+TEST(CommArbiter, RemovesAllInSpiteOfAStalledWrite) {
+    ArbiterBench bench;
+    FakeDevice& device = bench.access.Port(3);
+    bench.Add(LinkSerial, 3);
+    bench.Add(LinkSerial, 3);
+    device.StallWrites(true);
+    std::thread writer([&] {
+        CommandPacket packet(0x40, "x");
+        EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 0);
+    });
+    ASSERT_TRUE(Eventually([&] { return device.WriteIsStalled(); }));
+    bench.arbiter.RemoveAll();
+    writer.join();
+    EXPECT_EQ(device.OpenNow(), 0);
+    EXPECT_EQ(bench.Find(LinkSerial, 3), nullptr);
+}
+
+TEST(CommArbiter, KeepsClaims) {
+    CCommArbiter arbiter;
+    EXPECT_FALSE(arbiter.IsClaimed("a"));
+    arbiter.AddClaim("a");
+    arbiter.AddClaim("b");
+    EXPECT_TRUE(arbiter.IsClaimed("a"));
+    EXPECT_FALSE(arbiter.IsClaimed("A"));
+    arbiter.RemoveClaim("a");
+    arbiter.RemoveClaim("never");
+    EXPECT_FALSE(arbiter.IsClaimed("a"));
+    EXPECT_TRUE(arbiter.IsClaimed("b"));
+}
+
+// For the thread sanitizer, and for hangs: two handles' worth of adding, writing and removing beside devices
+// that read, fail, stall and go away.
+TEST(CommArbiter, ServesManyThreadsAtOnce) {
+    ArbiterBench bench;
+    Recorder owners[2];
+    std::atomic<int> running{2};
+    std::vector<std::thread> handles;
+    for (uint32_t number = 0; number < 2; ++number) {
+        handles.emplace_back([&, number] {
+            const uint32_t port = 3 + number;
+            FakeDevice& device = bench.access.Port(port);
+            for (int round = 0; round < 40; ++round) {
+                try {
+                    bench.Add(LinkSerial, port, "", &owners[number]);
+                    bench.arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, &Recorder::OnPower);
+                } catch (const ZelmarError&) {  // pulled at that moment
+                }
+                device.Deliver("code");
+                CommandPacket packet(0x40, "x");
+                bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet);
+                bench.arbiter.WriteData(DeviceUsb, LinkSerial, 7 - port, packet);  // perhaps the other's
+                bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, round % 3 == 0);
+                bench.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port);
+                bench.Remove(LinkSerial, port);
+                if (round % 5 == 0) bench.arbiter.RemoveLinksOf(&owners[number]);
+            }
+            --running;
+        });
+    }
+    for (int round = 0; running > 0; ++round) {
+        const uint32_t port = 3 + static_cast<uint32_t>(round % 2);
+        bench.tree.Plug(test::SerialPortDevice(port));
+        bench.access.Port(port).StallWrites(true);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        bench.access.Port(port).StallWrites(false);
+        bench.access.Port(port).Unplug();
+        bench.tree.Unplug(test::SerialPortDevice(port).id);
+        bench.access.Port(port).Plug();
+    }
+    for (std::thread& handle : handles) handle.join();
+    bench.arbiter.RemoveAll();
+    EXPECT_EQ(bench.access.Port(3).OpenNow() + bench.access.Port(4).OpenNow(), 0);
+    EXPECT_FALSE(owners[0].AwaitBlocks(0).empty() && owners[1].AwaitBlocks(0).empty());
+}
+
+}  // namespace
+}  // namespace quillet

@@ -1,0 +1,187 @@
+#include <chrono>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "transport/comm_arbiter.h"
+#include "transport/link_bench.h"
+
+namespace quillet {
+namespace {
+
+using test::Eventually;
+using test::FakeDevice;
+using test::LinkBench;
+using test::SerialPortDevice;
+using States = std::vector<uint32_t>;
+
+TEST(PowerReporting, ReportsChangesAlone) {
+    LinkBench bench;
+    const auto link = bench.Serial(3);
+    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->StartPowerReporting();
+    const uint64_t before = bench.tree.Looks();
+    ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > before + 12; }));  // some passes
+    EXPECT_TRUE(bench.owner.AwaitStates(0).empty()) << "an absent device is no news at the start";
+    bench.tree.Plug(SerialPortDevice(3));
+    bench.owner.AwaitStates(1);
+    bench.tree.Unplug(SerialPortDevice(3).id);
+    bench.owner.AwaitStates(2);
+    EXPECT_EQ(bench.owner.AwaitStates(2), (States{PowerOnline, PowerOffOffline}));
+
+    // A reset forgets the state, so that it is reported once more; the waiting link keeps its thread.
+    link->SetReadyToReConnect(true);
+    link->StopPowerReporting();
+    link->Reset();
+    EXPECT_EQ(bench.owner.AwaitStates(3).size(), 3u);
+    link->SetReadyToReConnect(false);
+    link->Reset();
+    bench.tree.Plug(SerialPortDevice(3));
+    const uint64_t ended = bench.tree.Looks();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(bench.tree.Looks(), ended) << "polled after its end";
+}
+
+TEST(PowerReporting, EndsInTheMiddleOfItsPause) {
+    LinkBench bench;
+    platform::ReplaceClock(nullptr);  // pauses of 100 ms
+    const auto link = bench.Serial(3);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int round = 0; round < 40; ++round) {
+        const uint64_t before = bench.tree.Looks();
+        link->StartPowerReporting();
+        // Sometimes in its first pause, sometimes before it has run at all.
+        const uint64_t onePass = round % 4 == 0 ? 0 : 4;
+        ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() >= before + onePass; }));
+        if (round % 2 == 0) link->StopPowerReporting();
+        link->StartPowerReporting();  // nothing, as long as the last thread wasn't joined
+        link->Reset();                // hangs if an order to end got lost
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1500));
+
+    uint64_t before = bench.tree.Looks();
+    link->StartPowerReporting();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_LT(bench.tree.Looks(), before + 40) << "polls without a pause";
+    link->EndThreads();
+    link->StartPowerReporting();
+    before = bench.tree.Looks();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(bench.tree.Looks(), before) << "a link at its end started a thread";
+}
+
+TEST(PowerReporting, GoesOnAfterAFailedReport) {
+    LinkBench bench;
+    bench.tree.Plug(SerialPortDevice(3));
+    bench.owner.onPower = [&](uint32_t) {
+        if (bench.owner.AwaitStates(0).size() < 3) throw std::runtime_error("no memory");
+    };
+    const auto link = bench.Serial(3);
+    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->StartPowerReporting();
+    EXPECT_EQ(bench.owner.AwaitStates(3), (States{PowerOnline, PowerOnline, PowerOnline}));
+}
+
+// What an owner does when its scanner goes and comes, all of it on the power thread.
+struct ReconnectingOwner : test::Recorder {
+    explicit ReconnectingOwner(CCommArbiter& usedArbiter) : arbiter(usedArbiter) {
+        onPower = [this](uint32_t state) { state == PowerOnline ? Back() : Lost(); };
+    }
+    bool Enable() try {
+        enabled = arbiter.AddDevice(DeviceUsb, LinkUsbHid, 0, "", {}, this, &Recorder::OnData) != nullptr;
+        return enabled;
+    } catch (const ZelmarError&) {
+        return false;
+    }
+    void Lost() {
+        arbiter.setReadyToReConnect(DeviceUsb, LinkUsbHid, 0, true);
+        if (enabled.exchange(false)) arbiter.RemoveDevice(DeviceUsb, LinkUsbHid, 0);
+    }
+    void Back() {
+        if (enabled || Enable()) arbiter.setReadyToReConnect(DeviceUsb, LinkUsbHid, 0, false);
+    }
+
+    CCommArbiter& arbiter;
+    std::atomic<bool> enabled{false};
+};
+
+TEST(PowerReporting, BringsAScannerBackOnItsOwnThread) {
+    LinkBench bench;
+    CCommArbiter arbiter;
+    ReconnectingOwner owner(arbiter);
+    FakeDevice& device = bench.access.Device("scanner");
+    const auto plugged = test::HidDevice("scanner");
+    bench.tree.Plug(plugged);
+    ASSERT_TRUE(owner.Enable());
+    arbiter.StartPowerReporting(DeviceUsb, LinkUsbHid, 0, &test::Recorder::OnPower);
+    const auto link = arbiter.FindDevice(DeviceUsb, LinkUsbHid, 0);
+    ASSERT_EQ(owner.AwaitStates(1), States{PowerOnline});
+    for (int round = 0; round < 20; ++round) {
+        device.Unplug();
+        bench.tree.Unplug(plugged.id);
+        ASSERT_TRUE(Eventually([&] { return !owner.enabled && device.OpenNow() == 0; }));
+        if (round % 2 == 1) device.FailOpens(13);  // rights on a new node can come late
+        device.Plug();
+        bench.tree.Plug(plugged);
+        if (round % 2 == 1) {
+            const uint64_t looks = bench.tree.Looks();
+            ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > looks + 4; }));
+            EXPECT_FALSE(owner.enabled);
+            device.FailOpens(0);
+        }
+        ASSERT_TRUE(Eventually([&] { return owner.enabled && !link->IsReadyToReConnect(); }));
+        device.Deliver("round " + std::to_string(round));
+        ASSERT_TRUE(Eventually(
+            [&] { return owner.AwaitBlocks(1).back().second == "round " + std::to_string(round); }));
+    }
+    EXPECT_EQ(arbiter.FindDevice(DeviceUsb, LinkUsbHid, 0), link);
+
+    // An owner that goes while its scanner is away leaves neither link nor thread.
+    device.Unplug();
+    bench.tree.Unplug(plugged.id);
+    ASSERT_TRUE(Eventually([&] { return link->IsReadyToReConnect() && !owner.enabled; }));
+    arbiter.RemoveLinksOf(&owner);
+    EXPECT_EQ(arbiter.FindDevice(DeviceUsb, LinkUsbHid, 0), nullptr);
+    const size_t reports = owner.AwaitStates(0).size();
+    device.Plug();
+    bench.tree.Plug(plugged);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(owner.AwaitStates(0).size(), reports);
+}
+
+TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
+    LinkBench bench;
+    CCommArbiter arbiter;
+    for (const uint32_t port : {3u, 4u}) {
+        bench.tree.Plug(SerialPortDevice(port));
+        bench.access.Port(port);
+        arbiter.AddDevice(DeviceUsb, LinkSerial, port, "", {}, &bench.owner, nullptr);
+        arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, nullptr);
+    }
+    FakeDevice &stalled = bench.access.Port(3), &other = bench.access.Port(4);
+    stalled.StallWrites(true);
+    std::thread writer([&] {
+        std::string bytes = "never taken";
+        arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+    });
+    ASSERT_TRUE(Eventually([&] { return stalled.WriteIsStalled(); }));
+    bench.tree.Unplug(SerialPortDevice(3).id);
+    std::string bytes = "waits for the lock";
+    arbiter.WriteData(DeviceUsb, LinkSerial, 4, bytes);
+    writer.join();
+    EXPECT_EQ(other.Writes().size(), 1u);
+
+    // Back again, the link writes as before.
+    stalled.StallWrites(false);
+    bench.tree.Plug(SerialPortDevice(3));
+    EXPECT_TRUE(Eventually([&] {
+        arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+        return !stalled.Writes().empty();
+    }));
+    arbiter.RemoveAll();
+}
+
+}  // namespace
+}  // namespace quillet

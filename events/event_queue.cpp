@@ -65,8 +65,7 @@ size_t CEventQueue::CountIndex(uint32_t type) {
 
 void CEventQueue::ClearEvents(uint32_t type) {
     std::lock_guard lock(mutex);
-    const size_t removed =
-        std::erase_if(records, [type](const EventRecord& record) { return record.type == type; });
+    const size_t removed = std::erase_if(records, [type](const EventRecord& record) { return record.type == type; });
     if (removed > 0) counts[CountIndex(type)] -= static_cast<uint32_t>(removed);
 }
 
@@ -104,9 +103,8 @@ EventRecord CEventQueue::TakeEnabledRecord() {
     std::lock_guard lock(mutex);
     EventRecord taken;
     const auto enabled = static_cast<uint32_t>(enabledEvents.load());
-    const auto first = std::find_if(records.begin(), records.end(), [enabled](const EventRecord& record) {
-        return (record.type & enabled) != 0;
-    });
+    const auto first = std::find_if(records.begin(), records.end(),
+                                    [enabled](const EventRecord& record) { return (record.type & enabled) != 0; });
     if (first != records.end()) {
         taken = std::move(*first);
         records.erase(first);

@@ -24,8 +24,7 @@ static void PrintHex(const uint8_t* bytes, int32_t length) {
  * The scanner answers setting calls too, though, and such an answer, coming while a setting is read back, is
  * taken for the wrong reply. Then the reading is repeated.
  */
-static ResultCode QuerySetting(ScannerHandle scanner, int32_t id, uint8_t* value, int32_t size,
-                               int32_t* length) {
+static ResultCode QuerySetting(ScannerHandle scanner, int32_t id, uint8_t* value, int32_t size, int32_t* length) {
     ResultCode result = ResultFailure;
     int tries;
     for (tries = 0; tries < 3 && result == ResultFailure; ++tries) {

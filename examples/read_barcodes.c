@@ -113,8 +113,7 @@ int main(int argc, char** argv) {
     scanner = createScanner();
     result = openScanner(scanner, options.connection);
     if (result != ResultSuccess) {
-        fprintf(stderr, "no scanner could be opened with \"%s\": result %d\n", options.connection,
-                (int)result);
+        fprintf(stderr, "no scanner could be opened with \"%s\": result %d\n", options.connection, (int)result);
     } else {
         ReadBarcodes(scanner, options.count);
         closeScanner(scanner);

@@ -10,8 +10,7 @@ namespace quillet {
 // A failure of the service, the transport or the event model, with a number; 0 when none applies.
 class ZelmarError : public std::runtime_error {
   public:
-    explicit ZelmarError(const std::string& text, uint32_t code = 0)
-        : std::runtime_error(text), m_Code(code) {}
+    explicit ZelmarError(const std::string& text, uint32_t code = 0) : std::runtime_error(text), m_Code(code) {}
     uint32_t Code() const noexcept { return m_Code; }
 
   private:

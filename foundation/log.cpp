@@ -32,8 +32,8 @@ std::string_view LevelName(int32_t level) {
 std::string TimeStamp() {
     const platform::LocalTime now = platform::TheClock().Local();
     char text[128];
-    std::snprintf(text, sizeof text, "[%02d/%02d/%04d %02d:%02d:%02d.%03d]  ", now.month, now.day, now.year,
-                  now.hour, now.minute, now.second, now.millisecond);
+    std::snprintf(text, sizeof text, "[%02d/%02d/%04d %02d:%02d:%02d.%03d]  ", now.month, now.day, now.year, now.hour,
+                  now.minute, now.second, now.millisecond);
     return text;
 }
 

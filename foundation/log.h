@@ -62,14 +62,13 @@ class myLogManager : public ILog {
 
     // False if a line of this level would be dropped at once.
     bool Wants(int32_t wantedLevel) const noexcept {
-        return wantedLevel >= level.load(std::memory_order_relaxed) &&
-               running.load(std::memory_order_relaxed);
+        return wantedLevel >= level.load(std::memory_order_relaxed) && running.load(std::memory_order_relaxed);
     }
 
   private:
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
-    std::recursive_mutex mutex;  // held to swap `pool`, to enqueue, and while Stop joins the worker
+    std::recursive_mutex mutex;               // held to swap `pool`, to enqueue, and while Stop joins the worker
     std::atomic<int32_t> level{LLWarnings};
     std::atomic<bool> running{false};  // mirrors `pool` for the test that takes no lock
 };

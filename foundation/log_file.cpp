@@ -26,8 +26,7 @@ void LogFile::Write(const std::string& line) {
 
 std::string LogFile::NameFor(const std::string& prefix, const platform::LocalTime& time) {
     char name[256];
-    std::snprintf(name, sizeof name, "%d-%02d-%02d%c%d.%s", time.year, time.month, time.day, '_', time.hour,
-                  "log");
+    std::snprintf(name, sizeof name, "%d-%02d-%02d%c%d.%s", time.year, time.month, time.day, '_', time.hour, "log");
     return prefix.empty() ? std::string(name) : Format("%s_%s", prefix, name);
 }
 

@@ -32,12 +32,9 @@ int32_t OsEvent::Reset() {
 int32_t OsEvent::TimedWait(uint32_t milliseconds) {
     if (!m_Handle) return OsEventFailed;
     switch (platform::TheClock().Wait(*m_Handle, milliseconds)) {
-        case platform::WaitResult::Signalled:
-            return OsEventSignalled;
-        case platform::WaitResult::TimedOut:
-            return OsEventTimedOut;
-        case platform::WaitResult::Failed:
-            break;
+        case platform::WaitResult::Signalled: return OsEventSignalled;
+        case platform::WaitResult::TimedOut: return OsEventTimedOut;
+        case platform::WaitResult::Failed: break;
     }
     return OsEventFailed;
 }

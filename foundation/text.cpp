@@ -195,8 +195,7 @@ std::string DecodeBinaryText(std::string_view text, BinaryConversion mode) {
     if (text.size() % groupSize != 0) throw std::out_of_range("invalid string position");
     std::string bytes;
     bytes.reserve(text.size() / groupSize);
-    for (size_t i = 0; i < text.size(); i += groupSize)
-        bytes.push_back(DecodeGroup(text.substr(i, groupSize)));
+    for (size_t i = 0; i < text.size(); i += groupSize) bytes.push_back(DecodeGroup(text.substr(i, groupSize)));
     return bytes;
 }
 

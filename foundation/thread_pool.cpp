@@ -56,9 +56,8 @@ void ThreadPool::RunWorker() {
         std::function<void()> task;
         {
             std::unique_lock<std::mutex> lock(tasksMutex);
-            const bool woken = wakeUp.wait_for(lock, kIdleWait, [this] {
-                return (!tasks.empty() && state == Running) || state == Stopping;
-            });
+            const bool woken = wakeUp.wait_for(
+                lock, kIdleWait, [this] { return (!tasks.empty() && state == Running) || state == Stopping; });
             if (state == Stopping) return;
             if (!woken) continue;
             task = std::move(tasks.front());

@@ -38,8 +38,8 @@ class ThreadPool {
     void SetState(State newState);
 
     std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
-    std::mutex tasksMutex;    // also held at each change of `state`, or a wake-up could be lost
-    std::mutex threadsMutex;  // guards `threads`
+    std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
+    std::mutex threadsMutex;                  // guards `threads`
     std::vector<std::thread> threads;
     std::condition_variable wakeUp;
     std::atomic<uint64_t> threadCount{0};

@@ -35,8 +35,8 @@ void Drain(Outcome& outcome) {
         fuzz::Require(result == ParseOk || result == ParseBadChecksum);
         fuzz::Require(outcome.buffer == before.substr(reply.length + 3u));
         outcome.frames.push_back(std::to_string(result) + "," + std::to_string(reply.opcode) + "," +
-                                 std::to_string(reply.status) + "," + std::to_string(reply.firstParameter) +
-                                 "," + reply.parameters);
+                                 std::to_string(reply.status) + "," + std::to_string(reply.firstParameter) + "," +
+                                 reply.parameters);
     }
 }
 

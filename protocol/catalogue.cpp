@@ -51,8 +51,7 @@ bool IsDirectIOCommand(uint8_t opcode) {
 }
 
 bool IsReplyCommand(uint8_t opcode) {
-    return std::find(std::begin(kReplyCommands), std::end(kReplyCommands), opcode) !=
-           std::end(kReplyCommands);
+    return std::find(std::begin(kReplyCommands), std::end(kReplyCommands), opcode) != std::end(kReplyCommands);
 }
 
 }  // namespace quillet

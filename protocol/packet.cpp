@@ -32,8 +32,7 @@ CommandPacket::CommandPacket(uint8_t packetOpcode, std::string packetParameters,
 }
 
 uint8_t PacketChecksum(const CommandPacket& packet) {
-    const unsigned header =
-        0u + packet.length + packet.opcode + packet.source + packet.status + packet.reserved;
+    const unsigned header = 0u + packet.length + packet.opcode + packet.source + packet.status + packet.reserved;
     return Complement(header + SumOf(packet.parameters));
 }
 
@@ -52,8 +51,7 @@ std::string ToWireBytes(CommandPacket& packet) {
     packet.checksum = PacketChecksum(packet);
     std::string wire;
     wire.reserve(packet.parameters.size() + 5);
-    for (uint8_t byte : {packet.length, packet.opcode, packet.source, packet.status})
-        wire.push_back(CharOf(byte));
+    for (uint8_t byte : {packet.length, packet.opcode, packet.source, packet.status}) wire.push_back(CharOf(byte));
     wire += packet.parameters;
     wire.push_back(CharOf(packet.checksum));
     return wire;

@@ -10,13 +10,13 @@ namespace quillet {
 
 // Opcodes with a meaning to the library itself; settings have theirs in the catalogue.
 enum Opcode : uint8_t {
-    OpcodeSettingList = 0x5D,     // a list of setting items, as a setting code carries it
-    OpcodeVersion = 0x7E,         // asks for the version text
-    OpcodeQuerySetting = 0xD1,    // asks for the value of a setting
-    OpcodeStatisticsD0 = 0xD0,    // its payload isn't logged
-    OpcodeReplyD8 = 0xD8,         // an accepted reply gives the exchange code 1, as that of OpcodeVersion does
-    OpcodeQueryReply = 0xE8,      // a setting's value; ends an exchange whatever its status
-    OpcodeBarcode = 0xEE          // to the scanner: barcode frames on or off; from it: barcode data
+    OpcodeSettingList = 0x5D,   // a list of setting items, as a setting code carries it
+    OpcodeVersion = 0x7E,       // asks for the version text
+    OpcodeQuerySetting = 0xD1,  // asks for the value of a setting
+    OpcodeStatisticsD0 = 0xD0,  // its payload isn't logged
+    OpcodeReplyD8 = 0xD8,       // an accepted reply gives the exchange code 1, as that of OpcodeVersion does
+    OpcodeQueryReply = 0xE8,    // a setting's value; ends an exchange whatever its status
+    OpcodeBarcode = 0xEE        // to the scanner: barcode frames on or off; from it: barcode data
 };
 
 // Status of a reply that the scanner has accepted a command with.
@@ -38,12 +38,13 @@ struct CommandPacket {
     uint8_t checksum = 0;  // set by ToWireBytes
 };
 
-// A frame from the scanner. A new record is what the parsers expect: status 130 means that nothing was parsed.
+// A frame from the scanner. A new record is what the parsers expect: status 130 means that nothing was
+// parsed.
 struct ReplyPacket {
     uint16_t length = 0;  // payload bytes + 3
     uint8_t opcode = 0;
     uint8_t source = 0;
-    uint8_t status = 130;  // of barcode data: the code type
+    uint8_t status = 130;        // of barcode data: the code type
     uint8_t firstParameter = 0;  // first payload byte; 255 if there is none
     std::string parameters;      // payload without its first byte
     uint8_t checksum = 0;        // as received
@@ -63,7 +64,9 @@ bool VerifyChecksum(const ReplyPacket& reply);
 std::string ToWireBytes(CommandPacket& packet);
 
 // True if the wire bytes fit a block.
-inline bool FitsHidBlock(std::string_view wireBytes) { return wireBytes.size() <= kMaxHidWireSize; }
+inline bool FitsHidBlock(std::string_view wireBytes) {
+    return wireBytes.size() <= kMaxHidWireSize;
+}
 // A block of 64 bytes: report id, number of wire bytes, wire bytes, zeros. They must fit (FitsHidBlock).
 std::string ToHidBlock(std::string_view wireBytes);
 

@@ -101,12 +101,8 @@ ParseResult ParseUsbBuffer(std::string& buffer, ReplyPacket& reply) {
     if (buffer.size() < kHidBlockSize) return ParseNoFrame;
     ParseResult result = ParseOk;
     switch (ByteAt(buffer, kKindOffset)) {
-        case kKindPacket:
-            result = ParsePacketBlock(buffer, reply);
-            break;
-        case kKindScan:
-            result = ParseScanBlock(buffer, reply);
-            break;
+        case kKindPacket: result = ParsePacketBlock(buffer, reply); break;
+        case kKindScan: result = ParseScanBlock(buffer, reply); break;
         default:  // skipped without a word
             break;
     }

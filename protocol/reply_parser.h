@@ -23,8 +23,8 @@ class ParseError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The wire form of a reply at the front of the buffer: ParseOk or ParseNoFrame. Consumes nothing and doesn't test the
-// checksum. Throws ParseError.
+// The wire form of a reply at the front of the buffer: ParseOk or ParseNoFrame. Consumes nothing and doesn't
+// test the checksum. Throws ParseError.
 ParseResult ParseFrame(std::string_view buffer, ReplyPacket& reply);
 
 // One 64-byte block of a USB link: a packet, or a raw scan block. Throws ParseError, with nothing consumed.

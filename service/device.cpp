@@ -90,8 +90,7 @@ void CDevice::EventEnable(const bool* allowable, const bool* enabled) {
         return;
     }
     // Data events only if the application has asked for them.
-    const uint32_t mask =
-        EventDirectIO | EventError | (m_Status.Has(StatusDataEventEnabled) ? EventData : EventNone);
+    const uint32_t mask = EventDirectIO | EventError | (m_Status.Has(StatusDataEventEnabled) ? EventData : EventNone);
     m_EventQueue.SetEnabledEvents(static_cast<int32_t>(mask));
     LogInfo("    | Enabled Events: ", mask);
 }

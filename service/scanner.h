@@ -60,8 +60,7 @@ class CScanner : public CDevice {
 
     // Sends a command of the device model and hands the reply over; waits up to 18 s for one that is
     // answered.
-    virtual ResultCode DirectIO(int32_t command, const int32_t* data, const char* text,
-                                const CallerBuffer& buffer);
+    virtual ResultCode DirectIO(int32_t command, const int32_t* data, const char* text, const CallerBuffer& buffer);
     virtual ResultCode COFreezeEvents(int16_t freeze);
     virtual ResultCode CloseService();
     virtual ResultCode ClearInput();
@@ -190,14 +189,13 @@ class CScanner : public CDevice {
     OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
     OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
     OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
-    OsEvent m_BarcodeEvent{kManualResetEvent};  // set while the cache isn't empty; changed under m_DataMutex
+    OsEvent m_BarcodeEvent{kManualResetEvent};     // set while the cache isn't empty; changed under m_DataMutex
     std::atomic<bool> m_WaitsEnded{false};
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};
     std::atomic<bool> m_ExchangeWithoutLimit{false};  // the exchange under way would outlast a lost link
-    std::recursive_mutex
-        m_EnableMutex;  // serialises enabling, disabling and reactions to power reports; guards m_Comm
-    std::recursive_mutex m_DataMutex;             // guards the cache and the three byte strings of CDevice
+    std::recursive_mutex m_EnableMutex;  // serialises enabling, disabling and reactions to power reports; guards m_Comm
+    std::recursive_mutex m_DataMutex;    // guards the cache and the three byte strings of CDevice
     std::condition_variable_any m_ExchangeEnded;  // with m_DataMutex: StatusExchange has been cleared
 };
 

@@ -72,8 +72,8 @@ bool CScanner::DeviceCommEnable(bool enable) try {
     LogTrace trace("CScanner::DeviceCommEnable");
     if (enable) {
         LogInfo("    | Adding Device for Data events...");
-        m_Comm = TheCommArbiter().AddDevice(m_DeviceType, m_LinkType, m_ComPort, m_ModelNumber, m_Parameters,
-                                            this, &CScanner::DataCallbackEntry);
+        m_Comm = TheCommArbiter().AddDevice(m_DeviceType, m_LinkType, m_ComPort, m_ModelNumber, m_Parameters, this,
+                                            &CScanner::DataCallbackEntry);
         // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
         // use.
         if (m_Comm != nullptr && m_Comm->Owner() != this) {

@@ -135,8 +135,7 @@ void CScanner::OnDirectIOEventSync(uint8_t, uint32_t code, const EventRecord&) {
 
 void CScanner::HandleDirectIOEvent(const EventRecord& record) {
     LogTrace trace("CScanner::HandleDirectIOEvent");
-    const bool late =
-        !m_Status.Has(StatusExchange);  // the exchange ended while this block was on its way here
+    const bool late = !m_Status.Has(StatusExchange);  // the exchange ended while this block was on its way here
     if (late) OnDirectIOEventSync(0, 0, record);
     uint32_t linkType = 0;
     std::string bytes;
@@ -174,8 +173,8 @@ bool CScanner::HandleOneReply(std::string& bytes, const EventRecord& record) {
         OnDirectIOEventSync(reply.opcode, hasText ? 1 : 0, record);
         return false;
     }
-    LogWarning(std::string("Warning : An error code was received, Code : ") +
-               static_cast<char>(reply.opcode) + ",  Status: " + static_cast<char>(reply.status));
+    LogWarning(std::string("Warning : An error code was received, Code : ") + static_cast<char>(reply.opcode) +
+               ",  Status: " + static_cast<char>(reply.status));
     OnDirectIOEventSync(0, 0, record);
     return false;
 }
@@ -203,8 +202,7 @@ bool ReadHexCommand(const std::string& text, std::string& parameters, uint8_t& s
 
 }  // namespace
 
-ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* text,
-                              const CallerBuffer& buffer) {
+ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* text, const CallerBuffer& buffer) {
     LogTrace trace("CScanner::DirectIO");
     LogInfo("    | Command: ", command);
     LogInfo("    | pData: ", *data);

@@ -11,8 +11,8 @@ namespace quillet {
 namespace {
 
 // Bits that a new connection starts without.
-constexpr uint32_t kClearedAtOpen = StatusStatistics | StatusClaimed | StatusEnabled |
-                                    StatusDataEventEnabled | StatusAutoDisable | StatusDecodeData;
+constexpr uint32_t kClearedAtOpen =
+    StatusStatistics | StatusClaimed | StatusEnabled | StatusDataEventEnabled | StatusAutoDisable | StatusDecodeData;
 
 // A port number that no machine has, for a connection string that names none.
 constexpr double kNoSuchPort = 65535.0;

@@ -140,8 +140,7 @@ std::string WriteStatistics(const EquipmentInfo& info, const StatisticsSelection
     xml += "</Event><Equipment>";
     xml += Element("UnifiedPOSVersion", info.unifiedPosVersion);
     xml += "<DeviceCategory UPOS=\"" + info.deviceCategory + "\" />";
-    for (const EquipmentElement& element : kEquipmentElements)
-        xml += Element(element.name, info.*element.value);
+    for (const EquipmentElement& element : kEquipmentElements) xml += Element(element.name, info.*element.value);
     xml += "</Equipment></UPOSStat>";
     return xml;
 }

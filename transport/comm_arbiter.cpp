@@ -48,16 +48,15 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t lin
             link->EnableDevice();
             return link;
         }
-        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner,
-                            dataCallback);
+        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
     } catch (const ZelmarError& error) {
         throw ZelmarError(error.what(), error.Code());
     }
 }
 
 std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                                  std::string modelNumber, const ParameterList& params,
-                                                  void* owner, DataCallback dataCallback) {
+                                                  std::string modelNumber, const ParameterList& params, void* owner,
+                                                  DataCallback dataCallback) {
     std::shared_ptr<CComm> link;
     try {
         link = MakeLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
@@ -71,8 +70,8 @@ std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t 
 }
 
 std::shared_ptr<CComm> CCommArbiter::MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                              std::string modelNumber, const ParameterList& params,
-                                              void* owner, DataCallback dataCallback) {
+                                              std::string modelNumber, const ParameterList& params, void* owner,
+                                              DataCallback dataCallback) {
     if (IsSerial(linkType)) {
         return std::make_shared<CSerialComm>(deviceType, linkType, comPort, params, owner, dataCallback);
     }
@@ -80,8 +79,8 @@ std::shared_ptr<CComm> CCommArbiter::MakeLink(uint32_t deviceType, uint32_t link
     if (key == kNoDeviceKey) {
         throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(key));
     }
-    return std::make_shared<CIbmUsbComm>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber),
-                                         params, owner, dataCallback);
+    return std::make_shared<CIbmUsbComm>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber), params, owner,
+                                         dataCallback);
 }
 
 void CCommArbiter::RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
@@ -103,9 +102,9 @@ std::shared_ptr<CComm> CCommArbiter::FindDevice(uint32_t deviceType, uint32_t li
     const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
     if (key > kMaxLinks) return nullptr;
     std::lock_guard lock(mutex);
-    const auto place = std::find_if(
-        devices.begin(), devices.end(),
-        [key](const std::shared_ptr<CComm>& link) { return static_cast<int32_t>(link->ComPort()) == key; });
+    const auto place = std::find_if(devices.begin(), devices.end(), [key](const std::shared_ptr<CComm>& link) {
+        return static_cast<int32_t>(link->ComPort()) == key;
+    });
     if (place != devices.end()) return *place;
     LogError("No Find ComDevice...");
     return nullptr;
@@ -142,8 +141,7 @@ std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t 
     return link;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                CommandPacket& packet) {
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, CommandPacket& packet) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(mutex);
     LogTrace trace("CCommArbiter::WriteData");
@@ -153,8 +151,7 @@ int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t
     return kWriteDone;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                std::string& bytes) {
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string& bytes) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(mutex);
     LogTrace trace("CCommArbiter::WriteData");

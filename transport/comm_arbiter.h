@@ -33,9 +33,8 @@ class CCommArbiter {
     // The open link of the key: made and opened, or the listed one, which keeps the callback, owner and
     // parameters that it was made with. Empty if there are 132 links. Throws ZelmarError if the device won't
     // open, and mylib::StringError for line settings that are no numbers.
-    std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                     std::string modelNumber, ParameterList params, void* owner,
-                                     DataCallback dataCallback);
+    std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
+                                     ParameterList params, void* owner, DataCallback dataCallback);
     // Closes the link for everybody; it stays listed if it waits for its device to come back.
     void RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
     // Keys above 132 are never found.
@@ -48,8 +47,7 @@ class CCommArbiter {
     int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string& bytes);
 
     void setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready);
-    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                             PowerCallback callback);
+    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback callback);
     void StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
     // Takes out every link of an owner that is about to go, whatever its key and state: closed, both threads
@@ -63,9 +61,8 @@ class CCommArbiter {
     void RemoveClaim(const std::string& name);
 
   private:
-    std::shared_ptr<CComm> MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                    std::string modelNumber, const ParameterList& params, void* owner,
-                                    DataCallback dataCallback);
+    std::shared_ptr<CComm> MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
+                                    const ParameterList& params, void* owner, DataCallback dataCallback);
     std::shared_ptr<CComm> AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
                                         std::string modelNumber, const ParameterList& params, void* owner,
                                         DataCallback dataCallback);
@@ -80,8 +77,7 @@ class CCommArbiter {
 
     std::recursive_mutex mutex;  // guards `devices`, and serialises all use of links
     std::list<std::shared_ptr<CComm>> devices;
-    std::mutex
-        m_WritingMutex;  // guards m_Writing and keeps the link alive for who looks; taken inside `mutex` too
+    std::mutex m_WritingMutex;   // guards m_Writing and keeps the link alive for who looks; taken inside `mutex` too
     CComm* m_Writing = nullptr;  // the link that a write is under way on
     std::mutex m_ClaimsMutex;    // guards `claimedNames`; nothing else is taken inside it
     std::vector<std::string> claimedNames;

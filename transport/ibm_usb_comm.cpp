@@ -8,8 +8,8 @@
 
 namespace quillet {
 
-CIbmUsbComm::CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber,
-                         const ParameterList& params, void* owner, DataCallback dataCallback)
+CIbmUsbComm::CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params,
+                         void* owner, DataCallback dataCallback)
     : CComm(deviceType, LinkUsbHid, key, params, owner, dataCallback), m_ModelNumber(std::move(modelNumber)) {
     LogInfo("    | ModelNumber:  ", m_ModelNumber);
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
@@ -38,8 +38,7 @@ void CIbmUsbComm::EnableDevice() try {
 
 bool CIbmUsbComm::CheckBlockSize(const std::string& wireBytes) {
     if (FitsHidBlock(wireBytes)) return true;
-    LogCritical("Error: a USB block has no room for a command of this size: ",
-                static_cast<uint64_t>(wireBytes.size()));
+    LogCritical("Error: a USB block has no room for a command of this size: ", static_cast<uint64_t>(wireBytes.size()));
     return false;
 }
 
@@ -58,8 +57,7 @@ int32_t CIbmUsbComm::OnReadData(uint32_t status, std::string& block) {
     const int32_t result = m_DataCallback == nullptr ? 0 : m_DataCallback(m_Owner, block, status);
     if (status == kGoodRead) return result;
     if (m_DeviceType != DevicePosUsb && m_DeviceType != DeviceUsb) {
-        throw IbmUsbCommError("Error while waiting for data (Code:" + NumToString(m_ReadError) + ").",
-                              m_ReadError);
+        throw IbmUsbCommError("Error while waiting for data (Code:" + NumToString(m_ReadError) + ").", m_ReadError);
     }
     LogInfo("Error: RunReadThread: failed while waiting for data; will attempt to reconnect");
     return result;

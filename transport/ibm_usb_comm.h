@@ -12,8 +12,8 @@ class CIbmUsbComm : public CComm {
   public:
     // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening
     // fails.
-    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params,
-                void* owner, DataCallback dataCallback);
+    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
+                DataCallback dataCallback);
     ~CIbmUsbComm() override;
 
     // Throws IbmUsbCommError.

@@ -60,8 +60,7 @@ PortDescriptor DescribePort(DeviceSet& set, std::string name) {
 }
 
 bool HasPort(const std::vector<PortDescriptor>& ports, const std::string& name) {
-    return std::any_of(ports.begin(), ports.end(),
-                       [&](const PortDescriptor& port) { return port.PortName == name; });
+    return std::any_of(ports.begin(), ports.end(), [&](const PortDescriptor& port) { return port.PortName == name; });
 }
 
 // All ports, or the one of a name. A name costs one look and everything else about a port several, so the
@@ -95,8 +94,7 @@ PortDescriptor DescribeHid(DeviceSet& set, std::string path, const std::string& 
 }
 
 bool SameHid(const PortDescriptor& left, const PortDescriptor& right) {
-    return left.DevicePath == right.DevicePath && left.VendorId == right.VendorId &&
-           left.ProductId == right.ProductId;
+    return left.DevicePath == right.DevicePath && left.VendorId == right.VendorId && left.ProductId == right.ProductId;
 }
 
 void AddHid(DeviceSet& set, std::vector<PortDescriptor>& ports) {
@@ -185,11 +183,9 @@ std::vector<PortDescriptor> ListHidDevices() {
     return ports;
 }
 
-std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor,
-                                          uint16_t product) {
-    std::erase_if(ports, [=](const PortDescriptor& port) {
-        return port.VendorId != vendor || port.ProductId != product;
-    });
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product) {
+    std::erase_if(ports,
+                  [=](const PortDescriptor& port) { return port.VendorId != vendor || port.ProductId != product; });
     return ports;
 }
 

@@ -51,8 +51,7 @@ struct DiscoveredLists {
 std::vector<PortDescriptor> ListSerialPorts();
 std::vector<PortDescriptor> ListHidDevices();
 // Those whose vendor and product both match, in order.
-std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor,
-                                          uint16_t product);
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product);
 // The scanners: as virtual serial ports, and as HID devices.
 DiscoveredLists DiscoveredPorts();
 // The HID half of it, for whoever asks often.

@@ -41,10 +41,9 @@ char FlowLetter(bool dsr, bool cts) {
 
 }  // namespace
 
-CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                         const ParameterList& params, void* owner, DataCallback dataCallback)
-    : CComm(deviceType, linkType, comPort, params, owner, dataCallback),
-      m_PortNumber(static_cast<int32_t>(comPort)) {
+CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
+                         void* owner, DataCallback dataCallback)
+    : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
     std::vector<PortDescriptor> found = FindSerialPort(comPort);
     if (!found.empty()) m_Port = std::move(found.front());
     m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
@@ -143,8 +142,8 @@ int32_t CSerialComm::OnReadData(uint32_t status, std::string& block) {
 std::string CSerialComm::GetLinkText() {
     LoadSettings();
     const char flow = FlowLetter(m_OutxDsrFlow == 1, m_OutxCtsFlow == 1);
-    return Format("COM%d,%d,%c,%s,%d,%c", m_PortNumber, m_BaudRate, LabelOf(m_Parity, kParityLetters),
-                  m_ByteSize, LabelOf(m_StopBits, kStopBitsLabels), flow);
+    return Format("COM%d,%d,%c,%s,%d,%c", m_PortNumber, m_BaudRate, LabelOf(m_Parity, kParityLetters), m_ByteSize,
+                  LabelOf(m_StopBits, kStopBitsLabels), flow);
 }
 
 }  // namespace quillet

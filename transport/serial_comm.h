@@ -11,8 +11,8 @@ namespace quillet {
 class CSerialComm : public CComm {
   public:
     // A port that discovery doesn't know is tried all the same.
-    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
-                void* owner, DataCallback dataCallback);
+    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
+                DataCallback dataCallback);
     ~CSerialComm() override;
 
     // Throws SerialCommError, and mylib::StringError for a line setting that is no number.

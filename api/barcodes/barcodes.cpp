@@ -21,8 +21,7 @@ class BarcodeWait {
         int32_t result = ResultTimeout;
         for (;;) {
             if (m_Scanner.TakeBarcode(codeType, buffer, result)) return result;
-            if (m_Scanner.WaitsAreEnded() || (m_TimeoutMs >= 0 && ElapsedMs() > m_TimeoutMs))
-                return ResultTimeout;
+            if (m_Scanner.WaitsAreEnded() || (m_TimeoutMs >= 0 && ElapsedMs() > m_TimeoutMs)) return ResultTimeout;
             if (WaitSlice(codeType, buffer, result)) return result;
         }
     }
@@ -61,10 +60,9 @@ int32_t GetBarcode(CScanner& scanner, int32_t* codeType, const CallerBuffer& buf
 
 using namespace quillet;
 
-ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8_t* buffer, int32_t bufferSize,
-                      int32_t* length, int64_t timeoutMs) {
-    if (handle == nullptr || buffer == nullptr || bufferSize <= 0 || length == nullptr)
-        return ResultBadArgument;
+ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8_t* buffer, int32_t bufferSize, int32_t* length,
+                      int64_t timeoutMs) {
+    if (handle == nullptr || buffer == nullptr || bufferSize <= 0 || length == nullptr) return ResultBadArgument;
     return Guarded(ResultFailure, [&] {
         const CallerBuffer result{buffer, CallerLength(bufferSize), length};
         return GetBarcode(HandleCall(handle).Scanner(), codeType, result, timeoutMs);
@@ -73,6 +71,5 @@ ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8_t* buffer, 
 
 ResultCode getBarCodeCacheCount(ScannerHandle handle, int32_t* count) {
     if (handle == nullptr || count == nullptr) return ResultBadArgument;
-    return Guarded(ResultFailure,
-                   [&] { return HandleCall(handle).Scanner().GetPropertyNumber(PropDataCount, count); });
+    return Guarded(ResultFailure, [&] { return HandleCall(handle).Scanner().GetPropertyNumber(PropDataCount, count); });
 }

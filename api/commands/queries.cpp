@@ -34,8 +34,7 @@ std::string_view FrameOf(std::string_view reply, bool usb) {
 // The value in the reply to a query of the setting with this opcode.
 int32_t ReadSettingValue(std::string_view frame, uint8_t opcode, std::string_view& value) {
     if (frame.size() < kValueOffset + 1) return ResultFailure;
-    const size_t length =
-        static_cast<size_t>(static_cast<uint8_t>(frame[0])) << 8 | static_cast<uint8_t>(frame[1]);
+    const size_t length = static_cast<size_t>(static_cast<uint8_t>(frame[0])) << 8 | static_cast<uint8_t>(frame[1]);
     if (length < kMinLength || length + 3 > frame.size()) return ResultFailure;
     if (static_cast<uint8_t>(frame[kEchoOffset]) != opcode) return ResultFailure;
     value = frame.substr(kValueOffset, length - kMinLength);
@@ -111,8 +110,7 @@ ResultCode QueryCommandSetting(ScannerHandle handle, int32_t commandId, int32_t 
 }
 
 ResultCode getScannerVersion(ScannerHandle handle, uint8_t* buffer, int32_t bufferSize, int32_t* length) {
-    if (handle == nullptr || buffer == nullptr || bufferSize <= 0 || length == nullptr)
-        return ResultBadArgument;
+    if (handle == nullptr || buffer == nullptr || bufferSize <= 0 || length == nullptr) return ResultBadArgument;
     return Guarded(ResultNoExist, [&] {
         std::string number;
         const int32_t result = ReadSerialNumber(HandleCall(handle).Scanner(), number);

@@ -15,9 +15,8 @@ static_assert(kResultSuccess == ResultSuccess && kResultBufferTooSmall == Result
               kResultClosed == ResultClosed && kResultClaimed == ResultClaimed &&
               kResultNotClaimed == ResultNotClaimed && kResultDisabled == ResultDisabled &&
               kResultIllegal == ResultIllegal && kResultNoHardware == ResultNoHardware &&
-              kResultNoExist == ResultNoExist && kResultFailure == ResultFailure &&
-              kResultTimeout == ResultTimeout && kResultBusy == ResultBusy &&
-              kResultOpenException == ResultOpenException);
+              kResultNoExist == ResultNoExist && kResultFailure == ResultFailure && kResultTimeout == ResultTimeout &&
+              kResultBusy == ResultBusy && kResultOpenException == ResultOpenException);
 
 constexpr uint32_t kClaimTimeoutMs = 1000;
 
@@ -51,8 +50,7 @@ int32_t OpenScanner(ScannerObject& object, const char* connection) noexcept {
     return Guarded(ResultOpenException, [&] {
         std::lock_guard lock(object.lifecycle);
         if (ReadState(scanner) == StateEnabled) return static_cast<int32_t>(ResultSuccess);
-        const int32_t result =
-            Guarded(ResultOpenException, [&] { return RunOpenSteps(scanner, connection); });
+        const int32_t result = Guarded(ResultOpenException, [&] { return RunOpenSteps(scanner, connection); });
         if (result != ResultSuccess) scanner.CloseService();
         return result;
     });
@@ -105,15 +103,13 @@ ResultCode closeScanner(ScannerHandle handle) {
 
 ResultCode getScannnerState(ScannerHandle handle, int32_t* state) {
     if (handle == nullptr || state == nullptr) return ResultBadArgument;
-    return Guarded(ResultFailure,
-                   [&] { return HandleCall(handle).Scanner().GetPropertyNumber(PropState, state); });
+    return Guarded(ResultFailure, [&] { return HandleCall(handle).Scanner().GetPropertyNumber(PropState, state); });
 }
 
 ResultCode setScannerPattern(ScannerHandle handle, int32_t pattern) {
     if (handle == nullptr || (pattern != 0 && pattern != 1)) return ResultBadArgument;
-    return Guarded(ResultFailure, [&] {
-        return HandleCall(handle).Scanner().SetPropertyNumber(PropScanDecodeData, pattern);
-    });
+    return Guarded(ResultFailure,
+                   [&] { return HandleCall(handle).Scanner().SetPropertyNumber(PropScanDecodeData, pattern); });
 }
 
 ResultCode setLogLevel(int32_t level) {

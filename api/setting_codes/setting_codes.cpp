@@ -31,14 +31,10 @@ std::string CodeParameters(const CommandRow& row, const uint8_t* value) noexcept
     switch (row.form) {
         case CommandForm::V:
         case CommandForm::S:
-        case CommandForm::L:
-            return SettingParameters(row, value[0]);
-        case CommandForm::P:
-            return CharacterPair(value[0], value[1]);
-        case CommandForm::H:
-            return HidFormParameters(row.id, value[0], static_cast<int8_t>(value[1]));
-        case CommandForm::None:
-            break;
+        case CommandForm::L: return SettingParameters(row, value[0]);
+        case CommandForm::P: return CharacterPair(value[0], value[1]);
+        case CommandForm::H: return HidFormParameters(row.id, value[0], static_cast<int8_t>(value[1]));
+        case CommandForm::None: break;
     }
     return {};
 }
@@ -83,8 +79,7 @@ using namespace quillet;
 
 extern "C" {
 
-ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t bufferSize, uint8_t* buffer,
-                         int32_t* outLength) {
+ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t bufferSize, uint8_t* buffer, int32_t* outLength) {
     const CommandRow* row = FindCommand(id);
     if (row == nullptr || value == nullptr || buffer == nullptr || outLength == nullptr) {
         return ResultBadArgument;

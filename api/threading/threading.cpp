@@ -63,9 +63,8 @@ using namespace quillet;
 int32_t os_event_init(void** event, int32_t type) {
     if (event == nullptr) return kFailed;
     using Kind = platform::Event::Kind;
-    return HandOut(
-        {platform::Event::Create(type == kManualResetEvent ? Kind::ManualReset : Kind::AutoReset), nullptr},
-        event);
+    return HandOut({platform::Event::Create(type == kManualResetEvent ? Kind::ManualReset : Kind::AutoReset), nullptr},
+                   event);
 }
 
 void os_event_destroy(void* event) {
@@ -95,8 +94,7 @@ void os_event_reset(void* event) {
 
 int32_t os_sem_init(void** semaphore, int32_t initialCount) {
     if (semaphore == nullptr || initialCount < 0) return kFailed;
-    return HandOut({nullptr, platform::Semaphore::Create(static_cast<uint32_t>(initialCount), kMaxCount)},
-                   semaphore);
+    return HandOut({nullptr, platform::Semaphore::Create(static_cast<uint32_t>(initialCount), kMaxCount)}, semaphore);
 }
 
 void os_sem_destroy(void* semaphore) {

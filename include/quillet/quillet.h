@@ -53,27 +53,27 @@ typedef int32_t ResultCode;
 
 enum {
     ResultSuccess = 0,
-    ResultBadArgument = 10,     /* null handle or pointer, or a value outside the call's range; nothing was done */
-    ResultBufferTooSmall = 11,  /* the result is longer than the caller's buffer */
-    ResultClosed = 101,         /* the scanner isn't open */
-    ResultClaimed = 102,        /* another handle or process holds the port */
+    ResultBadArgument = 10,    /* null handle or pointer, or a value outside the call's range; nothing was done */
+    ResultBufferTooSmall = 11, /* the result is longer than the caller's buffer */
+    ResultClosed = 101,        /* the scanner isn't open */
+    ResultClaimed = 102,       /* another handle or process holds the port */
     ResultNotClaimed = 103,
-    ResultDisabled = 105,       /* the scanner isn't connected at present */
-    ResultIllegal = 106,        /* not allowed now: not connected, or another exchange is running */
-    ResultNoHardware = 107,     /* no scanner was found, or it could not be opened */
-    ResultNoExist = 109,        /* no link for this handle, or a query's exchange failed */
-    ResultFailure = 111,        /* a reply wasn't the one expected */
+    ResultDisabled = 105,   /* the scanner isn't connected at present */
+    ResultIllegal = 106,    /* not allowed now: not connected, or another exchange is running */
+    ResultNoHardware = 107, /* no scanner was found, or it could not be opened */
+    ResultNoExist = 109,    /* no link for this handle, or a query's exchange failed */
+    ResultFailure = 111,    /* a reply wasn't the one expected */
     ResultTimeout = 112,
-    ResultBusy = 113,           /* used inside the library alone */
-    ResultReplyTooLong = 115,   /* as ResultBufferTooSmall, from the calls that say so */
-    ResultOpenException = 403   /* opening met an unexpected failure */
+    ResultBusy = 113,         /* used inside the library alone */
+    ResultReplyTooLong = 115, /* as ResultBufferTooSmall, from the calls that say so */
+    ResultOpenException = 403 /* opening met an unexpected failure */
 };
 
 /* States that getScannnerState tells. */
 enum {
     ScannerStateClosed = 1,
-    ScannerStateOpen = 2,    /* open and without a link: the scanner is unplugged, or just being set up */
-    ScannerStateEnabled = 3  /* connected; barcodes arrive */
+    ScannerStateOpen = 2,   /* open and without a link: the scanner is unplugged, or just being set up */
+    ScannerStateEnabled = 3 /* connected; barcodes arrive */
 };
 
 /* ---- Connection ------------------------------------------------------------------------------------------------ */
@@ -315,8 +315,8 @@ QUILLET_API ResultCode setInterceptUDIData(ScannerHandle handle, uint8_t on);
 QUILLET_API ResultCode setInterceptAndOutputUDI(ScannerHandle handle, uint8_t on);
 
 /* What the scanner does to a barcode's text before it sends it. */
-QUILLET_API ResultCode setToggleCaseFunction(ScannerHandle handle, int32_t value);     /* 0 to 2 */
-QUILLET_API ResultCode setRemoveOrReduceSpaces(ScannerHandle handle, int32_t value);   /* 0 to 2 */
+QUILLET_API ResultCode setToggleCaseFunction(ScannerHandle handle, int32_t value);   /* 0 to 2 */
+QUILLET_API ResultCode setRemoveOrReduceSpaces(ScannerHandle handle, int32_t value); /* 0 to 2 */
 QUILLET_API ResultCode setRemoveBarcodeZeroData(ScannerHandle handle, uint8_t on);
 QUILLET_API ResultCode setSkipBarcodeHeadData(ScannerHandle handle, int32_t value);    /* 0 to 49 */
 QUILLET_API ResultCode setSkipBarcodeTailData(ScannerHandle handle, int32_t value);    /* 0 to 49 */
@@ -358,8 +358,8 @@ QUILLET_API ResultCode setDecodeTimeOut(ScannerHandle handle, int32_t value);
 /* Milliseconds, 0 to 9900, rounded down to a tenth of a second. */
 QUILLET_API ResultCode setMultiTimeOut(ScannerHandle handle, int32_t value);
 /* These two are one setting to the scanner: the later call decides. setMultiSensitivity sends its value less 1. */
-QUILLET_API ResultCode setScanMulti(ScannerHandle handle, int32_t value);        /* 0, 2 to 7 */
-QUILLET_API ResultCode setMultiSensitivity(ScannerHandle handle, int32_t value); /* 1 to 9 */
+QUILLET_API ResultCode setScanMulti(ScannerHandle handle, int32_t value);           /* 0, 2 to 7 */
+QUILLET_API ResultCode setMultiSensitivity(ScannerHandle handle, int32_t value);    /* 1 to 9 */
 QUILLET_API ResultCode setReactionSensitivity(ScannerHandle handle, int32_t value); /* 0 to 255 */
 QUILLET_API ResultCode setScreenScanning(ScannerHandle handle, int32_t value);      /* 0 off, 1 on */
 QUILLET_API ResultCode setAimAtPrasing(ScannerHandle handle, uint8_t on);
@@ -370,9 +370,9 @@ QUILLET_API ResultCode setBuzzerEnable(ScannerHandle handle, int32_t value); /* 
 QUILLET_API ResultCode setBuzzerTone(ScannerHandle handle, int32_t value);   /* 1, 2, 4 */
 QUILLET_API ResultCode setBuzzerVolume(ScannerHandle handle, int32_t value); /* 1, 2, 4 */
 QUILLET_API ResultCode setVibrator(ScannerHandle handle, uint8_t on);
-QUILLET_API ResultCode setLEDLevel(ScannerHandle handle, int32_t value);          /* 0 to 10 */
-QUILLET_API ResultCode setLEDColor(ScannerHandle handle, int32_t value);          /* 0 to 3 */
-QUILLET_API ResultCode setDeviceHangupTime(ScannerHandle handle, int32_t value);  /* 0 to 5 */
+QUILLET_API ResultCode setLEDLevel(ScannerHandle handle, int32_t value);         /* 0 to 10 */
+QUILLET_API ResultCode setLEDColor(ScannerHandle handle, int32_t value);         /* 0 to 3 */
+QUILLET_API ResultCode setDeviceHangupTime(ScannerHandle handle, int32_t value); /* 0 to 5 */
 
 /* The scanner's link to the host. */
 QUILLET_API ResultCode setHostMode(ScannerHandle handle, int32_t value);              /* 1 to 5 */
@@ -451,8 +451,8 @@ QUILLET_API ResultCode PortCommandInteraction(ScannerHandle handle, const char* 
  * Results: 0; 10 for an unknown id or a null pointer; 109 if the exchange failed, also for a null handle; 111 for a
  * reply that isn't to this setting or isn't whole; 115 if the value is longer than the buffer, which is then zero.
  */
-QUILLET_API ResultCode QueryCommandSetting(ScannerHandle handle, int32_t commandId, int32_t bufferSize,
-                                           uint8_t* buffer, int32_t* length);
+QUILLET_API ResultCode QueryCommandSetting(ScannerHandle handle, int32_t commandId, int32_t bufferSize, uint8_t* buffer,
+                                           int32_t* length);
 
 /*
  * Reads the scanner's serial number. Waits up to 1.3 s. Results: 0, with an empty number leaving buffer and length as
@@ -466,8 +466,7 @@ QUILLET_API ResultCode getScannerVersion(ScannerHandle handle, uint8_t* buffer, 
  * with the handle closed; a handle that is open answers for the first port. buffer and length may be null (convention
  * 3: then as a buffer of length 0). Results: 0; 115 if the text is longer than the buffer.
  */
-QUILLET_API ResultCode getSerialPortDevice(ScannerHandle handle, int32_t bufferSize, uint8_t* buffer,
-                                           int32_t* length);
+QUILLET_API ResultCode getSerialPortDevice(ScannerHandle handle, int32_t bufferSize, uint8_t* buffer, int32_t* length);
 
 /* ---- Threading primitives -------------------------------------------------------------------------------------- */
 

@@ -47,8 +47,7 @@ class DeviceHandle {
     void ReportLoss() noexcept;
 
     // Waits for events of the file, the stop signal or the loss of the device.
-    DeviceWake Poll(const UniqueFd& file, short events, const StopSignal& stop,
-                    uint32_t timeoutMs) const noexcept;
+    DeviceWake Poll(const UniqueFd& file, short events, const StopSignal& stop, uint32_t timeoutMs) const noexcept;
 
   private:
     mutable std::mutex m_Mutex;  // guards m_File, m_Lost, m_Readers

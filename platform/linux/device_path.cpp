@@ -12,8 +12,8 @@ namespace {
 constexpr std::string_view kDevicePrefix = "\\\\.\\";
 
 std::string NodeOf(const FoundDevices& devices, std::string FoundDevice::*key, const std::string& wanted) {
-    const auto found = std::find_if(devices.begin(), devices.end(),
-                                    [&](const FoundDevice& device) { return device.*key == wanted; });
+    const auto found =
+        std::find_if(devices.begin(), devices.end(), [&](const FoundDevice& device) { return device.*key == wanted; });
     return found != devices.end() ? found->node : std::string();
 }
 

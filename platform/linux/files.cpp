@@ -48,9 +48,7 @@ bool IsDirectory(const std::string& path) noexcept try {
     return false;
 }
 
-void MakeDirectory(const std::string& path) noexcept try {
-    ::mkdir(NativePath(path).c_str(), 0777);
-} catch (...) {
+void MakeDirectory(const std::string& path) noexcept try { ::mkdir(NativePath(path).c_str(), 0777); } catch (...) {
     // As any other failure: the open of the file will tell.
 }
 
@@ -81,8 +79,7 @@ std::unique_ptr<AppendFile> AppendFile::Open(const std::string& path) noexcept t
 
 void AppendFile::Write(std::string_view text) noexcept {
     while (!text.empty()) {
-        const ssize_t written =
-            RetryInterrupted([&] { return ::write(m_Impl->fd.Get(), text.data(), text.size()); });
+        const ssize_t written = RetryInterrupted([&] { return ::write(m_Impl->fd.Get(), text.data(), text.size()); });
         if (written <= 0) {
             return;
         }

@@ -18,9 +18,7 @@ class HidReader final : public HandleReader {
     HidReader(DeviceHandle& handle, HidFile::Kind kind) : HandleReader(handle), m_Kind(kind) {}
 
   private:
-    ssize_t ReadPiece(int fd, uint8_t* buffer, size_t size) override {
-        return ReadReport(fd, m_Kind, buffer, size);
-    }
+    ssize_t ReadPiece(int fd, uint8_t* buffer, size_t size) override { return ReadReport(fd, m_Kind, buffer, size); }
     bool IsOnePiece() const override { return true; }
 
     const HidFile::Kind m_Kind;

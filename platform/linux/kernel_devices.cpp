@@ -20,8 +20,7 @@ struct TtyKind {
 };
 
 constexpr uint32_t kTtysOfAKind = 32;
-constexpr std::array<TtyKind, 3> kTtyKinds = {
-    {{"ttyS", 1, true}, {"ttyUSB", 33, false}, {"ttyACM", 65, false}}};
+constexpr std::array<TtyKind, 3> kTtyKinds = {{{"ttyS", 1, true}, {"ttyUSB", 33, false}, {"ttyACM", 65, false}}};
 constexpr std::string_view kPortPrefix = "COM";
 
 // A USB device lies this many folders above a tty's "device" at most: ttyACM one, ttyUSB two.
@@ -95,8 +94,7 @@ std::string UsbSerial(int classFolder, const std::string& usb, const std::string
     return serial.empty() ? bus + "-" + ReadAttribute(classFolder, usb + "devpath") : serial;
 }
 
-void DescribeUsbPort(int classFolder, const std::string& usb, const std::string& vendor,
-                     FoundDevice& device) {
+void DescribeUsbPort(int classFolder, const std::string& usb, const std::string& vendor, FoundDevice& device) {
     const std::string bus = ReadAttribute(classFolder, usb + "busnum");
     const std::string product = ReadAttribute(classFolder, usb + "idProduct");
     device.instanceId = "USB\\VID_" + UpperAscii(vendor) + "&PID_" + UpperAscii(product) + "\\" +
@@ -180,8 +178,7 @@ FoundDevices FindKernelPorts(const LinuxRoots& roots) {
             ttys.push_back(std::move(*tty));
         }
     }
-    std::sort(ttys.begin(), ttys.end(),
-              [](const NumberedTty& a, const NumberedTty& b) { return a.port < b.port; });
+    std::sort(ttys.begin(), ttys.end(), [](const NumberedTty& a, const NumberedTty& b) { return a.port < b.port; });
     FoundDevices devices;
     for (const NumberedTty& tty : ttys) {
         devices.push_back(DescribePort(roots, folder.Fd(), tty));

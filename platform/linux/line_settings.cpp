@@ -16,8 +16,7 @@ constexpr uint8_t kDtrRtsEnable = 1;
 constexpr uint8_t kHandshake = 2;
 constexpr std::array<tcflag_t, 4> kSizeBits = {CS5, CS6, CS7, CS8};
 constexpr uint8_t kSmallestSize = 5;
-constexpr std::array<tcflag_t, 5> kParityBits = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR,
-                                                 PARENB | CMSPAR};
+constexpr std::array<tcflag_t, 5> kParityBits = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
 constexpr tcflag_t kParityMask = PARENB | PARODD | CMSPAR;
 constexpr uint8_t kOneStopBit = 0;
 constexpr uint8_t kTwoStopBits = 2;
@@ -47,8 +46,7 @@ void SetFlag(tcflag_t& flags, tcflag_t flag, bool on) noexcept {
 
 bool IsPossible(const SerialSettings& settings) noexcept {
     const bool frame = settings.baudRate != 0 && settings.byteSize >= kSmallestSize &&
-                       settings.byteSize < kSmallestSize + kSizeBits.size() &&
-                       settings.parity < kParityBits.size() &&
+                       settings.byteSize < kSmallestSize + kSizeBits.size() && settings.parity < kParityBits.size() &&
                        (settings.stopBits == kOneStopBit || settings.stopBits == kTwoStopBits);
     const bool flow = !settings.dsrOutputFlow && !settings.dsrSensitivity && !settings.discardNulls &&
                       settings.dtrControl <= kDtrRtsEnable && settings.rtsControl <= kHandshake;
@@ -101,8 +99,7 @@ uint32_t GetLineSettings(int fd, SerialSettings& settings) noexcept {
     settings = {};
     settings.baudRate = line.c_ospeed;
     settings.byteSize = static_cast<uint8_t>(kSmallestSize + IndexOf(kSizeBits, line.c_cflag & CSIZE));
-    settings.parity =
-        (line.c_cflag & PARENB) != 0 ? IndexOf(kParityBits, line.c_cflag & kParityMask) : uint8_t{0};
+    settings.parity = (line.c_cflag & PARENB) != 0 ? IndexOf(kParityBits, line.c_cflag & kParityMask) : uint8_t{0};
     settings.stopBits = (line.c_cflag & CSTOPB) != 0 ? kTwoStopBits : kOneStopBit;
     settings.ctsOutputFlow = hardwareFlow;
     settings.rtsControl = hardwareFlow ? kHandshake : static_cast<uint8_t>((modem & TIOCM_RTS) != 0);

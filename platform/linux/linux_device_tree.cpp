@@ -33,8 +33,7 @@ class FoundDeviceSet final : public DeviceSet {
     }
 
     std::string ReadProperty(DeviceProperty property) override {
-        return TextOf(property == DeviceProperty::Description ? &FoundDevice::description
-                                                              : &FoundDevice::manufacturer);
+        return TextOf(property == DeviceProperty::Description ? &FoundDevice::description : &FoundDevice::manufacturer);
     }
     std::string DeviceId() override { return TextOf(&FoundDevice::instanceId); }
     std::string ParentId() override { return TextOf(&FoundDevice::parentId); }
@@ -44,9 +43,7 @@ class FoundDeviceSet final : public DeviceSet {
         return m_Interface != nullptr ? InterfaceStep::Selected : InterfaceStep::End;
     }
 
-    bool InterfacePath(std::string& path) override {
-        return CopyInterface(&FoundDevice::interfacePath, path);
-    }
+    bool InterfacePath(std::string& path) override { return CopyInterface(&FoundDevice::interfacePath, path); }
     bool InterfaceDeviceId(std::string& id) override { return CopyInterface(&FoundDevice::instanceId, id); }
 
   private:
@@ -70,9 +67,8 @@ FoundDevices ListPorts(const LinuxRoots& roots) {
     FoundDevices ports = FindRegisteredPorts(roots);
     FoundDevices kernel = FindKernelPorts(roots);
     std::erase_if(kernel, [&](const FoundDevice& port) {
-        return std::any_of(ports.begin(), ports.end(), [&](const FoundDevice& registered) {
-            return registered.portName == port.portName;
-        });
+        return std::any_of(ports.begin(), ports.end(),
+                           [&](const FoundDevice& registered) { return registered.portName == port.portName; });
     });
     std::move(kernel.begin(), kernel.end(), std::back_inserter(ports));
     return ports;
@@ -89,12 +85,9 @@ FoundDevices ListHidDevices(const LinuxRoots& roots) {
 
 std::unique_ptr<DeviceSet> LinuxDeviceTree::OpenSet(DeviceClass deviceClass) {
     switch (deviceClass) {
-        case DeviceClass::Ports:
-            return std::make_unique<FoundDeviceSet>(ListPorts(m_Roots), false);
-        case DeviceClass::HidInterface:
-            return std::make_unique<FoundDeviceSet>(ListHidDevices(m_Roots), true);
-        default:
-            return std::make_unique<FoundDeviceSet>(FoundDevices(), false);
+        case DeviceClass::Ports: return std::make_unique<FoundDeviceSet>(ListPorts(m_Roots), false);
+        case DeviceClass::HidInterface: return std::make_unique<FoundDeviceSet>(ListHidDevices(m_Roots), true);
+        default: return std::make_unique<FoundDeviceSet>(FoundDevices(), false);
     }
 }
 

@@ -107,8 +107,7 @@ void AddDevices(const std::string& path, RegisteredClass wanted, FoundDevices& d
     for (const std::string& name : DeviceFileNames(directory)) {
         std::string content;
         FoundDevice device;
-        if (ReadDeviceFile(directory.Fd(), name, content) &&
-            DescribeDevice(ReadKeys(content), wanted, name, device)) {
+        if (ReadDeviceFile(directory.Fd(), name, content) && DescribeDevice(ReadKeys(content), wanted, name, device)) {
             if (wanted == RegisteredClass::Hid) {
                 device.interfacePath = std::string("registered:").append(path).append("/").append(name);
             }

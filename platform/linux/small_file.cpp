@@ -44,8 +44,7 @@ bool ReadAll(int fd, size_t limit, std::string& content) {
 }
 
 std::string ReadAttribute(int directory, const std::string& path) {
-    const UniqueFd fd(
-        RetryInterrupted([&] { return ::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC); }));
+    const UniqueFd fd(RetryInterrupted([&] { return ::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC); }));
     std::string text;
     if (fd.IsOpen() && ReadAll(fd.Get(), kAttributeLimit, text) && text.ends_with('\n')) {
         text.pop_back();

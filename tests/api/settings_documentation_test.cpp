@@ -35,8 +35,7 @@ std::vector<DocumentedSetting> DocumentedSettings() {
     for (std::string line; std::getline(file, line);) {
         const std::vector<std::string> cells = Split(line, '|');
         if (cells.size() != 7 || cells[1].find_first_of("0123456789") == std::string::npos) continue;
-        DocumentedSetting setting{
-            std::stoi(cells[1]), Trimmed(cells[2]), Trimmed(cells[3] + Trimmed(cells[4])), {}};
+        DocumentedSetting setting{std::stoi(cells[1]), Trimmed(cells[2]), Trimmed(cells[3] + Trimmed(cells[4])), {}};
         for (const std::string& call : Split(ReplaceAll(cells[5], "`", " "), ',')) {
             if (!Trimmed(call).empty()) setting.calls.push_back(Trimmed(call));
         }
@@ -74,9 +73,8 @@ TEST(SettingsDocumentationTest, TableAndCatalogueAgree) {
         const DocumentedSetting& setting = documented[i];
         EXPECT_EQ(catalogue[i].id, setting.id);
         EXPECT_EQ(catalogue[i].form, forms.at(setting.form)) << setting.id;
-        EXPECT_EQ(
-            Hex(std::string(1, static_cast<char>(catalogue[i].opcode)).append(catalogue[i].NumberBytes())),
-            setting.command)
+        EXPECT_EQ(Hex(std::string(1, static_cast<char>(catalogue[i].opcode)).append(catalogue[i].NumberBytes())),
+                  setting.command)
             << setting.id;
     }
 }
@@ -98,8 +96,8 @@ TEST(SettingsDocumentationTest, CallsSendTheSettingsTheyAreListedWith) {
     for (const auto& [name, command] : commands) {
         if (listed.count(name) == 0) unlisted.insert(name);
     }
-    EXPECT_EQ(unlisted, (std::set<std::string>{"setGATTMode", "setHIDAutoStorageMode", "setHIDStorageMode",
-                                               "setMicroQRCode"}));
+    EXPECT_EQ(unlisted,
+              (std::set<std::string>{"setGATTMode", "setHIDAutoStorageMode", "setHIDStorageMode", "setMicroQRCode"}));
 }
 
 }  // namespace

@@ -103,8 +103,7 @@ TEST_F(SettingsTest, NumbersAndTheirLimits) {
             EXPECT_EQ(m_Link.TakeCommand(), expected);
         }
         for (const int32_t value : sample.refused) {
-            EXPECT_EQ(sample.call(m_Handle, value), ResultBadArgument)
-                << sample.sent[0].second << ": " << value;
+            EXPECT_EQ(sample.call(m_Handle, value), ResultBadArgument) << sample.sent[0].second << ": " << value;
             EXPECT_EQ(m_Link.TakeCommand(), "nothing") << value;
         }
     }
@@ -183,9 +182,7 @@ TEST_F(SettingsTest, WithoutALinkThreeCallsGive0AndTheOthersTellIt) {
     }
     for (const NumberSetting& setting : NumberSettings()) {
         const bool tells = setting.call != setRS232BaudRate;
-        const int32_t accepted = setting.call == setDecodeTimeOut ? 500
-                                 : setting.call == setScanMulti   ? 2
-                                                                  : 1;
+        const int32_t accepted = setting.call == setDecodeTimeOut ? 500 : setting.call == setScanMulti ? 2 : 1;
         const int32_t value = setting.call == setControlCharacterOutput ? 0 : accepted;
         EXPECT_EQ(setting.call(m_Handle, value), tells ? ResultNoExist : ResultSuccess) << setting.name;
     }
@@ -197,9 +194,8 @@ TEST_F(SettingsTest, WithoutALinkThreeCallsGive0AndTheOthersTellIt) {
 
 // Length and checksum as a scanner checks them.
 bool IsWhole(const std::string& wire) {
-    const auto sum = std::accumulate(wire.begin(), wire.end(), 0u, [](unsigned total, char byte) {
-        return total + static_cast<uint8_t>(byte);
-    });
+    const auto sum = std::accumulate(wire.begin(), wire.end(), 0u,
+                                     [](unsigned total, char byte) { return total + static_cast<uint8_t>(byte); });
     return wire.size() == static_cast<uint8_t>(wire[0]) + 2u && (sum & 0xFF) == 0xFF;
 }
 

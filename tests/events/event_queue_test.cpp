@@ -24,8 +24,7 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     std::string data = "untouched";
     record.SetStatusUpdate(2001);
     EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetData(number, data); }), "Invalid Data Event");
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }),
-              "Invalid DirectIO Event");
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }), "Invalid DirectIO Event");
     EXPECT_EQ(number, 7u);
     EXPECT_EQ(data, "untouched");
     record.GetStatusUpdate(number);
@@ -35,8 +34,7 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     record.GetDirectIO(number, data);
     EXPECT_EQ(number, 3u);
     EXPECT_EQ(data, std::string("a\0b", 3));
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetStatusUpdate(number); }),
-              "Invalid StatusUpdate Event");
+    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetStatusUpdate(number); }), "Invalid StatusUpdate Event");
 }
 
 TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {

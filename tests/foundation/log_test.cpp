@@ -103,8 +103,7 @@ TEST(Log, KeepsWhatRanksAtTheThresholdOrAbove) {
     const struct {
         int32_t threshold;
         std::string kept;
-    } kRows[] = {
-        {LLAll, "12345678"}, {LLWarnings, "2345678"}, {LLTraceIn, "678"}, {LLInfo, "8"}, {LLOFF, ""}};
+    } kRows[] = {{LLAll, "12345678"}, {LLWarnings, "2345678"}, {LLTraceIn, "678"}, {LLInfo, "8"}, {LLOFF, ""}};
     for (const auto& row : kRows) {
         WatchedLog log;
         log.SetLevel(row.threshold);
@@ -168,18 +167,18 @@ TEST(Log, WrappersJoinFormatAndValue) {
     LogInfo("    | Char: ", '\0');
     LogInfo("    | Hex: ", HexOf{"\x01\xff"});
     LogDebug("    | Ascii: %s", AsciiOf{"a\r"});
-    EXPECT_EQ(log.Take(), (Lines{"LLDebug\t\t:plain %d", "LLWarnings\t:w 1", "LLError\t\t:e text!",
-                                 "LLCritical\t:Error: -5", "LLInfo\t\t:    | ResultCode: 101",
-                                 "LLInfo\t\t:    | 100% sure: 7", "LLInfo\t\t:    | Char: \0"s,
-                                 "LLInfo\t\t:    | Hex: 01 FF", "LLDebug\t\t:    | Ascii: a<CR>"}));
+    EXPECT_EQ(log.Take(),
+              (Lines{"LLDebug\t\t:plain %d", "LLWarnings\t:w 1", "LLError\t\t:e text!", "LLCritical\t:Error: -5",
+                     "LLInfo\t\t:    | ResultCode: 101", "LLInfo\t\t:    | 100% sure: 7", "LLInfo\t\t:    | Char: \0"s,
+                     "LLInfo\t\t:    | Hex: 01 FF", "LLDebug\t\t:    | Ascii: a<CR>"}));
     try {
         LogTrace trace("CScanner::Open");
         throw std::runtime_error("left by an exception");
     } catch (const std::runtime_error&) {
         LogDebug("caught");
     }
-    EXPECT_EQ(log.Take(), (Lines{"LLTraceIn\t\t:>>> CScanner::Open", "LLTraceOut\t:<<< CScanner::Open",
-                                 "LLDebug\t\t:caught"}));
+    EXPECT_EQ(log.Take(),
+              (Lines{"LLTraceIn\t\t:>>> CScanner::Open", "LLTraceOut\t:<<< CScanner::Open", "LLDebug\t\t:caught"}));
 }
 
 }  // namespace

@@ -51,9 +51,8 @@ TEST(ParameterList, LogsAndSkipsWhatIsNoPair) {
     list.Parse("");
     EXPECT_TRUE(log.Take().empty());
     list.Parse("a=1,,B=C=D,word,b=2,");
-    const std::vector<std::string> errors = {
-        "LLError\t\t:error parameter : ", "LLError\t\t:error parameter : b=c=d",
-        "LLError\t\t:error parameter : word", "LLError\t\t:error parameter : "};
+    const std::vector<std::string> errors = {"LLError\t\t:error parameter : ", "LLError\t\t:error parameter : b=c=d",
+                                             "LLError\t\t:error parameter : word", "LLError\t\t:error parameter : "};
     EXPECT_EQ(log.Take(), errors);
     EXPECT_EQ(list.GetString("a", "-") + list.GetString("b", "-"), "12");
 }

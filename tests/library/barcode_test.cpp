@@ -53,8 +53,7 @@ TEST_P(BarcodeTest, TheCacheKeepsBarcodesWithTheirTypes) {
         uint8_t sent;
         int32_t received;
     } types[] = {{28, 28}, {183, 183}, {0, 0}, {42, 0}, {255, 0}};  // unknown ones arrive as 0
-    for (const auto& row : types)
-        ScanAndWait(*m_Scanner, m_Handle, row.sent, "type " + std::to_string(row.sent));
+    for (const auto& row : types) ScanAndWait(*m_Scanner, m_Handle, row.sent, "type " + std::to_string(row.sent));
     // Without a pointer for the type, the barcode's type goes with it all the same.
     uint8_t buffer[16] = {};
     int32_t length = 0;
@@ -81,8 +80,7 @@ TEST_P(BarcodeTest, BareTextIsABarcodeOfTypeZero) {
 
 TEST_P(BarcodeTest, DamagedOnesNeverHurtTheNext) {
     for (const tools::Fault fault : {tools::Fault::Checksum, tools::Fault::Length, tools::Fault::Truncate}) {
-        if (fault == tools::Fault::Checksum && GetParam() == ScannerLink::Usb)
-            continue;  // scan blocks have none
+        if (fault == tools::Fault::Checksum && GetParam() == ScannerLink::Usb) continue;  // scan blocks have none
         m_Scanner->SetFault(fault);
         m_Scanner->Scan(11, "4006381333931");
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -124,8 +122,7 @@ int64_t MedianWakeMicroseconds(VirtualScanner& scanner, const Handle& handle, in
         clock_gettime(CLOCK_MONOTONIC, &sent);
         scanner.Scan(11, "4006381333931");
         waiting.join();
-        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 +
-                        (received.tv_nsec - sent.tv_nsec) / 1000);
+        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 + (received.tv_nsec - sent.tv_nsec) / 1000);
     }
     std::nth_element(times.begin(), times.begin() + 10, times.end());
     return times[10];

@@ -28,9 +28,8 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
         std::vector<uint8_t> buffer(static_cast<size_t>(replySize));
         int32_t length = 0;
         reply.type = 0;
-        reply.result =
-            directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
-                     static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
+        reply.result = directIO(m_Handle, reinterpret_cast<const uint8_t*>(bytes.data()),
+                                static_cast<int32_t>(bytes.size()), buffer.data(), replySize, &length, timeoutMs);
         reply.text.assign(buffer.begin(), buffer.begin() + length);
         return reply;
     }
@@ -51,8 +50,7 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
     std::unique_ptr<VirtualScanner> m_Scanner;
     Handle m_Handle;
 };
-INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
-                         LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
 
 TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
     EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);

@@ -68,8 +68,7 @@ int LibraryTest::Port() {
     return 100 + static_cast<int>(getpid() % 29);
 }
 
-std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port,
-                                                        const std::string& serialNumber) {
+std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port, const std::string& serialNumber) {
     tools::ScannerOptions options;
     options.link = link;
     options.port = "COM" + std::to_string(port);
@@ -92,8 +91,7 @@ std::string LibraryTest::ConnectionOf(ScannerLink link) {
 void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text) {
     const int32_t before = handle.CacheCount();
     scanner.Scan(codeType, text);
-    EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > before; }))
-        << "not received: " << ToAsciiText(text);
+    EXPECT_TRUE(Eventually([&] { return handle.CacheCount() > before; })) << "not received: " << ToAsciiText(text);
 }
 
 bool Eventually(const std::function<bool()>& condition, int timeoutMs) {
@@ -106,8 +104,7 @@ bool Eventually(const std::function<bool()>& condition, int timeoutMs) {
 }
 
 int64_t MonotonicMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 

@@ -33,8 +33,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
         const std::string text = "back again " + std::to_string(++number);
         const auto arrives = [&] {
             m_Scanner->Scan(11, text);
-            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess;
-                 barcode = handle.Take(0)) {
+            for (Barcode barcode = handle.Take(100); barcode.result == ResultSuccess; barcode = handle.Take(0)) {
                 if (barcode.text == text) return true;
             }
             return false;
@@ -47,8 +46,8 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
     const std::string m_Connection = ConnectionOf(GetParam());
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
-INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
+                         LinkName);
 
 TEST_P(ReconnectTest, AScannerComesBackByItself) {
     Handle handle;

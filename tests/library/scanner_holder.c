@@ -1,12 +1,13 @@
 /*
  * Holds a scanner until it is told to end: a second process for the tests.
  *   scanner_holder <connection string> [leave]
- * Prints the result of the opening as a line, then waits for the end of its standard input. With "leave" it then returns
- * from main with the scanner open; else it closes it first.
+ * Prints the result of the opening as a line, then waits for the end of its standard input. With "leave" it
+ * then returns from main with the scanner open; else it closes it first.
  */
-#include <quillet/quillet.h>
 #include <stdio.h>
 #include <string.h>
+
+#include <quillet/quillet.h>
 
 int main(int argc, char** argv) {
     ScannerHandle scanner = createScanner();

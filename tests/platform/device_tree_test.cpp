@@ -26,8 +26,7 @@ class DeviceTreeTest : public testing::Test {
 
     void AddTty(const std::string& name, const std::string& folder, const std::string& type = "") {
         m_Tree.Write("sys/devices/" + folder + "/tty/" + name + "/type", type);
-        m_Tree.Link("sys/devices/" + folder + "/tty/" + name + "/device",
-                    m_Tree.Path("sys/devices/" + folder));
+        m_Tree.Link("sys/devices/" + folder + "/tty/" + name + "/device", m_Tree.Path("sys/devices/" + folder));
         m_Tree.Link("sys/class/tty/" + name, "../../devices/" + folder + "/tty/" + name);
     }
 
@@ -44,12 +43,10 @@ class DeviceTreeTest : public testing::Test {
         }
     }
 
-    void AddHidraw(const std::string& name, const std::string& id, const std::string& phys,
-                   const std::string& uniq) {
+    void AddHidraw(const std::string& name, const std::string& id, const std::string& phys, const std::string& uniq) {
         const std::string device = "sys/devices/usb1/1-3/1-3:1.0/" + name + "-device";
-        m_Tree.Write(device + "/uevent", "DRIVER=hid-generic\nHID_ID=" + id +
-                                             "\nHID_NAME=Maker Scanner\nHID_PHYS=" + phys +
-                                             "\nHID_UNIQ=" + uniq + "\nMODALIAS=hid:b0003\n");
+        m_Tree.Write(device + "/uevent", "DRIVER=hid-generic\nHID_ID=" + id + "\nHID_NAME=Maker Scanner\nHID_PHYS=" +
+                                             phys + "\nHID_UNIQ=" + uniq + "\nMODALIAS=hid:b0003\n");
         m_Tree.Link("sys/class/hidraw/" + name + "/device", m_Tree.Path(device));
     }
 
@@ -83,8 +80,7 @@ class DeviceTreeTest : public testing::Test {
     }
 
     static std::string Texts(DeviceSet& set) {
-        return set.ReadProperty(DeviceProperty::Description) + "/" +
-               set.ReadProperty(DeviceProperty::Manufacturer);
+        return set.ReadProperty(DeviceProperty::Description) + "/" + set.ReadProperty(DeviceProperty::Manufacturer);
     }
 
     // Safe whatever the umask of the test.
@@ -104,8 +100,7 @@ class DeviceTreeTest : public testing::Test {
 TEST_F(DeviceTreeTest, EmptyMachine) {
     EXPECT_THAT(Ports(), IsEmpty());
     EXPECT_THAT(Hids(), IsEmpty());
-    for (const auto other :
-         {DeviceClass::Modem, DeviceClass::ComPortInterface, DeviceClass::ModemInterface}) {
+    for (const auto other : {DeviceClass::Modem, DeviceClass::ComPortInterface, DeviceClass::ModemInterface}) {
         const auto set = LinuxDeviceTree(m_Roots).OpenSet(other);
         ASSERT_NE(set, nullptr);
         EXPECT_FALSE(set->SelectDevice(0));
@@ -120,8 +115,7 @@ TEST_F(DeviceTreeTest, KernelPortsInOrderOfTheirNumbers) {
     AddTty("ttyS10", "pnp0/00:05", "4\n");
     AddTty("ttyS2", "pnp0/00:04", "4\n");
     AddTty("ttyS3", "platform/serial8250", "0\n");
-    for (const char* other :
-         {"ttyS32", "ttyS", "ttyS02", "ttyS1x", "ttyACM99999999999", "tty7", "console", "ptmx"}) {
+    for (const char* other : {"ttyS32", "ttyS", "ttyS02", "ttyS1x", "ttyACM99999999999", "tty7", "console", "ptmx"}) {
         AddTty(other, "virtual", "4\n");
     }
     EXPECT_THAT(Ports(), ElementsAre("COM3 ACPI\\PNP0501\\3  /", "COM11 ACPI\\PNP0501\\11  /",
@@ -136,10 +130,9 @@ TEST_F(DeviceTreeTest, KernelHidDevices) {
     AddHidraw("hidraw3", "0003:00000001:00000002", "", "");
     AddHidraw("hidraw4", "nonsense", "usb-9", "");
     const std::string node = m_Tree.Path("dev/hidraw3");
-    EXPECT_THAT(Hids(),
-                ElementsAre("hid:aa:bb HID\\VID_18D1&PID_010B\\aa:bb Maker Scanner/Maker",
-                            node + " HID\\VID_0001&PID_0002\\hidraw3 Maker Scanner/Maker",
-                            "hid:usb-0000:00:14.0-3/input0 HID\\VID_18D1&PID_010B\\SN7 Maker Scanner/Maker"));
+    EXPECT_THAT(Hids(), ElementsAre("hid:aa:bb HID\\VID_18D1&PID_010B\\aa:bb Maker Scanner/Maker",
+                                    node + " HID\\VID_0001&PID_0002\\hidraw3 Maker Scanner/Maker",
+                                    "hid:usb-0000:00:14.0-3/input0 HID\\VID_18D1&PID_010B\\SN7 Maker Scanner/Maker"));
     EXPECT_EQ(FileOf("hid:usb-0000:00:14.0-3/input0"), m_Tree.Path("dev/hidraw10"));
     EXPECT_EQ(FileOf("hid:aa:bb"), m_Tree.Path("dev/hidraw2"));
     EXPECT_EQ(FileOf("hid:gone"), "");
@@ -152,14 +145,12 @@ TEST_F(DeviceTreeTest, RegisteredDevicesComeFirstInByteOrderAndHideKernelPorts) 
     AddHidraw("hidraw0", "0003:000018D1:0000010B", "usb-1", "");
     Register("user", "a.device", "class=serial\nport=COM98\npath=/dev/pts/98\n");
     Register("run", "b.device", "class=serial\nport=COM1\npath=/dev/pts/1");
-    Register(
-        "run", "a\xFF.device",
-        "# comment\n\nclass=serial\nport=COM97\npath=/dev/pts/97\ninstance=USB\\VID_18D1&PID_0009\\x=y\n"
-        "parent=USB\\ROOT_HUB\\1\ndescription=A scanner\nmanufacturer=M\ncolour=red\n#port=COM5\nnonsense\n");
+    Register("run", "a\xFF.device",
+             "# comment\n\nclass=serial\nport=COM97\npath=/dev/pts/97\ninstance=USB\\VID_18D1&PID_0009\\x=y\n"
+             "parent=USB\\ROOT_HUB\\1\ndescription=A scanner\nmanufacturer=M\ncolour=red\n#port=COM5\nnonsense\n");
     Register("run", "C.device", "class=hid\npath=/run/scanner\ndescription=H\n");
-    EXPECT_THAT(Ports(),
-                ElementsAre("COM97 USB\\VID_18D1&PID_0009\\x=y USB\\ROOT_HUB\\1 A scanner/M",
-                            "COM1 ROOT\\PORTS\\b  /", "COM98 ROOT\\PORTS\\a  /", "COM2 ACPI\\PNP0501\\2  /"));
+    EXPECT_THAT(Ports(), ElementsAre("COM97 USB\\VID_18D1&PID_0009\\x=y USB\\ROOT_HUB\\1 A scanner/M",
+                                     "COM1 ROOT\\PORTS\\b  /", "COM98 ROOT\\PORTS\\a  /", "COM2 ACPI\\PNP0501\\2  /"));
     const std::string registered = "registered:" + m_Tree.Path("run/devices/C.device");
     EXPECT_THAT(Hids(), ElementsAre(registered + " ROOT\\HID\\C H/",
                                     "hid:usb-1 HID\\VID_18D1&PID_010B\\hidraw0 Maker Scanner/"));

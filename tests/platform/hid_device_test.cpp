@@ -70,8 +70,7 @@ class HidDevice : public testing::Test {
     const std::string m_Path = m_Tree.Path("scanner");
     UniqueFd m_Listener;
     UniqueFd m_Scanner;
-    LinuxDeviceAccess m_Access{
-        LinuxRoots{m_Tree.Path("sys"), m_Tree.Path("dev"), {m_Tree.Path("run/devices")}}};
+    LinuxDeviceAccess m_Access{LinuxRoots{m_Tree.Path("sys"), m_Tree.Path("dev"), {m_Tree.Path("run/devices")}}};
     StopSignal m_Stop;
     std::unique_ptr<DeviceFile> m_Device;
     std::unique_ptr<DeviceReader> m_Reader;
@@ -176,8 +175,7 @@ TEST_F(HidDevice, PathsStandForTheDeviceFromPlugToPlug) {
     Plug("registered:" + file);
 
     m_Listener = UniqueFd();
-    EXPECT_EQ(m_Access.Open("registered:" + file, Sharing::Shared).error,
-              static_cast<uint32_t>(ECONNREFUSED));
+    EXPECT_EQ(m_Access.Open("registered:" + file, Sharing::Shared).error, static_cast<uint32_t>(ECONNREFUSED));
     EXPECT_EQ(m_Access.Open("", Sharing::Shared).error, static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(m_Access.Open(m_Tree.Write("plain", ""), Sharing::Shared).error, static_cast<uint32_t>(ENOTTY));
 }
@@ -191,9 +189,9 @@ TEST(HidReport, ZeroStandsInFrontWhereReportsHaveNoId) {
     for (const size_t size : {size_t{64}, size_t{2}}) {
         ASSERT_GT(send(scanner.Get(), bytes.data(), size, 0), 0);
         std::string block(64, '\x55');
-        ASSERT_EQ(ReadReport(device.Get(), HidFile::Kind::Unnumbered,
-                             reinterpret_cast<uint8_t*>(block.data()), block.size()),
-                  64);
+        ASSERT_EQ(
+            ReadReport(device.Get(), HidFile::Kind::Unnumbered, reinterpret_cast<uint8_t*>(block.data()), block.size()),
+            64);
         std::string expected = std::string(1, '\0') + bytes.substr(0, std::min<size_t>(size, 63));
         expected.resize(64, '\0');
         EXPECT_EQ(block, expected);

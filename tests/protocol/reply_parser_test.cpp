@@ -42,8 +42,7 @@ void ExpectUntouched(const ReplyPacket& reply) {
 // What the parser makes of a frame: status, first parameter and the others.
 std::string Told(const ReplyPacket& reply) {
     return ToHexText({reinterpret_cast<const char*>(&reply.status), 1}) + "/" +
-           ToHexText({reinterpret_cast<const char*>(&reply.firstParameter), 1}) + "/" +
-           ToHexText(reply.parameters);
+           ToHexText({reinterpret_cast<const char*>(&reply.firstParameter), 1}) + "/" + ToHexText(reply.parameters);
 }
 
 TEST(SerialParser, TakesOneFramePerCallAtEverySplitPoint) {
@@ -114,8 +113,8 @@ TEST(UsbParser, WaitsForAWholeBlock) {
 }
 
 TEST(UsbParser, TakesPacketsAndScansBlockByBlock) {
-    std::string buffer = Block(4, kAccepted) + Block(3, kAccepted) + ScanBlock(56, 28, 1) +
-                         ScanBlock(0, 28, 0) + Block(4, kBarcode) + "rest";
+    std::string buffer = Block(4, kAccepted) + Block(3, kAccepted) + ScanBlock(56, 28, 1) + ScanBlock(0, 28, 0) +
+                         Block(4, kBarcode) + "rest";
     Lines told;
     while (buffer.size() >= 64) {
         ReplyPacket reply;
@@ -125,8 +124,8 @@ TEST(UsbParser, TakesPacketsAndScansBlockByBlock) {
         told.push_back(NumToHexText(uint64_t{reply.opcode}) + " " + Told(reply));
     }
     EXPECT_EQ(buffer, "rest");
-    EXPECT_EQ(told, (Lines{"40 80/0B/01", "00 82/00/", "ee 1C/00/" + ToHexText(std::string(56, 'x')),
-                           "ee 1C/FF/", "ee 03/FF/31 32 33 34 35"}));
+    EXPECT_EQ(told, (Lines{"40 80/0B/01", "00 82/00/", "ee 1C/00/" + ToHexText(std::string(56, 'x')), "ee 1C/FF/",
+                           "ee 03/FF/31 32 33 34 35"}));
 }
 
 TEST(UsbParser, WarnsOfBadBlocksAndDropsThoseOfWrongChecksum) {

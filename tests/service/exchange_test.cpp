@@ -124,8 +124,7 @@ TEST(StatisticsTextTest, PiecesOfTheReplyReplaceTheDefaults) {
                                        {"1215551234", "yyyy-mm-dd"},
                                        {"1215001234", "yyyy-mm-dd"},
                                        {"121532123", "yyyy-mm-dd"}}) {
-        EXPECT_EQ(ReadEquipmentInfo(LinkSerial, std::string(",,,,") + serial + ",,").manufactureDate, date)
-            << serial;
+        EXPECT_EQ(ReadEquipmentInfo(LinkSerial, std::string(",,,,") + serial + ",,").manufactureDate, date) << serial;
     }
     const std::string all = WriteStatistics(EquipmentInfo(), SelectStatistics(""));
     EXPECT_NE(all.find("</Parameter><ManufacturerSpecific></ManufacturerSpecific></Event><Equipment>"),

@@ -71,9 +71,7 @@ class TestScanner : public CScanner {
 class ServiceTest : public ::testing::Test {
   protected:
     static uint32_t Port() { return 1 + static_cast<uint32_t>(getpid() % 90); }
-    static std::string Connection() {
-        return "protocol=virtual serial port,serialport=" + std::to_string(Port());
-    }
+    static std::string Connection() { return "protocol=virtual serial port,serialport=" + std::to_string(Port()); }
     void OpenSerial() {
         m_Tree.Plug(VirtualPortDevice(Port()));
         Device();

@@ -139,8 +139,7 @@ class FakeReader : public platform::DeviceReader {
         if (m_Device.Dead(m_Plugs)) return {platform::IoState::Failed, 0, kFakeGone, true};
         if (m_Device.m_Reads.empty()) return {platform::IoState::Pending};
         const FakeRead& next = m_Device.m_Reads.front();
-        const bool atOnce =
-            next.kind == FakeRead::Kind::DoneAtOnce || next.kind == FakeRead::Kind::FailedAtOnce;
+        const bool atOnce = next.kind == FakeRead::Kind::DoneAtOnce || next.kind == FakeRead::Kind::FailedAtOnce;
         if (!atOnce) return {platform::IoState::Pending};
         const FakeRead read = TakeNext();
         if (read.kind == FakeRead::Kind::FailedAtOnce) return {platform::IoState::Failed, 0, read.error};
@@ -152,8 +151,7 @@ class FakeReader : public platform::DeviceReader {
             std::lock_guard lock(m_Device.m_Mutex);
             if (m_Device.Dead(m_Plugs)) return platform::ReadWait::Finished;
             if (m_Device.m_Reads.empty()) continue;
-            if (m_Device.m_Reads.front().kind != FakeRead::Kind::WaitFailed)
-                return platform::ReadWait::Finished;
+            if (m_Device.m_Reads.front().kind != FakeRead::Kind::WaitFailed) return platform::ReadWait::Finished;
             m_Error = TakeNext().error;
             return platform::ReadWait::Failed;
         }

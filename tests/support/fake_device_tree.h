@@ -108,8 +108,7 @@ class FakeDeviceTree : public platform::DeviceTree {
                                                        : platform::KeyValue{};
         }
         std::string ReadProperty(platform::DeviceProperty property) override {
-            return property == platform::DeviceProperty::Description ? device->description
-                                                                     : device->manufacturer;
+            return property == platform::DeviceProperty::Description ? device->description : device->manufacturer;
         }
         std::string DeviceId() override { return device->id; }
         std::string ParentId() override { return device->parentId; }

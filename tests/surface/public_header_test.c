@@ -1,7 +1,8 @@
 /* The public header and a handful of its calls from plain C, without any scanner. */
-#include <quillet/quillet.h>
 #include <stdio.h>
 #include <string.h>
+
+#include <quillet/quillet.h>
 
 static int failures = 0;
 

@@ -60,8 +60,7 @@ TEST_F(ConsoleTest, WrongLinesAreTold) {
           "plain \\",   "fault",    "fault crc", "delay",       "delay 1s",  "delay 99999999", "silent",
           "silent yes", "refuse 1", "pieces -1", "interrupt x", "plug now",  "quit now",       "  scan"}) {
         const std::string answer = Run(line);
-        EXPECT_TRUE(answer.starts_with("error ") && answer.find('\n') == answer.size() - 1)
-            << line << ": " << answer;
+        EXPECT_TRUE(answer.starts_with("error ") && answer.find('\n') == answer.size() - 1) << line << ": " << answer;
         EXPECT_TRUE(m_GoesOn);
     }
     EXPECT_EQ(Run(""), "");

@@ -78,8 +78,8 @@ TEST(Settings, NumberAndValueAreToldApart) {
         std::string parameters;
         size_t numberSize;
     } const rows[] = {
-        {0x41, "\x02"s, 0},  // value alone
-        {0x40, "\x02"s, 0},  // composite codes: value alone, among opcodes with numbers
+        {0x41, "\x02"s, 0},                                  // value alone
+        {0x40, "\x02"s, 0},                                  // composite codes: value alone, among opcodes with numbers
         {0x40, "\x0B\x01"s, 1},     {0x40, "\x29\x01"s, 1},  // no row of its own
         {0x40, "\x04\x40"s, 1},      // EAN-8 with a value that looks like a second byte of a number
         {0x40, "\x04\x40\x01"s, 2},  // format of ISBN

@@ -17,8 +17,7 @@ struct PrivateDirectory {
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
 
-    const std::string path =
-        ::testing::TempDir() + "quillet-scanner-test-" + std::to_string(std::random_device{}());
+    const std::string path = ::testing::TempDir() + "quillet-scanner-test-" + std::to_string(std::random_device{}());
 };
 
 }  // namespace quillet::tools

@@ -28,10 +28,9 @@ class Host {
   public:
     Host(const VirtualScanner& scanner)
         : m_Usb(scanner.Options().link == ScannerLink::Usb),
-          m_File(
-              platform::SystemDeviceAccess()
-                  .Open(scanner.HostPath(), m_Usb ? platform::Sharing::Shared : platform::Sharing::Exclusive)
-                  .file) {
+          m_File(platform::SystemDeviceAccess()
+                     .Open(scanner.HostPath(), m_Usb ? platform::Sharing::Shared : platform::Sharing::Exclusive)
+                     .file) {
         if (!m_File) throw std::runtime_error("the scanner can't be opened");
         if (!m_Usb) m_File->SetSerialTimeouts({25});
         m_Reader = m_File->NewReader();
@@ -85,8 +84,7 @@ class Host {
     std::string ReadAnswer(uint8_t opcode) {
         const ReplyPacket reply = ReadReply();
         EXPECT_EQ(reply.opcode, opcode);
-        return std::string{static_cast<char>(reply.status), static_cast<char>(reply.firstParameter)} +
-               reply.parameters;
+        return std::string{static_cast<char>(reply.status), static_cast<char>(reply.firstParameter)} + reply.parameters;
     }
 
   private:

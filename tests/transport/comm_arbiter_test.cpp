@@ -39,9 +39,9 @@ TEST(CommArbiter, MakesKeys) {
     const int32_t cases[][4] = {{3, 1, 7, 7},   {3, 2, 7, 7},   {4, 1, 200, 200}, {3, 3, 7, 131},
                                 {0, 3, 0, 128}, {3, 0, 0, 131}, {4, 3, 0, 255},   {9, 4, 0, 255}};
     for (const auto& row : cases) {
-        EXPECT_EQ(MakeDeviceKey(static_cast<uint32_t>(row[0]), static_cast<uint32_t>(row[1]),
-                                static_cast<uint32_t>(row[2])),
-                  row[3]);
+        EXPECT_EQ(
+            MakeDeviceKey(static_cast<uint32_t>(row[0]), static_cast<uint32_t>(row[1]), static_cast<uint32_t>(row[2])),
+            row[3]);
     }
 }
 
@@ -119,9 +119,7 @@ TEST(CommArbiter, SaysWhatItDoesNotFind) {
     } cases[] = {
         {":No Find ComDevice...  ", [&](uint32_t port) { bench.Remove(LinkSerial, port); }},
         {":No Find ComDevice...  WriteData Failed!",
-         [&](uint32_t port) {
-             EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet), 109);
-         }},
+         [&](uint32_t port) { EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet), 109); }},
         {":No Find ComDevice...  WriteData Failed!",
          [&](uint32_t port) { EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, bytes), 0); }},
         {":Warning: No Find ComDevice...",
@@ -164,8 +162,7 @@ TEST(CommArbiter, WritesBlocksOverUsbAndBytesOverSerial) {
     std::string tooLong(63, 'b');
     EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, tooLong), 0);
     EXPECT_EQ(usb.Writes().size(), 1u);
-    EXPECT_TRUE(
-        HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
+    EXPECT_TRUE(HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
 
     serial.EndWrites(platform::WriteResult::Outcome::FailedPending, 5);
     EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes), 0);

@@ -81,8 +81,7 @@ struct LinkBench {
                                         DataCallback callback = &Recorder::OnData) {
         return std::make_unique<CSerialComm>(DeviceUsb, LinkSerial, port, Parsed(params), &owner, callback);
     }
-    std::unique_ptr<CIbmUsbComm> Usb(uint32_t deviceType = DeviceUsb,
-                                     DataCallback callback = &Recorder::OnData) {
+    std::unique_ptr<CIbmUsbComm> Usb(uint32_t deviceType = DeviceUsb, DataCallback callback = &Recorder::OnData) {
         return std::make_unique<CIbmUsbComm>(deviceType, 131, "", ParameterList(), &owner, callback);
     }
 

@@ -44,8 +44,8 @@ TEST(SerialLink, SendsItsSettingsToThePort) {
         EXPECT_EQ(after.byteSize, row.byteSize);
         EXPECT_EQ(after.parity, row.parity);
         EXPECT_EQ(after.stopBits, row.stopBits);
-        EXPECT_FALSE(after.softwareFlowOut || after.softwareFlowIn || after.discardNulls ||
-                     after.dsrSensitivity || after.ctsOutputFlow || after.dsrOutputFlow);
+        EXPECT_FALSE(after.softwareFlowOut || after.softwareFlowIn || after.discardNulls || after.dsrSensitivity ||
+                     after.ctsOutputFlow || after.dsrOutputFlow);
         EXPECT_EQ(after.dtrControl + after.rtsControl, 0);
         EXPECT_EQ(device.Timeouts().readIntervalMs, 25u);
         EXPECT_EQ(device.OpenedAs(), platform::Sharing::Exclusive);
@@ -60,11 +60,10 @@ TEST(SerialLink, LogsItsSettingsToTheTab) {
     test::LogReader log;
     link->EnableDevice();
     const Lines lines = log.Take();
-    for (const char* line :
-         {"TargetName: \\\\.\\COM3", "================= Serial Cfg\t=================\t\t",
-          "BaudRate\t\t\t9600", "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5", "fOutxCtsFlow     0",
-          "fOutxDsrFlow     0", "fRtsControl      DISABLE", "fDtrControl      DISABLE",
-          "================= Serial Cfg\tEnd =================\t\t"}) {
+    for (const char* line : {"TargetName: \\\\.\\COM3", "================= Serial Cfg\t=================\t\t",
+                             "BaudRate\t\t\t9600", "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5",
+                             "fOutxCtsFlow     0", "fOutxDsrFlow     0", "fRtsControl      DISABLE",
+                             "fDtrControl      DISABLE", "================= Serial Cfg\tEnd =================\t\t"}) {
         EXPECT_TRUE(HasLine(lines, std::string("LLInfo\t\t:    | ") + line)) << line;
     }
 }
@@ -136,8 +135,7 @@ TEST(UsbLink, MovesBlocksOf64Bytes) {
     CommandPacket fits(0x40, std::string(57, 'p')), tooLong(0x40, std::string(58, 'p'));
     test::LogReader log;
     link->WritePacket(tooLong);
-    EXPECT_TRUE(
-        HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
+    EXPECT_TRUE(HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
     link->WritePacket(fits);
     ASSERT_EQ(device.Writes().size(), 1u);
     EXPECT_EQ(device.Writes()[0].size(), 64u);

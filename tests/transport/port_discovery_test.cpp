@@ -136,9 +136,8 @@ TEST(PortDiscovery, TakesAPortFromTheFirstClassThatNamesIt) {
 
 TEST(PortDiscovery, WalksHidDevicesAndInterfacesSideBySide) {
     FakeDeviceTree tree;
-    FakeTreeDevice skipped = HidDevice("skipped"), pathless = HidDevice("pathless"),
-                   idless = HidDevice("idless"), sameAgain = HidDevice("one"),
-                   otherIds = HidDevice("one", "VID_1&PID_2");
+    FakeTreeDevice skipped = HidDevice("skipped"), pathless = HidDevice("pathless"), idless = HidDevice("idless"),
+                   sameAgain = HidDevice("one"), otherIds = HidDevice("one", "VID_1&PID_2");
     skipped.interfaceStep = InterfaceStep::Failed;
     pathless.interfacePath.reset();
     idless.interfaceDeviceId.reset();

@@ -133,8 +133,7 @@ TEST(PowerReporting, BringsAScannerBackOnItsOwnThread) {
         }
         ASSERT_TRUE(Eventually([&] { return owner.enabled && !link->IsReadyToReConnect(); }));
         device.Deliver("round " + std::to_string(round));
-        ASSERT_TRUE(Eventually(
-            [&] { return owner.AwaitBlocks(1).back().second == "round " + std::to_string(round); }));
+        ASSERT_TRUE(Eventually([&] { return owner.AwaitBlocks(1).back().second == "round " + std::to_string(round); }));
     }
     EXPECT_EQ(arbiter.FindDevice(DeviceUsb, LinkUsbHid, 0), link);
 

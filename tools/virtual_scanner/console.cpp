@@ -145,8 +145,7 @@ const Console::Command Console::kCommands[] = {
 };
 
 std::string Console::Help() {
-    std::string text =
-        "Commands, one a line on standard input; <data> takes the escapes of C, such as \\x1d:\n";
+    std::string text = "Commands, one a line on standard input; <data> takes the escapes of C, such as \\x1d:\n";
     for (const Command& command : kCommands) {
         std::string usage = std::string(command.name) + " " + std::string(command.arguments);
         usage.resize(std::max<size_t>(usage.size() + 1, 32), ' ');
@@ -202,8 +201,7 @@ void Console::Report(Delivery delivery, const std::string& what) {
 
 void Console::Scan(std::string_view rest) {
     const auto [type, data] = ParseBarcode(rest);
-    Report(m_Scanner.Scan(type, data),
-           "type=" + std::to_string(type) + " length=" + std::to_string(data.size()));
+    Report(m_Scanner.Scan(type, data), "type=" + std::to_string(type) + " length=" + std::to_string(data.size()));
 }
 
 void Console::Plain(std::string_view rest) {
@@ -264,8 +262,7 @@ void Console::SetInterrupt(std::string_view rest) {
 void Console::ListSettings(std::string_view) {
     const auto settings = m_Scanner.Settings();
     for (const auto& [key, value] : settings) {
-        m_Output.Write("setting opcode=" + Hex(key.opcode) + " number=" + Hex(key.number) +
-                       " value=" + Hex(value));
+        m_Output.Write("setting opcode=" + Hex(key.opcode) + " number=" + Hex(key.number) + " value=" + Hex(value));
     }
     m_Output.Write("settings count=" + std::to_string(settings.size()));
 }

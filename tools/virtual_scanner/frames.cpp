@@ -64,8 +64,7 @@ std::string FrameBytes(uint8_t opcode, uint8_t status, std::string_view payload,
     if (fault == Fault::Checksum) checksum = static_cast<uint8_t>(checksum + 1);
     const auto length = static_cast<uint16_t>(reply.length + (fault == Fault::Length ? kHidBlockSize : 0));
     std::string bytes;
-    for (const int byte : {length >> 8, length & 0xFF, +opcode, +kSource, +status})
-        bytes += static_cast<char>(byte);
+    for (const int byte : {length >> 8, length & 0xFF, +opcode, +kSource, +status}) bytes += static_cast<char>(byte);
     bytes += payload;
     bytes += static_cast<char>(checksum);
     return bytes;

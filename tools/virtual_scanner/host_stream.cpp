@@ -32,8 +32,7 @@ HostPacket DecodeWire(std::string_view wire) {
 }
 
 HostPacket DecodeReport(std::string_view report) {
-    if (report.size() != kHidBlockSize || static_cast<uint8_t>(report[0]) != kHidReportId)
-        return NoPacket(report);
+    if (report.size() != kHidBlockSize || static_cast<uint8_t>(report[0]) != kHidReportId) return NoPacket(report);
     const size_t count = static_cast<uint8_t>(report[1]);
     if (count > kMaxHidWireSize || report.find_first_not_of('\0', 2 + count) != std::string_view::npos) {
         return NoPacket(report);

@@ -28,9 +28,8 @@ struct ProgramOptions {
 };
 
 void Describe(CLI::App& app, ProgramOptions& options) {
-    static const std::map<std::string, ScannerLink> kLinks{{"usb", ScannerLink::Usb},
-                                                           {"virtual-serial", ScannerLink::VirtualSerial},
-                                                           {"serial", ScannerLink::Serial}};
+    static const std::map<std::string, ScannerLink> kLinks{
+        {"usb", ScannerLink::Usb}, {"virtual-serial", ScannerLink::VirtualSerial}, {"serial", ScannerLink::Serial}};
     options.scanner.serialGapMs = kSerialGapMs;
     app.add_option("--link", options.scanner.link, "usb (default), virtual-serial or serial")
         ->transform(CLI::CheckedTransformer(kLinks).description(""))
@@ -66,8 +65,7 @@ int Run(const ProgramOptions& options) {
 
 int main(int argc, char** argv) {
     ProgramOptions options;
-    CLI::App app(
-        "A barcode scanner without hardware: applications on this machine find it among their devices.");
+    CLI::App app("A barcode scanner without hardware: applications on this machine find it among their devices.");
     Describe(app, options);
     try {
         app.parse(argc, argv);

@@ -262,9 +262,8 @@ void VirtualScanner::Answer(Session& session, const HostPacket& packet, const Be
     const uint8_t status = behaviour.refuse ? kStatusRefused : kReplyAccepted;
     const std::string payload = behaviour.refuse ? std::string(1, '\0') : AnswerPayload(packet);
     const std::string frame = FrameBytes(opcode, status, payload, behaviour.fault);
-    const Delivery delivery =
-        Send(session, IsUsb() ? UsbFrame(frame, behaviour.pieceSize, behaviour.fault)
-                              : SerialFrame(frame, behaviour.pieceSize, behaviour.fault));
+    const Delivery delivery = Send(session, IsUsb() ? UsbFrame(frame, behaviour.pieceSize, behaviour.fault)
+                                                    : SerialFrame(frame, behaviour.pieceSize, behaviour.fault));
     if (delivery == Delivery::Sent && m_Observer != nullptr) m_Observer->OnAnswer(frame);
 }
 

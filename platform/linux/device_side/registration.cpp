@@ -47,8 +47,7 @@ void WriteWholeFile(const std::string& path, const std::string& text) {
 bool StillNames(const std::string& path, int file) {
     struct stat byPath {};
     struct stat byFile {};
-    return ::lstat(path.c_str(), &byPath) == 0 && ::fstat(file, &byFile) == 0 &&
-           byPath.st_ino == byFile.st_ino;
+    return ::lstat(path.c_str(), &byPath) == 0 && ::fstat(file, &byFile) == 0 && byPath.st_ino == byFile.st_ino;
 }
 
 }  // namespace
@@ -77,8 +76,7 @@ DeviceRegistration::~DeviceRegistration() {
 
 void DeviceRegistration::TakeName() {
     for (;;) {
-        UniqueFd lock(
-            Checked(::open(m_LockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), m_LockPath));
+        UniqueFd lock(Checked(::open(m_LockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), m_LockPath));
         if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
             throw std::runtime_error(m_DevicePath + ": another running program has this device");
         }

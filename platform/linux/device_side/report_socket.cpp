@@ -141,8 +141,7 @@ DeviceEnd::Sent ReportSocket::SendTo(const Host& host, std::string_view bytes, c
             Drop(host);
             return Sent::NoHost;
         }
-        std::array<pollfd, 2> waits{
-            {{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {host->Get(), POLLOUT, 0}}};
+        std::array<pollfd, 2> waits{{{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {host->Get(), POLLOUT, 0}}};
         if (::poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) return Sent::Failed;
         if (waits[0].revents != 0) return Sent::Stopped;
     }

@@ -28,8 +28,7 @@ class Terminal final : public DeviceEnd {
     std::string m_HostPath;
 };
 
-Terminal::Terminal()
-    : m_Master(Checked(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "posix_openpt")) {
+Terminal::Terminal() : m_Master(Checked(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "posix_openpt")) {
     Checked(::grantpt(m_Master.Get()), "grantpt");
     Checked(::unlockpt(m_Master.Get()), "unlockpt");
     std::array<char, 128> name{};
@@ -50,8 +49,7 @@ void Terminal::OpenSlave() {
 DeviceEnd::Received Terminal::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
     const int timeout = timeoutMs == kNoLimitMs ? -1 : static_cast<int>(timeoutMs);
     for (;;) {
-        std::array<pollfd, 2> waits{
-            {{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLIN, 0}}};
+        std::array<pollfd, 2> waits{{{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLIN, 0}}};
         const int ready = ::poll(waits.data(), waits.size(), timeout);
         if (ready < 0 && errno != EINTR) return Received::Failed;
         if (ready < 0) continue;
@@ -75,8 +73,7 @@ DeviceEnd::Sent Terminal::Send(std::string_view bytes, const StopSignal& stop) {
             continue;
         }
         if (count < 0 && errno != EAGAIN && errno != EINTR) return Sent::Failed;
-        std::array<pollfd, 2> waits{
-            {{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLOUT, 0}}};
+        std::array<pollfd, 2> waits{{{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLOUT, 0}}};
         if (::poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) return Sent::Failed;
         if (waits[0].revents != 0) return Sent::Stopped;
     }

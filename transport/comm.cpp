@@ -240,8 +240,8 @@ int32_t CComm::PowerReportingThread() {
     return 0;
 }
 
-// The thread starts with the device taken as absent and untold. One that goes away before the first pass would never be
-// told of: the second pass that finds it absent, with the link open, tells it.
+// The thread starts with the device taken as absent and untold. One that goes away before the first pass
+// would never be told of: the second pass that finds it absent, with the link open, tells it.
 bool CComm::IsUntoldLoss(bool present) {
     constexpr int kTold = -1;
     if (m_UntoldPasses == kTold) return false;
@@ -254,7 +254,8 @@ bool CComm::IsUntoldLoss(bool present) {
 // A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never
 // come back.
 void CComm::PollPower() noexcept try {
-    // A device that was pulled and is back between two passes is listed all the time, but this link's handle is dead.
+    // A device that was pulled and is back between two passes is listed all the time, but this link's handle
+    // is dead.
     const bool present = !m_LinkDead && IsDevicePresent();
     if (IsUntoldLoss(present)) m_PowerState = PowerUnknown;
     // A write that stalls on a device that is gone holds up every link: it ends here.

@@ -162,7 +162,7 @@ class FakeReader : public platform::DeviceReader {
         const FakeRead read = dead ? FakeRead{FakeRead::Kind::FailedPending, {}, kFakeGone} : TakeNext();
         m_Error = read.error;
         if (read.kind == FakeRead::Kind::FailedPending) return {false, 0, read.error, dead};
-        return {true, CopyOut(read.data)};
+        return {true, CopyOut(read.data), 0};
     }
     uint32_t LastError() const override { return m_Error; }
 

@@ -72,6 +72,34 @@ TEST(PowerReporting, EndsInTheMiddleOfItsPause) {
     EXPECT_EQ(bench.tree.Looks(), before) << "a link at its end started a thread";
 }
 
+TEST(PowerReporting, TellsALossThatNoPassHasSeen) {
+    LinkBench bench;
+    FakeDevice& device = bench.access.Port(3);
+    const auto link = bench.Serial(3);
+    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->EnableDevice();
+    link->StartPowerReporting();  // gone between the opening and the first pass
+    EXPECT_EQ(bench.owner.AwaitStates(1), States{PowerOffOffline});
+
+    bench.tree.Plug(SerialPortDevice(3));
+    EXPECT_EQ(bench.owner.AwaitStates(2).back(), PowerOnline);
+    device.Unplug();  // and back between two passes: only the read has noticed
+    device.Plug();
+    EXPECT_EQ(bench.owner.AwaitStates(3).back(), PowerOffOffline);
+    link->SetReadyToReConnect(true);
+    link->Reset();
+    link->SetReadyToReConnect(false);
+    EXPECT_TRUE(Eventually([&] { return bench.owner.AwaitStates(0).back() == PowerOnline; }));
+    const size_t reports = bench.owner.AwaitStates(0).size();
+
+    device.Read({test::FakeRead::Kind::FailedPending, "", 31});  // no loss by itself
+    link->EnableDevice();
+    EXPECT_EQ(bench.owner.AwaitBlocks(2).size(), 2u);
+    const uint64_t before = bench.tree.Looks();
+    ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > before + 4; }));
+    EXPECT_EQ(bench.owner.AwaitStates(0).size(), reports);
+}
+
 TEST(PowerReporting, GoesOnAfterAFailedReport) {
     LinkBench bench;
     bench.tree.Plug(SerialPortDevice(3));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "api/handle/scanner_object.h"
@@ -30,7 +31,8 @@ void TakeDownLibrary() {
     TheCommArbiter().RemoveAll();
     {
         std::lock_guard lock(TheLiveObjects().mutex);
-        for (ScannerObject* object : TheLiveObjects().objects) object->scanner.EndEventThread();
+        // With the lock held: an object that another thread is destroying waits for it before it goes.
+        for (ScannerObject* object : std::exchange(TheLiveObjects().objects, {})) object->scanner.EndEventThread();
     }
     TheLog().ShutDown();
 }

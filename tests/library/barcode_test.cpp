@@ -34,7 +34,7 @@ INSTANTIATE_TEST_SUITE_P(Links, BarcodeTest,
 TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
     std::mt19937 random(1);
     const bool usb = GetParam() == ScannerLink::Usb;
-    const int count = usb ? 3000 : 100;
+    const int count = Repetitions("QUILLET_TEST_BARCODES", usb ? 3000 : 100);
     std::vector<std::string> sent;
     for (int i = 0; i < count; ++i) sent.push_back(RandomBytes(random, 1 + random() % 4000));
     sent[0].resize(1);
@@ -160,19 +160,23 @@ TEST_P(BarcodeTest, WaitingBurnsNoProcessor) {
     waiting.join();
 }
 
-TEST_P(BarcodeTest, ThreeConsumersShareTheBarcodes) {
-    if (GetParam() != ScannerLink::Usb) GTEST_SKIP() << "the cache doesn't know the link";
+using ConsumersTest = LibraryTest;
+
+TEST_F(ConsumersTest, ThreeShareTheBarcodes) {
+    auto scanner = NewScanner(ScannerLink::Usb);
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, "protocol=usb"), ResultSuccess);
     constexpr int kCount = 60;
     std::vector<std::vector<std::string>> taken(3);
     std::vector<std::thread> consumers;
     for (auto& mine : taken) {
         consumers.emplace_back([&] {
             Barcode barcode;
-            while ((barcode = m_Handle.Take(1500)).result == ResultSuccess) mine.push_back(barcode.text);
+            while ((barcode = handle.Take(1500)).result == ResultSuccess) mine.push_back(barcode.text);
             EXPECT_EQ(barcode.result, ResultTimeout);
         });
     }
-    for (int i = 0; i < kCount; ++i) m_Scanner->Scan(3, std::to_string(i));
+    for (int i = 0; i < kCount; ++i) scanner->Scan(3, std::to_string(i));
     for (std::thread& consumer : consumers) consumer.join();
     std::vector<int> all;
     for (const auto& mine : taken) {

@@ -108,12 +108,13 @@ int64_t MonotonicMs() {
         .count();
 }
 
+int Repetitions(const char* variable, int usual) {
+    const char* wanted = std::getenv(variable);
+    return wanted != nullptr ? std::atoi(wanted) : usual;
+}
+
 std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info) {
-    switch (info.param) {
-        case ScannerLink::Usb: return "Usb";
-        case ScannerLink::VirtualSerial: return "VirtualSerial";
-        default: return "Serial";
-    }
+    return ::testing::PrintToString(info.param);
 }
 
 }  // namespace quillet::tests

@@ -12,6 +12,16 @@
 
 #include "tools/virtual_scanner/virtual_scanner.h"
 
+namespace quillet::tools {
+
+// Found by GoogleTest by way of the type's namespace.
+inline void PrintTo(ScannerLink link, std::ostream* out) {
+    constexpr const char* kNames[] = {"Usb", "VirtualSerial", "Serial"};
+    *out << kNames[static_cast<size_t>(link)];
+}
+
+}  // namespace quillet::tools
+
 namespace quillet::tests {
 
 using tools::ScannerLink;
@@ -70,6 +80,9 @@ void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType
 bool Eventually(const std::function<bool()>& condition, int timeoutMs = 5000);
 
 int64_t MonotonicMs();
+
+// How often a test repeats itself; the environment variable asks for a longer run than the usual one.
+int Repetitions(const char* variable, int usual);
 
 std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info);
 

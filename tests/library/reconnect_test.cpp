@@ -1,7 +1,6 @@
 // A scanner that goes away and comes back, and handles that are closed and destroyed at awkward moments.
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <thread>
@@ -13,10 +12,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Cycles of the random tests; a longer run is asked for by the environment.
 int Cycles(int usual) {
-    const char* wanted = std::getenv("QUILLET_TEST_CYCLES");
-    return wanted != nullptr ? std::atoi(wanted) : usual;
+    return Repetitions("QUILLET_TEST_CYCLES", usual);
 }
 
 class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {

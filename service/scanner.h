@@ -68,7 +68,7 @@ class CScanner : public CDevice {
 
     // Statistics and health (scanner_statistics.cpp).
     virtual ResultCode CheckHealth(uint32_t level);
-    virtual ResultCode Open(std::string connection);
+    virtual ResultCode Open(const std::string& connection);
     virtual ResultCode ResetStatistics(const std::string& statisticsBuffer);
     virtual ResultCode RetrieveStatistics(std::string* statisticsBuffer);
     virtual ResultCode UpdateStatistics(const std::string& statisticsBuffer);

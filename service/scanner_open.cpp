@@ -23,7 +23,7 @@ uint32_t PortNumber(const ParameterList& parameters, double defaultNumber) {
 
 }  // namespace
 
-ResultCode CScanner::Open(std::string connection) {
+ResultCode CScanner::Open(const std::string& connection) {
     LogTrace trace("CScanner::Open");
     ScopeExit leaving([this] {
         m_OpenResult = m_ResultCode.load();

@@ -176,7 +176,7 @@ void CComm::Deliver(std::string block) {
     m_Running = false;
 }
 
-void CComm::WriteString(std::string bytes) {
+void CComm::WriteString(const std::string& bytes) {
     LogInfo("WriteString");
     LogInfo("    | DeviceType: ", m_DeviceType);
     LogInfo("    | LinkType: ", m_Port.LinkType);

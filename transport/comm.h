@@ -76,7 +76,7 @@ class CComm {
     // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is
     // gone. Throws CommError for a write that was under way and failed; one that is refused at once isn't
     // reported.
-    void WriteString(std::string bytes);
+    void WriteString(const std::string& bytes);
 
     void SetPowerCallback(PowerCallback callback) { m_PowerCallback.store(callback); }
     // Polls IsDevicePresent every 100 ms on a thread of its own; nothing if there is such a thread.

@@ -36,7 +36,7 @@ int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) 
 }
 
 std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                               std::string modelNumber, ParameterList params, void* owner,
+                                               std::string modelNumber, const ParameterList& params, void* owner,
                                                DataCallback dataCallback) {
     LogTrace trace("CCommArbiter::AddDevice");
     std::lock_guard lock(mutex);

@@ -34,7 +34,7 @@ class CCommArbiter {
     // parameters that it was made with. Empty if there are 132 links. Throws ZelmarError if the device won't
     // open, and mylib::StringError for line settings that are no numbers.
     std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
-                                     ParameterList params, void* owner, DataCallback dataCallback);
+                                     const ParameterList& params, void* owner, DataCallback dataCallback);
     // Closes the link for everybody; it stays listed if it waits for its device to come back.
     void RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
     // Keys above 132 are never found.

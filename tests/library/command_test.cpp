@@ -156,7 +156,7 @@ TEST_P(CommandTest, ASecondExchangeIsRefusedAndDisturbsNothing) {
     EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 1000).result, ResultIllegal);
     EXPECT_EQ(Query(35).result, ResultNoExist);
     SerialNumber(ResultNoExist);
-    EXPECT_LT(MonotonicMs() - start, 200);
+    EXPECT_LT(MonotonicMs() - start, 600);  // three that waited would take 900
     exchanging.join();
     EXPECT_EQ(first.result, ResultSuccess);
     EXPECT_EQ(first.text.substr(0, 3), "SN:");

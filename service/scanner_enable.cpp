@@ -55,7 +55,6 @@ void CScanner::ReportPowerAtEnabling() {
 ResultCode CScanner::DisableLink() {
     m_JoiningPowerThread = true;
     ScopeExit joined([this] { m_JoiningPowerThread = false; });
-    if (m_ExchangeWithoutLimit) BreakExchange();
     if (m_PowerNotify != 0) {
         TheCommArbiter().StopPowerReporting(m_DeviceType, m_LinkType, m_ComPort);
         m_PowerState = PowerUnknown;
@@ -63,6 +62,7 @@ ResultCode CScanner::DisableLink() {
     const bool allowable = false;
     EventEnable(&allowable, nullptr);
     if (DeviceCommEnable(false)) m_Status.Clear(StatusEnabled);
+    if (m_ExchangeWithoutLimit) BreakExchange();
     LogInfo("    | Waiting for device to be claimed by other applications...");
     m_State = StateOpen;
     return kResultSuccess;

@@ -59,7 +59,9 @@ ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
     ScopeExit ended([this] { EndExchange(); });
     m_ExchangeWithoutLimit = plan.waits && plan.timeoutMs == platform::kNoLimitMs;
     BeginExchange();
-    if (m_Closing) {  // after the reset of m_BreakEvent, or its signal could be lost
+    // Asked after the reset of m_BreakEvent: whoever breaks exchanges off first changes one of these, so that either the
+    // change is seen here or the signal comes after the reset.
+    if (m_Closing || m_WaitsEnded || !m_Status.Has(StatusEnabled)) {
         outcome.result = kResultIllegal;
         return outcome;
     }

@@ -90,6 +90,21 @@ TEST_F(ExchangeTest, OthersDoNotComeIn) {
     EXPECT_EQ(m_Scanner.Number(PropDataCount), 0);
 }
 
+// The handle is being destroyed, or the scanner has gone, while an exchange without a limit is about to begin.
+TEST_F(ExchangeTest, NoneBeginsThatNothingWouldEnd) {
+    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0);
+    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultIllegal);
+    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1);
+    std::future<ExchangeOutcome> waiting =
+        std::async(std::launch::async, [&] { return m_Scanner.ExchangeBytes("x", platform::kNoLimitMs); });
+    ASSERT_TRUE(Eventually([&] { return Device().Writes().back() == "x"; }));
+    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0);
+    EXPECT_EQ(waiting.get().result, kResultTimeout);
+    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1);
+    m_Scanner.EndWaits();
+    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultIllegal);
+}
+
 TEST_F(ExchangeTest, StatisticsWaitForAReplyOfAnotherExchange) {
     std::string names = "GoodScanCount,HoursPoweredCount,Nonsense";
     EXPECT_EQ(m_Scanner.RetrieveStatistics(&names), kResultTimeout);

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "foundation/log.h"
-#include "platform/thread.h"
 
 namespace quillet {
 
@@ -24,12 +23,12 @@ CEventQueue::~CEventQueue() {
 void CEventQueue::EndThread() {
     exiting.store(true);
     wakeUp.Post();
-    std::thread ended;
+    platform::Thread ended;
     {
         std::lock_guard lock(threadMutex);
         ended = std::exchange(thread, {});
     }
-    if (ended.joinable()) ended.join();
+    ended.Join();
 }
 
 void CEventQueue::SetCallback(void* context, EventCallback newCallback) {

@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <thread>
 
 #include "events/event_record.h"
 #include "foundation/sync.h"
+#include "platform/thread.h"
 
 namespace quillet {
 
@@ -63,8 +63,8 @@ class CEventQueue {
     std::atomic<bool> autoDisable{false};
     std::atomic<bool> exiting{false};
     std::atomic<bool> frozen{false};
-    std::mutex threadMutex;  // guards `thread`, the object
-    std::thread thread;      // last: everything it reads exists before it starts
+    std::mutex threadMutex;   // guards `thread`, the object
+    platform::Thread thread;  // last: everything it reads exists before it starts
 };
 
 }  // namespace quillet

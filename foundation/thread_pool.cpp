@@ -3,8 +3,6 @@
 #include <chrono>
 #include <utility>
 
-#include "platform/thread.h"
-
 namespace quillet::mylib {
 namespace {
 
@@ -44,9 +42,7 @@ void ThreadPool::Stop() {
     if (state != Running) return;
     SetState(Stopping);
     wakeUp.notify_all();
-    for (std::thread& thread : threads) {
-        if (thread.joinable()) thread.join();
-    }
+    for (platform::Thread& thread : threads) thread.Join();
     SetState(Stopped);
     threads.clear();
 }

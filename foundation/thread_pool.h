@@ -7,8 +7,9 @@
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
+
+#include "platform/thread.h"
 
 namespace quillet::mylib {
 
@@ -40,7 +41,7 @@ class ThreadPool {
     std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
     std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
     std::mutex threadsMutex;                  // guards `threads`
-    std::vector<std::thread> threads;
+    std::vector<platform::Thread> threads;
     std::condition_variable wakeUp;
     std::atomic<uint64_t> threadCount{0};
     std::atomic<uint64_t> activeCount{0};  // tasks being run

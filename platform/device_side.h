@@ -3,11 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "platform/device_access.h"
 
@@ -67,7 +65,7 @@ class DeviceRegistration {
     DeviceRegistration& operator=(const DeviceRegistration&) = delete;
 
     // A path beside the registration for the device's socket.
-    const std::string& SocketPath() const { return m_SocketPath; }
+    const std::string& SocketPath() const;
 
     // Hosts find the device from the return on, and no longer from the return of Withdraw on. Withdrawing a
     // device that isn't there does nothing.
@@ -75,42 +73,8 @@ class DeviceRegistration {
     void Withdraw() noexcept;
 
   private:
-    void TakeName();
-
-    std::string m_DevicePath;
-    std::string m_SocketPath;
-    std::string m_LockPath;
-    int m_Lock = -1;  // open and locked from construction to destruction
-};
-
-// Standard input by lines, together with the signals that end a program (SIGINT, SIGTERM, SIGHUP). To be made
-// before the program's other threads, which inherit that these signals are blocked. A standard output that
-// nobody reads any more doesn't end the program either.
-class CommandInput {
-  public:
-    CommandInput();
-    ~CommandInput();
-    CommandInput(const CommandInput&) = delete;
-    CommandInput& operator=(const CommandInput&) = delete;
-
-    // From now on a thread of this object's own waits for the signals. onSignal runs on it once, at the first
-    // one, and is to end whatever the reading thread may be waiting for.
-    void WatchSignals(std::function<void()> onSignal);
-
-    enum class Next { Line, End, Signal };
-    // Waits for the next line, given without its line end. A last line without one counts.
-    Next Read(std::string& line);
-
-  private:
-    bool TakeLine(std::string& line);
-
-    int m_Signals = -1;
-    std::function<void()> m_OnSignal;
-    StopSignal m_Signalled;  // a signal has come
-    StopSignal m_Finished;   // the watching thread is to end
-    std::thread m_Watcher;
-    std::string m_Pending;  // read and not yet given
-    bool m_Ended = false;
+    struct Impl;
+    std::unique_ptr<Impl> m_Impl;
 };
 
 }  // namespace quillet::platform

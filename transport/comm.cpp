@@ -9,7 +9,6 @@
 #include "foundation/log.h"
 #include "foundation/text.h"
 #include "platform/clock.h"
-#include "platform/thread.h"
 
 namespace quillet {
 namespace {
@@ -56,7 +55,7 @@ void CComm::EnableDevice() {
     if (m_Enabled) return;
     m_TerminateThread.Reset();
     m_DeviceGone.Reset();
-    if (!m_ReadThread.joinable()) {
+    if (!m_ReadThread.Joinable()) {
         m_Running = true;  // not left to the thread: an order to end may come before it is scheduled
         try {
             m_ReadThread = platform::StartThread("quillet-read", [this] { RunReadThread(); });
@@ -88,12 +87,12 @@ void CComm::Reset() {
 void CComm::Close() {
     m_PowerState = PowerUnknown;
     m_Enabled = false;
-    if (m_ReadThread.joinable()) {
+    if (m_ReadThread.Joinable()) {
         LogInfo("    | About to ::SetEvent(m_TerminateThread)");
         m_TerminateThread.Set();
         LogInfo("    | About to call ::WaitForSingleObject(m_ReadThread, INFINITE);");
         m_Running = false;
-        m_ReadThread.join();
+        m_ReadThread.Join();
     }
     m_LinkDead = false;
     if (!m_ReadyToReConnect) EndPowerThread();
@@ -198,7 +197,7 @@ void CComm::WriteString(const std::string& bytes) {
 
 void CComm::StartPowerReporting() {
     std::lock_guard lock(m_PowerThreadMutex);
-    if (m_PowerThread.joinable() || m_PowerThreadEnding || m_PowerThreadBanned) return;
+    if (m_PowerThread.Joinable() || m_PowerThreadEnding || m_PowerThreadBanned) return;
     m_PowerState = PowerOffOffline;  // unreported: an absent device is no news at the start
     m_EndPower.Reset();
     m_PowerRunning = true;
@@ -213,16 +212,16 @@ void CComm::StopPowerReporting() {
 }
 
 void CComm::EndPowerThread() {
-    std::thread ending;
+    platform::Thread ending;
     {
         std::lock_guard lock(m_PowerThreadMutex);
-        if (!m_PowerThread.joinable() || m_PowerThread.get_id() == std::this_thread::get_id()) return;
+        if (!m_PowerThread.Joinable() || m_PowerThread.IsCurrent()) return;
         m_PowerRunning = false;
         m_EndPower.Signal();
         m_PowerThreadEnding = true;
         ending = std::move(m_PowerThread);
     }
-    ending.join();
+    ending.Join();
     std::lock_guard lock(m_PowerThreadMutex);
     m_PowerThreadEnding = false;
 }

@@ -6,11 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "foundation/parameter_list.h"
 #include "foundation/sync.h"
 #include "platform/device_access.h"
+#include "platform/thread.h"
 #include "protocol/packet.h"
 #include "transport/comm_error.h"
 #include "transport/port_discovery.h"
@@ -147,11 +147,11 @@ class CComm {
 
     int m_UntoldPasses = 0;  // of the power thread alone: passes before its first report
 
-    std::thread m_ReadThread;  // touched by EnableDevice and Reset alone
+    platform::Thread m_ReadThread;  // touched by EnableDevice and Reset alone
     // Guards the three below, and the order in which m_PowerRunning and m_EndPower are set and cleared; never
     // held while joining.
     std::mutex m_PowerThreadMutex;
-    std::thread m_PowerThread;
+    platform::Thread m_PowerThread;
     bool m_PowerThreadEnding = false;  // being joined: the object is empty already, the thread not gone yet
     bool m_PowerThreadBanned = false;  // the link is at its end
 };

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <string>
 #include <sys/prctl.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -42,10 +43,39 @@ void RunBody(const std::string& name, const std::function<void()>& body) {
 
 }  // namespace
 
-std::thread StartThread(const char* name, std::function<void()> body) {
+struct Thread::Impl {
+    std::thread thread;
+};
+
+Thread::Thread() noexcept = default;
+Thread::Thread(std::unique_ptr<Impl> impl) noexcept : m_Impl(std::move(impl)) {}
+Thread::Thread(Thread&& other) noexcept = default;
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    Join();
+    m_Impl = std::move(other.m_Impl);
+    return *this;
+}
+
+Thread::~Thread() {
+    Join();
+}
+
+void Thread::Join() noexcept {
+    if (m_Impl != nullptr) m_Impl->thread.join();
+    m_Impl.reset();
+}
+
+bool Thread::IsCurrent() const noexcept {
+    return m_Impl != nullptr && m_Impl->thread.get_id() == std::this_thread::get_id();
+}
+
+Thread StartThread(const char* name, std::function<void()> body) {
     std::string label = name != nullptr ? name : "quillet";
+    auto impl = std::make_unique<Thread::Impl>();
     const SignalsBlocked blocked;
-    return std::thread([label = std::move(label), body = std::move(body)] { RunBody(label, body); });
+    impl->thread = std::thread([label = std::move(label), body = std::move(body)] { RunBody(label, body); });
+    return Thread(std::move(impl));
 }
 
 uint32_t CurrentThreadId() noexcept {

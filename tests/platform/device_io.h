@@ -1,9 +1,6 @@
 // What the tests of devices share.
 #pragma once
 
-#include <fcntl.h>
-#include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -32,25 +29,6 @@ inline ReadOutcome ReadFrom(DeviceReader& reader, const StopSignal& stop, uint32
         outcome.bytes.assign(buffer.begin(), buffer.begin() + outcome.finish.count);
     }
     return outcome;
-}
-
-inline std::set<int> OpenDescriptors() {
-    std::set<int> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        found.insert(std::stoi(entry.path().filename().string()));
-    }
-    // The one that read the folder is among them and gone by now.
-    std::erase_if(found, [](int fd) { return ::fcntl(fd, F_GETFD) == -1; });
-    return found;
-}
-
-inline size_t CountDescriptorsTo(const std::string& target) {
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        count += std::filesystem::read_symlink(entry.path(), gone).string() == target ? 1 : 0;
-    }
-    return count;
 }
 
 inline std::string AllBytes() {

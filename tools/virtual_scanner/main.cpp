@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "platform/device_side.h"
+#include "platform/command_input.h"
 #include "tools/virtual_scanner/console.h"
 #include "tools/virtual_scanner/virtual_scanner.h"
 

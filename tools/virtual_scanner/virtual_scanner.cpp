@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "platform/clock.h"
@@ -82,7 +81,7 @@ Delivery DeliveryOf(platform::DeviceEnd::Sent sent) {
 
 struct VirtualScanner::Session {
     platform::StopSignal stop;
-    std::thread receiver;
+    platform::Thread receiver;
     std::mutex sendMutex;  // one sending at a time; guards the rest, but for the receiver's use of `end`
     std::unique_ptr<platform::DeviceEnd> end;  // gone once unplugged; the receiver has ended before
     int64_t lastSentNs = 0;
@@ -157,7 +156,7 @@ void VirtualScanner::UnplugLocked() {
     }
     if (!session) return;
     session->stop.Set();
-    session->receiver.join();
+    session->receiver.Join();
     {
         const std::lock_guard sending(session->sendMutex);
         session->end.reset();

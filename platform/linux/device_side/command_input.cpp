@@ -1,13 +1,13 @@
+#include "platform/command_input.h"
+
 #include <array>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <utility>
 
-#include "platform/device_side.h"
 #include "platform/linux/device_side/checked.h"
 #include "platform/linux/unique_fd.h"
-#include "platform/thread.h"
 
 namespace quillet::platform {
 namespace {
@@ -35,7 +35,7 @@ CommandInput::CommandInput() {
 
 CommandInput::~CommandInput() {
     m_Finished.Set();
-    if (m_Watcher.joinable()) m_Watcher.join();
+    m_Watcher.Join();
     ::close(m_Signals);
 }
 

@@ -56,44 +56,63 @@ std::string DeviceRegistration::UserDirectory() {
     return SystemRoots().registered.back();  // the first is root's
 }
 
+struct DeviceRegistration::Impl {
+    Impl(const std::string& folder, const std::string& name)
+        : devicePath(folder + "/" + name + ".device"),
+          socketPath(folder + "/" + name + ".socket"),
+          lockPath(folder + "/" + name + ".lock") {
+        TakeName();
+    }
+    ~Impl() { ::unlink(lockPath.c_str()); }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    void TakeName();
+
+    const std::string devicePath;
+    const std::string socketPath;
+    const std::string lockPath;
+    UniqueFd lock;  // open and locked from construction to destruction
+};
+
+void DeviceRegistration::Impl::TakeName() {
+    for (;;) {
+        UniqueFd file(Checked(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), lockPath));
+        if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+            throw std::runtime_error(devicePath + ": another running program has this device");
+        }
+        if (!StillNames(lockPath, file.Get())) continue;
+        lock = std::move(file);
+        return;
+    }
+}
+
 DeviceRegistration::DeviceRegistration(const std::string& directory, const std::string& name) {
     const std::string folder = WithoutFinalSlashes(directory);
     const std::string parent = ParentOf(folder);
     if (!parent.empty()) MakePrivateDirectory(parent);
     MakePrivateDirectory(folder);
-    m_DevicePath = folder + "/" + name + ".device";
-    m_SocketPath = folder + "/" + name + ".socket";
-    m_LockPath = folder + "/" + name + ".lock";
-    TakeName();
+    m_Impl = std::make_unique<Impl>(folder, name);
     Withdraw();
 }
 
 DeviceRegistration::~DeviceRegistration() {
     Withdraw();
-    ::unlink(m_LockPath.c_str());
-    ::close(m_Lock);
 }
 
-void DeviceRegistration::TakeName() {
-    for (;;) {
-        UniqueFd lock(Checked(::open(m_LockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), m_LockPath));
-        if (::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
-            throw std::runtime_error(m_DevicePath + ": another running program has this device");
-        }
-        if (!StillNames(m_LockPath, lock.Get())) continue;
-        m_Lock = lock.Release();
-        return;
-    }
+const std::string& DeviceRegistration::SocketPath() const {
+    return m_Impl->socketPath;
 }
 
 void DeviceRegistration::Publish(const DeviceText& text) {
-    const std::string draft = m_DevicePath + ".new";  // not a name that hosts look at
+    const std::string& path = m_Impl->devicePath;
+    const std::string draft = path + ".new";  // not a name that hosts look at
     WriteWholeFile(draft, text);
-    Checked(::rename(draft.c_str(), m_DevicePath.c_str()), m_DevicePath);
+    Checked(::rename(draft.c_str(), path.c_str()), path);
 }
 
 void DeviceRegistration::Withdraw() noexcept {
-    ::unlink(m_DevicePath.c_str());
+    ::unlink(m_Impl->devicePath.c_str());
 }
 
 }  // namespace quillet::platform

@@ -8,13 +8,14 @@
 #include <unistd.h>
 
 #include "device_io.h"
+#include "linux/descriptors.h"
 #include "platform/event.h"
 #include "platform/files.h"
 #include "platform/linux/linux_device_access.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/named_mutex.h"
 #include "platform/thread.h"
-#include "temp_tree.h"
+#include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
@@ -73,7 +74,7 @@ class SerialDevice : public testing::Test {
     ReadOutcome Read(uint32_t size = kReadSize) { return ReadFrom(*m_Reader, m_Stop, size); }
 
     static constexpr uint32_t kQuietMs = 25;
-    const TempTree m_Tree;
+    const test::TempTree m_Tree;
     UniqueFd m_Scanner;
     std::string m_Path;
     LinuxDeviceAccess m_Access{LinuxRoots{}};
@@ -87,7 +88,7 @@ TEST_F(SerialDevice, ABurstEndsWhenTheLineIsQuiet) {
     constexpr auto kLongQuiet = 400ms;
     m_Port->SetSerialTimeouts({static_cast<uint32_t>(kLongQuiet.count())});
     const auto start = std::chrono::steady_clock::now();
-    std::thread scanner = StartThread("scanner", [&] {
+    Thread scanner = StartThread("scanner", [&] {
         std::this_thread::sleep_for(kLongQuiet + 100ms);  // the first byte is waited for without a limit
         for (const char* piece : {"ab", "c", "def"}) {
             Scan(piece);
@@ -96,7 +97,7 @@ TEST_F(SerialDevice, ABurstEndsWhenTheLineIsQuiet) {
     });
     EXPECT_EQ(Read().bytes, "abcdef");
     EXPECT_GE(std::chrono::steady_clock::now() - start, 2 * kLongQuiet + 100ms);
-    scanner.join();
+    scanner.Join();
     m_Port->SetSerialTimeouts({kQuietMs});
     Scan("g");
     EXPECT_EQ(Read().bytes, "g");
@@ -125,50 +126,50 @@ TEST_F(SerialDevice, StopWinsOverDataAndEndsWaits) {
 
     m_Port->SetSerialTimeouts({600000});
     for (const char* waiting : {"", "part of a burst"}) {
-        std::thread stopper = StartThread("stopper", [&] {
+        Thread stopper = StartThread("stopper", [&] {
             Scan(waiting);
             std::this_thread::sleep_for(20ms);
             m_Stop.Set();
         });
         EXPECT_EQ(Read().wait, ReadWait::Stopped);
-        stopper.join();
+        stopper.Join();
         m_Stop.Reset();
     }
 }
 
 TEST_F(SerialDevice, AWriteThatNobodyTakesEndsWithTheStopSignalOrTheDevice) {
     const std::string flood(1 << 20, 'x');
-    std::thread stopper = StartThread("stopper", [&] {
+    Thread stopper = StartThread("stopper", [&] {
         std::this_thread::sleep_for(20ms);
         m_Stop.Set();
     });
     const WriteResult stopped = m_Port->Write(flood, m_Stop);
-    stopper.join();
+    stopper.Join();
     EXPECT_EQ(stopped.outcome, Outcome::FailedPending);
     EXPECT_EQ(stopped.error, static_cast<uint32_t>(ECANCELED));
     EXPECT_GT(stopped.count, 0U);
     EXPECT_LT(stopped.count, flood.size());
 
     m_Stop.Reset();
-    std::thread unplugger = StartThread("unplugger", [&] {
+    Thread unplugger = StartThread("unplugger", [&] {
         std::this_thread::sleep_for(20ms);
         m_Scanner = UniqueFd();
     });
     // The read thread sees the loss at the same moment.
-    std::thread reading = StartThread("reading", [&] { EXPECT_FALSE(Read().finish.ok); });
+    Thread reading = StartThread("reading", [&] { EXPECT_FALSE(Read().finish.ok); });
     EXPECT_EQ(m_Port->Write(flood, m_Stop).outcome, Outcome::FailedPending);
-    unplugger.join();
-    reading.join();
+    unplugger.Join();
+    reading.Join();
 }
 
 TEST_F(SerialDevice, APulledPortIsClosedAtOnceAndTheHandleStaysDead) {
     ASSERT_EQ(CountDescriptorsTo(m_Path), 1U);
-    std::thread unplugger = StartThread("unplugger", [&] {
+    Thread unplugger = StartThread("unplugger", [&] {
         std::this_thread::sleep_for(20ms);
         m_Scanner = UniqueFd();
     });
     const ReadOutcome lost = Read();
-    unplugger.join();
+    unplugger.Join();
     EXPECT_EQ(lost.wait, ReadWait::Finished);
     EXPECT_FALSE(lost.finish.ok);
     EXPECT_NE(lost.finish.error, 0U);

@@ -4,17 +4,19 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string>
 
-namespace quillet::platform {
+#include "support/process.h"
+
+namespace quillet::test {
 
 class TempTree {
   public:
     TempTree() {
-        std::string name = (std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string();
-        EXPECT_NE(::mkdtemp(name.data()), nullptr);
-        m_Root = name;
+        static int made = 0;
+        const std::string name = "quillet-test-" + std::to_string(ProcessId()) + "-" + std::to_string(++made);
+        m_Root = std::filesystem::temp_directory_path() / name;
+        EXPECT_TRUE(std::filesystem::create_directory(m_Root)) << m_Root;
     }
     ~TempTree() {
         std::error_code ignored;
@@ -40,4 +42,4 @@ class TempTree {
     std::filesystem::path m_Root;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::test

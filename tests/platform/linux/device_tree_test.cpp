@@ -7,7 +7,7 @@
 
 #include "platform/linux/device_path.h"
 #include "platform/linux/linux_device_tree.h"
-#include "temp_tree.h"
+#include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
@@ -93,7 +93,7 @@ class DeviceTreeTest : public testing::Test {
 
     std::string FileOf(const std::string& path) { return FileOfDevicePath(m_Roots, path); }
 
-    TempTree m_Tree;
+    test::TempTree m_Tree;
     LinuxRoots m_Roots;
 };
 

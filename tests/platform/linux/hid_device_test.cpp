@@ -6,10 +6,11 @@
 #include <thread>
 
 #include "device_io.h"
+#include "linux/descriptors.h"
 #include "platform/linux/hid_file.h"
 #include "platform/linux/linux_device_access.h"
 #include "platform/thread.h"
-#include "temp_tree.h"
+#include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
@@ -66,7 +67,7 @@ class HidDevice : public testing::Test {
         EXPECT_EQ(m_Device->Write(Report('w'), m_Stop).error, static_cast<uint32_t>(ENODEV));
     }
 
-    const TempTree m_Tree;
+    const test::TempTree m_Tree;
     const std::string m_Path = m_Tree.Path("scanner");
     UniqueFd m_Listener;
     UniqueFd m_Scanner;
@@ -103,7 +104,7 @@ TEST_F(HidDevice, OneWriteIsOneReport) {
 }
 
 TEST_F(HidDevice, AWriteThatNobodyTakesEndsWithTheStopSignal) {
-    std::thread stopper = StartThread("stopper", [&] {
+    Thread stopper = StartThread("stopper", [&] {
         std::this_thread::sleep_for(20ms);
         m_Stop.Set();
     });
@@ -111,7 +112,7 @@ TEST_F(HidDevice, AWriteThatNobodyTakesEndsWithTheStopSignal) {
     for (int i = 0; i < 100000 && result.outcome == Outcome::Written; ++i) {
         result = m_Device->Write(Report('x'), m_Stop);
     }
-    stopper.join();
+    stopper.Join();
     EXPECT_EQ(result.outcome, Outcome::FailedPending);
     EXPECT_EQ(result.error, static_cast<uint32_t>(ECANCELED));
 }
@@ -142,19 +143,19 @@ TEST_F(HidDevice, WaitingReportsComeBeforeTheLoss) {
 
 TEST_F(HidDevice, UnpluggingAtRandomMomentsWithBothThreadsAtWork) {
     for (int round = 0; round < 50; ++round) {
-        std::thread reading = StartThread("reading", [&] {
+        Thread reading = StartThread("reading", [&] {
             while (Read().finish.ok) {
             }
         });
-        std::thread writing = StartThread("writing", [&] {
+        Thread writing = StartThread("writing", [&] {
             while (m_Device->Write(Report('w'), m_Stop).outcome == Outcome::Written) {
             }
         });
         Send(Report('a'));
         std::this_thread::sleep_for(std::chrono::microseconds(round * 20));
         m_Scanner = UniqueFd();
-        reading.join();
-        writing.join();
+        reading.Join();
+        writing.Join();
         EXPECT_EQ(m_Device->Write("x", m_Stop).error, static_cast<uint32_t>(ENODEV));
         Plug(m_Path);
     }

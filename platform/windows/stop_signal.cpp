@@ -1,0 +1,42 @@
+// A manual-reset event: unlike one that the first waiter consumes, it can end a read and a write together.
+#include <system_error>
+#include <windows.h>
+
+#include "platform/device_access.h"
+
+namespace quillet::platform {
+namespace {
+
+HANDLE HandleOf(intptr_t native) noexcept {
+    return reinterpret_cast<HANDLE>(native);
+}
+
+}  // namespace
+
+StopSignal::StopSignal() : m_Native(reinterpret_cast<intptr_t>(::CreateEventA(nullptr, TRUE, FALSE, nullptr))) {
+    if (m_Native == 0) {
+        throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), "CreateEventA");
+    }
+}
+
+StopSignal::~StopSignal() {
+    ::CloseHandle(HandleOf(m_Native));
+}
+
+void StopSignal::Set() noexcept {
+    ::SetEvent(HandleOf(m_Native));
+}
+
+void StopSignal::Reset() noexcept {
+    ::ResetEvent(HandleOf(m_Native));
+}
+
+bool StopSignal::IsSet() const noexcept {
+    return Wait(0);
+}
+
+bool StopSignal::Wait(uint32_t timeoutMs) const noexcept {
+    return ::WaitForSingleObject(HandleOf(m_Native), timeoutMs) == WAIT_OBJECT_0;
+}
+
+}  // namespace quillet::platform

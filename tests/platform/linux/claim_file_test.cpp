@@ -1,0 +1,67 @@
+// The files behind claims.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/named_mutex.h"
+
+namespace quillet::platform {
+namespace {
+
+// A name of this test's own, whose files are removed at the end.
+class ClaimFileTest : public testing::Test {
+  protected:
+    ~ClaimFileTest() override {
+        unlink(("/run/lock/quillet-claim-" + m_Name).c_str());
+        unlink(("/tmp/quillet-claim-" + m_Name).c_str());
+    }
+
+    std::string m_Name =
+        std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) + std::to_string(getpid());
+};
+
+TEST_F(ClaimFileTest, DestructionGivesItUpAlsoWithAForkedChildAlive) {
+    auto mine = NamedMutex::Create(m_Name);
+    ASSERT_TRUE(mine->Take(0));
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool released = mine->Release();
+        mine.reset();  // the copy of the child must not free the parent's claim
+        _exit(released || NamedMutex::Create(m_Name)->Take(0) ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    const pid_t bystander = fork();
+    if (bystander == 0) {
+        for (;;) {
+            pause();
+        }
+    }
+    mine.reset();
+    EXPECT_TRUE(NamedMutex::Create(m_Name)->Take(0));
+    kill(bystander, SIGKILL);
+    waitpid(bystander, nullptr, 0);
+}
+
+TEST_F(ClaimFileTest, FileIsForAllUsersAndNotForLinks) {
+    const mode_t before = umask(077);
+    const auto mutex = NamedMutex::Create(m_Name);
+    umask(before);
+    std::string path = "/run/lock/quillet-claim-" + m_Name;
+    struct stat found {};
+    if (stat(path.c_str(), &found) != 0) {
+        path = "/tmp/quillet-claim-" + m_Name;
+        ASSERT_EQ(stat(path.c_str(), &found), 0);
+    }
+    EXPECT_EQ(found.st_mode & 0777U, 0666U);
+    unlink(path.c_str());
+    ASSERT_EQ(symlink("/dev/null", path.c_str()), 0);
+    EXPECT_EQ(NamedMutex::Create(m_Name), nullptr);
+    EXPECT_EQ(NamedMutex::Create("../" + m_Name), nullptr);
+}
+
+}  // namespace
+}  // namespace quillet::platform

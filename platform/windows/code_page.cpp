@@ -1,8 +1,8 @@
 // Conversion by the system's converter, through wide characters.
 #include "platform/code_page.h"
 
-#include <limits>
 #include <windows.h>
+#include <limits>
 
 namespace quillet::platform {
 namespace {

@@ -1,10 +1,11 @@
 // Events and semaphores are the kernel's own.
 #include "platform/event.h"
 
-#include <utility>
 #include <windows.h>
 
 #include "platform/windows/unique_handle.h"
+
+#include <utility>
 
 namespace quillet::platform {
 namespace {

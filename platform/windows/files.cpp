@@ -1,13 +1,14 @@
 // The file operations of the log.
 #include "platform/files.h"
 
+#include <windows.h>
+
+#include "platform/windows/unique_handle.h"
+
 #include <array>
 #include <direct.h>
 #include <shlwapi.h>
 #include <utility>
-#include <windows.h>
-
-#include "platform/windows/unique_handle.h"
 
 namespace quillet::platform {
 namespace {

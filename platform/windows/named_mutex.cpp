@@ -1,15 +1,16 @@
 // A claim is a mutex of the system, shared by name among the processes of a logon session.
 #include "platform/named_mutex.h"
 
-#include <map>
-#include <mutex>
-#include <string>
-#include <utility>
 #include <windows.h>
 
 #include "platform/no_destroy.h"
 #include "platform/thread.h"
 #include "platform/windows/unique_handle.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
 
 namespace quillet::platform {
 namespace {

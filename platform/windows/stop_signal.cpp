@@ -1,8 +1,9 @@
 // A manual-reset event: unlike one that the first waiter consumes, it can end a read and a write together.
-#include <system_error>
 #include <windows.h>
 
 #include "platform/device_access.h"
+
+#include <system_error>
 
 namespace quillet::platform {
 namespace {

@@ -3,12 +3,13 @@
 // threads has ended.
 #include "platform/thread.h"
 
-#include <string>
-#include <system_error>
-#include <utility>
 #include <windows.h>
 
 #include "platform/windows/unique_handle.h"
+
+#include <string>
+#include <system_error>
+#include <utility>
 
 namespace quillet::platform {
 namespace {

@@ -1,7 +1,7 @@
 #include "platform/unload.h"
 
-#include <atomic>
 #include <windows.h>
+#include <atomic>
 
 namespace quillet::platform {
 namespace {

@@ -1,11 +1,12 @@
 #include "support/process.h"
 
-#include <stdexcept>
-#include <tlhelp32.h>
-#include <utility>
 #include <windows.h>
 
 #include "platform/windows/unique_handle.h"
+
+#include <stdexcept>
+#include <tlhelp32.h>
+#include <utility>
 
 namespace quillet::test {
 

@@ -2,10 +2,9 @@
 #include "platform/event.h"
 
 #include <windows.h>
+#include <utility>
 
 #include "platform/windows/unique_handle.h"
-
-#include <utility>
 
 namespace quillet::platform {
 namespace {

@@ -2,13 +2,12 @@
 #include "platform/files.h"
 
 #include <windows.h>
-
-#include "platform/windows/unique_handle.h"
-
 #include <array>
 #include <direct.h>
 #include <shlwapi.h>
 #include <utility>
+
+#include "platform/windows/unique_handle.h"
 
 namespace quillet::platform {
 namespace {

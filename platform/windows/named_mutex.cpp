@@ -2,15 +2,14 @@
 #include "platform/named_mutex.h"
 
 #include <windows.h>
-
-#include "platform/no_destroy.h"
-#include "platform/thread.h"
-#include "platform/windows/unique_handle.h"
-
 #include <map>
 #include <mutex>
 #include <string>
 #include <utility>
+
+#include "platform/no_destroy.h"
+#include "platform/thread.h"
+#include "platform/windows/unique_handle.h"
 
 namespace quillet::platform {
 namespace {

@@ -1,9 +1,8 @@
 // A manual-reset event: unlike one that the first waiter consumes, it can end a read and a write together.
 #include <windows.h>
+#include <system_error>
 
 #include "platform/device_access.h"
-
-#include <system_error>
 
 namespace quillet::platform {
 namespace {

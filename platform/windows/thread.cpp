@@ -4,12 +4,11 @@
 #include "platform/thread.h"
 
 #include <windows.h>
-
-#include "platform/windows/unique_handle.h"
-
 #include <string>
 #include <system_error>
 #include <utility>
+
+#include "platform/windows/unique_handle.h"
 
 namespace quillet::platform {
 namespace {

@@ -1,8 +1,8 @@
 // Owner of a handle of the system.
 #pragma once
 
-#include <utility>
 #include <windows.h>
+#include <utility>
 
 namespace quillet::platform {
 

@@ -1,12 +1,11 @@
 #include "support/process.h"
 
 #include <windows.h>
-
-#include "platform/windows/unique_handle.h"
-
 #include <stdexcept>
 #include <tlhelp32.h>
 #include <utility>
+
+#include "platform/windows/unique_handle.h"
 
 namespace quillet::test {
 

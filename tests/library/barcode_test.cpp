@@ -1,6 +1,6 @@
 // Barcodes from a scanner to the application.
 #include <algorithm>
-#include <ctime>
+#include <chrono>
 #include <numeric>
 #include <random>
 #include <string>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "library/library_test.h"
+#include "support/process.h"
 
 namespace quillet::tests {
 namespace {
@@ -112,26 +113,19 @@ TEST_P(BarcodeTest, ABufferMayBeExactlyFullAndLosesWhatDoesNotFit) {
 int64_t MedianWakeMicroseconds(VirtualScanner& scanner, const Handle& handle, int64_t timeoutMs) {
     std::vector<int64_t> times;
     for (int i = 0; i < 21; ++i) {
-        timespec received{};
+        std::chrono::steady_clock::time_point received;
         std::thread waiting([&] {
             handle.Take(timeoutMs);
-            clock_gettime(CLOCK_MONOTONIC, &received);
+            received = std::chrono::steady_clock::now();
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        timespec sent{};
-        clock_gettime(CLOCK_MONOTONIC, &sent);
+        const auto sent = std::chrono::steady_clock::now();
         scanner.Scan(11, "4006381333931");
         waiting.join();
-        times.push_back((received.tv_sec - sent.tv_sec) * 1'000'000 + (received.tv_nsec - sent.tv_nsec) / 1000);
+        times.push_back(std::chrono::duration_cast<std::chrono::microseconds>(received - sent).count());
     }
     std::nth_element(times.begin(), times.begin() + 10, times.end());
     return times[10];
-}
-
-int64_t ProcessorMilliseconds() {
-    timespec used{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-    return used.tv_sec * 1000 + used.tv_nsec / 1'000'000;
 }
 
 TEST_P(BarcodeTest, ABarcodeWakesAWaitAtOnce) {
@@ -153,9 +147,9 @@ TEST_P(BarcodeTest, TimeOutsAreLookedAtEvery100Ms) {
 
 TEST_P(BarcodeTest, WaitingBurnsNoProcessor) {
     std::thread waiting([&] { m_Handle.Take(-1); });
-    const int64_t before = ProcessorMilliseconds();
+    const int64_t before = test::ProcessorTimeMs();
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    EXPECT_LT(ProcessorMilliseconds() - before, 200);  // sanitizers included
+    EXPECT_LT(test::ProcessorTimeMs() - before, 200);  // sanitizers included
     m_Scanner->Scan(1, "end");
     waiting.join();
 }

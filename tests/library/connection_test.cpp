@@ -1,19 +1,9 @@
 // Finding, opening, claiming, closing.
-#include <csignal>
-#include <cstdio>
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <filesystem>
-#include <set>
-#include <stdexcept>
 #include <string>
-#include <sys/types.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
-#include <vector>
 
 #include "library/library_test.h"
+#include "support/process.h"
 
 namespace quillet::tests {
 namespace {
@@ -23,65 +13,16 @@ using ConnectionTest = LibraryTest;
 // Another process that opens a scanner and holds it.
 class Holder {
   public:
-    explicit Holder(const std::string& connection, const char* atEnd = "close") {
-        int toChild[2] = {-1, -1};
-        int fromChild[2] = {-1, -1};
-        if (pipe2(toChild, O_CLOEXEC) != 0 || pipe2(fromChild, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-        m_Pid = fork();
-        if (m_Pid == 0) {
-            dup2(toChild[0], STDIN_FILENO);
-            dup2(fromChild[1], STDOUT_FILENO);
-            execl(SCANNER_HOLDER, SCANNER_HOLDER, connection.c_str(), atEnd, static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(toChild[0]);
-        close(fromChild[1]);
-        m_ToChild = toChild[1];
-        FILE* output = fdopen(fromChild[0], "r");
-        if (fscanf(output, "%d", &m_Result) != 1) m_Result = -1;
-        fclose(output);
-    }
-    ~Holder() {
-        if (m_Pid > 0) End();
-    }
-    int Result() const { return m_Result; }
-    // Exit code, or minus the signal.
-    int End() {
-        close(m_ToChild);
-        return Wait();
-    }
-    int Kill() {
-        kill(m_Pid, SIGKILL);
-        return Wait();
-    }
+    explicit Holder(const std::string& connection, const char* atEnd = "close")
+        : m_Process(SCANNER_HOLDER, {connection, atEnd}), m_Result(m_Process.ReadLine()) {}
+    int Result() const { return m_Result.empty() ? -1 : std::stoi(m_Result); }
+    int End() { return m_Process.End(); }
+    void Kill() { m_Process.Kill(); }
 
   private:
-    int Wait() {
-        int status = 0;
-        waitpid(m_Pid, &status, 0);
-        m_Pid = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-    pid_t m_Pid = -1;
-    int m_ToChild = -1;
-    int m_Result = -1;
+    test::ChildProcess m_Process;
+    const std::string m_Result;
 };
-
-int CountEntries(const char* directory) {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
-    return count;
-}
-
-std::set<int> InheritableDescriptors() {
-    std::set<int> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int descriptor = std::stoi(entry.path().filename().string());
-        const int flags = fcntl(descriptor, F_GETFD);
-        if (flags >= 0 && (flags & FD_CLOEXEC) == 0) found.insert(descriptor);
-    }
-    return found;
-}
 
 TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
     auto serial = NewScanner(ScannerLink::VirtualSerial);
@@ -105,9 +46,9 @@ TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
 }
 
 TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
-    const int descriptors = CountEntries("/proc/self/fd");
+    const size_t handles = test::HandleCount();
     Handle handle;
-    const int threads = CountEntries("/proc/self/task");
+    const size_t threads = test::ThreadCount();
     const std::string port = std::to_string(Port());
     const std::string serial = "protocol=serial port,serialport=" + port;
     const std::string virtualSerial = "protocol=virtual serial port,serialport=" + port;
@@ -130,7 +71,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     for (const auto& row : cases) {
         EXPECT_EQ(open(row.connection), row.result) << row.connection;
         EXPECT_EQ(handle.State(), ScannerStateClosed) << row.connection;
-        EXPECT_EQ(CountEntries("/proc/self/task"), threads) << row.connection;
+        EXPECT_EQ(test::ThreadCount(), threads) << row.connection;
     }
     auto scanner = NewScanner(ScannerLink::VirtualSerial);
     EXPECT_EQ(open("protocol=usb"), ResultNoHardware);
@@ -142,7 +83,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
     handle.Destroy();
     scanner.reset();
-    EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
+    EXPECT_EQ(test::HandleCount(), handles);
 }
 
 class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
@@ -185,18 +126,6 @@ TEST_P(ClaimTest, TheEndOfAProcessWithAnOpenHandleIsQuiet) {
     EXPECT_EQ(lost.End(), 0);
 }
 
-TEST_F(ConnectionTest, DescriptorsAreNotInherited) {
-    const std::set<int> before = InheritableDescriptors();
-    auto usb = NewScanner(ScannerLink::Usb);
-    auto serial = NewScanner(ScannerLink::Serial);
-    Handle first;
-    Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
-    ASSERT_EQ(setLogLevel(0), ResultSuccess);
-    EXPECT_EQ(InheritableDescriptors(), before);
-}
-
 TEST_F(ConnectionTest, ACloseOnAnotherThreadEndsTheConnectionAndKeepsTheClaim) {
     auto scanner = NewScanner(ScannerLink::Serial, 99);  // a port of its own: it stays claimed
     const char* connection = "protocol=serial port,serialport=99";
@@ -233,29 +162,6 @@ TEST_F(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
     EXPECT_TRUE(usb->Packets().empty());
     EXPECT_EQ(setCode39(owner, 1), ResultSuccess);
     EXPECT_TRUE(usb->WaitForPackets(1, 2000));
-}
-
-// The library may be unloaded with a handle still open: no thread of it may run on.
-TEST(UnloadTest, UnloadingWithAnOpenHandleEndsEveryThread) {
-    std::thread([] {}).join();  // a sanitizer starts a thread of its own with the first one
-    const int threads = CountEntries("/proc/self/task");
-    const std::string path = [] {
-        Dl_info info{};
-        dladdr(reinterpret_cast<void*>(&createScanner), &info);
-        return std::string(info.dli_fname);
-    }();
-    // A copy, since the library that this test links is never unloaded.
-    const std::string copy = ::testing::TempDir() + "/libQuilletCopy.so";
-    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
-    void* library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto create = reinterpret_cast<ScannerHandle (*)()>(dlsym(library, "createScanner"));
-    static ScannerHandle kept = nullptr;  // never destroyed, and yet no leak of the test's
-    kept = create();
-    ASSERT_NE(kept, nullptr);
-    EXPECT_EQ(CountEntries("/proc/self/task"), threads + 1);
-    dlclose(library);
-    EXPECT_EQ(CountEntries("/proc/self/task"), threads);
 }
 
 }  // namespace

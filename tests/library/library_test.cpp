@@ -2,31 +2,14 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "foundation/text.h"
+#include "library/devices_directory.h"
+#include "support/process.h"
 
 namespace quillet::tests {
-namespace {
-
-// One for the process: the library reads the variable at its first look at the devices.
-class RuntimeDirectory {
-  public:
-    RuntimeDirectory() : m_Path((std::filesystem::temp_directory_path() / "quillet-test-XXXXXX").string()) {
-        if (mkdtemp(m_Path.data()) == nullptr) std::abort();
-        setenv("XDG_RUNTIME_DIR", m_Path.c_str(), 1);
-    }
-    ~RuntimeDirectory() { std::filesystem::remove_all(m_Path); }
-    const std::string& Path() const { return m_Path; }
-
-  private:
-    std::string m_Path;
-};
-
-}  // namespace
 
 void PrintTo(const Barcode& barcode, std::ostream* out) {
     *out << "result " << barcode.result << ", type " << barcode.type << ", " << barcode.text.size()
@@ -59,13 +42,10 @@ Barcode Handle::Take(int64_t timeoutMs, int32_t bufferSize) const {
     return barcode;
 }
 
-LibraryTest::LibraryTest() {
-    static const RuntimeDirectory directory;
-    m_RuntimeDirectory = directory.Path();
-}
+LibraryTest::LibraryTest() : m_DevicesDirectory(DevicesDirectory()) {}
 
 int LibraryTest::Port() {
-    return 100 + static_cast<int>(getpid() % 29);
+    return 100 + static_cast<int>(test::ProcessId() / kProcessIdStep % 29);
 }
 
 std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port, const std::string& serialNumber) {
@@ -73,7 +53,7 @@ std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int po
     options.link = link;
     options.port = "COM" + std::to_string(port);
     options.serialNumber = serialNumber;
-    options.devicesDirectory = m_RuntimeDirectory + "/quillet/devices";
+    options.devicesDirectory = m_DevicesDirectory;
     auto scanner = std::make_unique<VirtualScanner>(options);
     scanner->Plug();
     return scanner;

@@ -57,7 +57,7 @@ class Handle {
     ScannerHandle m_Handle;
 };
 
-// The devices of a test process stand in a directory of its own, where the library of this process looks.
+// The devices of a test process are its own, where the system allows that.
 class LibraryTest : public ::testing::Test {
   protected:
     LibraryTest();
@@ -69,7 +69,7 @@ class LibraryTest : public ::testing::Test {
     // Number of a serial port that no other test process uses: claims are shared by all of them.
     static int Port();
 
-    std::string m_RuntimeDirectory;
+    const std::string m_DevicesDirectory;
 };
 
 // Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too

@@ -15,6 +15,8 @@ uint32_t ProcessId();
 size_t ThreadCount();
 // Open file descriptors; handles of the kernel on Windows.
 size_t HandleCount();
+// Milliseconds that this process has had of a processor.
+int64_t ProcessorTimeMs();
 
 // A program with a pipe to its standard input and one from its standard output; other handles aren't
 // inherited. A program that couldn't be started reads as one that has ended with 127.

@@ -1,6 +1,7 @@
 #include "tools/virtual_scanner/virtual_scanner.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -48,7 +49,7 @@ ScannerOptions Validated(ScannerOptions options) {
     if (options.devicesDirectory.empty()) {
         options.devicesDirectory = platform::DeviceRegistration::UserDirectory();
     }
-    if (options.devicesDirectory.front() != '/') {
+    if (!std::filesystem::path(options.devicesDirectory).is_absolute()) {
         throw std::invalid_argument("hosts know a devices directory by its absolute path, not by '" +
                                     options.devicesDirectory + "'");
     }

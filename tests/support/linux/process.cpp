@@ -1,6 +1,7 @@
 #include "support/process.h"
 
 #include <csignal>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdexcept>
@@ -29,6 +30,12 @@ size_t ThreadCount() {
 
 size_t HandleCount() {
     return CountEntries("/proc/self/fd");
+}
+
+int64_t ProcessorTimeMs() {
+    timespec used{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return used.tv_sec * 1000 + used.tv_nsec / 1'000'000;
 }
 
 bool IsUnderWine() {

@@ -33,6 +33,20 @@ size_t HandleCount() {
     return count;
 }
 
+int64_t ProcessorTimeMs() {
+    constexpr int64_t kTicksPerMs = 10'000;
+    FILETIME ignored{};
+    ULARGE_INTEGER kernel{};
+    ULARGE_INTEGER user{};
+    FILETIME times[2]{};
+    ::GetProcessTimes(::GetCurrentProcess(), &ignored, &ignored, &times[0], &times[1]);
+    kernel.LowPart = times[0].dwLowDateTime;
+    kernel.HighPart = times[0].dwHighDateTime;
+    user.LowPart = times[1].dwLowDateTime;
+    user.HighPart = times[1].dwHighDateTime;
+    return static_cast<int64_t>(kernel.QuadPart + user.QuadPart) / kTicksPerMs;
+}
+
 bool IsUnderWine() {
     return ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
 }

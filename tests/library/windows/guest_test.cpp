@@ -1,0 +1,66 @@
+// A guest in the host's process: how it goes.
+#include <windows.h>
+#include <filesystem>
+#include <string>
+
+#include "library/library_test.h"
+#include "support/process.h"
+
+namespace quillet::tests {
+namespace {
+
+// Not the library that this test links, which is never unloaded.
+class GuestTest : public LibraryTest {
+  protected:
+    GuestTest() {
+        std::filesystem::copy_file(test::LoadedLibrary::PathOf(reinterpret_cast<void*>(&createScanner)), m_Copy,
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
+    bool IsLoaded() const { return ::GetModuleHandleA(m_Copy.string().c_str()) != nullptr; }
+
+    const std::filesystem::path m_Copy =
+        std::filesystem::temp_directory_path() / ("QuilletCopy" + std::to_string(test::ProcessId()) + ".dll");
+};
+
+TEST_F(GuestTest, GoesWithEverythingItHeld) {
+    auto scanner = NewScanner(ScannerLink::Serial);
+    const std::string connection = ConnectionOf(ScannerLink::Serial);
+    size_t handles = 0;
+    for (int round = 0; round < 5; ++round) {
+        test::LoadedLibrary library(m_Copy);
+        const auto setLog = library.Get<decltype(&setLogLevel)>("setLogLevel");
+        const ScannerHandle handle = library.Get<decltype(&createScanner)>("createScanner")();
+        EXPECT_EQ(setLog(0), ResultSuccess);
+        EXPECT_EQ(library.Get<decltype(&openScanner)>("openScanner")(handle, connection.c_str()), ResultSuccess);
+        EXPECT_EQ(library.Get<decltype(&destoryScanner)>("destoryScanner")(handle), ResultSuccess);
+        EXPECT_EQ(setLog(9), ResultSuccess);
+        library.Unload();
+        EXPECT_FALSE(IsLoaded());
+        if (round == 1) handles = test::HandleCount();  // the first rounds load what the system keeps
+    }
+    EXPECT_EQ(test::HandleCount(), handles);
+    std::filesystem::remove(m_Copy);
+}
+
+// A thread of the library can't be waited for while it is being unloaded, so its code stays until it has ended:
+// here, with a scanner open and the log on, for good.
+TEST_F(GuestTest, StaysWhileAThreadOfItRuns) {
+    auto scanner = NewScanner(ScannerLink::Serial);
+    test::LoadedLibrary library(m_Copy);
+    const ScannerHandle handle = library.Get<decltype(&createScanner)>("createScanner")();
+    const auto take = library.Get<decltype(&getBarCodeCacheCount)>("getBarCodeCacheCount");
+    EXPECT_EQ(library.Get<decltype(&setLogLevel)>("setLogLevel")(0), ResultSuccess);
+    EXPECT_EQ(library.Get<decltype(&openScanner)>("openScanner")(handle, ConnectionOf(ScannerLink::Serial).c_str()),
+              ResultSuccess);
+    library.Unload();
+    ASSERT_TRUE(IsLoaded());
+    scanner->Scan(3, "still at work");
+    EXPECT_TRUE(Eventually([&] {
+        int32_t count = 0;
+        return take(handle, &count) == ResultSuccess && count == 1;
+    }));
+    scanner->Unplug();
+}
+
+}  // namespace
+}  // namespace quillet::tests

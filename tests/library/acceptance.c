@@ -1,0 +1,139 @@
+/*
+ * An application that does what it is told by lines on its standard input and answers each with one line: what
+ * a call gave. Compiled from this one source on every system, it has to give the same answers on each.
+ */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <quillet/quillet.h>
+
+enum { kPatienceMs = 10000, kCode39 = 35 };
+
+static ScannerHandle scanner;
+
+static void PrintBytes(const uint8_t* bytes, int32_t length) {
+    int32_t i;
+    for (i = 0; i < length; ++i) {
+        if (bytes[i] >= 0x20 && bytes[i] < 0x7F && bytes[i] != '\\') {
+            putchar(bytes[i]);
+        } else {
+            printf("\\x%02x", (unsigned)bytes[i]);
+        }
+    }
+}
+
+static void PrintResult(ResultCode result, const uint8_t* bytes, int32_t length) {
+    printf("%d", (int)result);
+    if (result == ResultSuccess && length > 0) {
+        putchar(' ');
+        PrintBytes(bytes, length);
+    }
+}
+
+static void Take(const char* argument) {
+    uint8_t buffer[4096];
+    int32_t type = -1;
+    int32_t length = 0;
+    const ResultCode result = getBarCode(scanner, &type, buffer, (int32_t)sizeof buffer, &length, atoi(argument));
+    if (result == ResultSuccess) printf("type %d: ", (int)type);
+    PrintResult(result, buffer, length);
+}
+
+/* Waits for a state, by a call that waits in any state: no barcode comes meanwhile. */
+static void WaitForState(const char* argument) {
+    const int32_t wanted = atoi(argument);
+    int32_t state = 0;
+    int waitedMs;
+    for (waitedMs = 0; waitedMs < kPatienceMs; waitedMs += 100) {
+        int32_t length;
+        uint8_t nothing[1];
+        getScannnerState(scanner, &state);
+        if (state == wanted) break;
+        getBarCode(scanner, NULL, nothing, 1, &length, 50);
+    }
+    printf("%d", (int)state);
+}
+
+static void Query(const char* argument) {
+    uint8_t value[64];
+    int32_t length = 0;
+    ResultCode result = ResultFailure;
+    int tries; /* the late answer to a setting call may be taken for this one's */
+    for (tries = 0; tries < 3 && result == ResultFailure; ++tries) {
+        result = QueryCommandSetting(scanner, atoi(argument), (int32_t)sizeof value, value, &length);
+    }
+    PrintResult(result, value, length);
+}
+
+static void Version(const char* argument) {
+    uint8_t text[128];
+    int32_t length = 0;
+    const ResultCode result = getScannerVersion(scanner, text, (int32_t)sizeof text, &length);
+    (void)argument;
+    PrintResult(result, text, length);
+}
+
+static void Code(const char* argument) {
+    const uint8_t value = (uint8_t)atoi(argument);
+    uint8_t code[64];
+    int32_t length = 0;
+    const ResultCode result = getBarCodeCmd(kCode39, &value, (int32_t)sizeof code, code, &length);
+    PrintResult(result, code, length);
+}
+
+static void Second(const char* argument) {
+    ScannerHandle second = createScanner();
+    printf("%d", (int)openScanner(second, argument));
+    destoryScanner(second);
+}
+
+static void Open(const char* argument) {
+    printf("%d", (int)openScanner(scanner, argument));
+}
+static void Close(const char* argument) {
+    (void)argument, printf("%d", (int)closeScanner(scanner));
+}
+static void Code39(const char* argument) {
+    printf("%d", (int)setCode39(scanner, (uint8_t)atoi(argument)));
+}
+static void Pattern(const char* argument) {
+    printf("%d", (int)setScannerPattern(scanner, atoi(argument)));
+}
+static void Raw(const char* argument) {
+    printf("%d", (int)CommandInteraction(scanner, argument));
+}
+
+static const struct {
+    const char* name;
+    void (*run)(const char* argument);
+} kCommands[] = {{"open", Open},          {"close", Close},   {"second", Second}, {"take", Take},
+                 {"state", WaitForState}, {"code39", Code39}, {"query", Query},   {"pattern", Pattern},
+                 {"version", Version},    {"raw", Raw},       {"code", Code}};
+
+static void Run(const char* name, const char* argument) {
+    size_t i;
+    for (i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i) {
+        if (strcmp(kCommands[i].name, name) == 0) {
+            kCommands[i].run(argument);
+            return;
+        }
+    }
+    fputs("no such command", stdout);
+}
+
+int main(void) {
+    char line[512];
+    scanner = createScanner();
+    while (fgets(line, (int)sizeof line, stdin) != NULL) {
+        char* argument;
+        line[strcspn(line, "\r\n")] = '\0';
+        argument = strchr(line, ' ');
+        if (argument != NULL) *argument++ = '\0';
+        Run(line, argument != NULL ? argument : "");
+        putchar('\n');
+        fflush(stdout);
+    }
+    destoryScanner(scanner);
+    return 0;
+}

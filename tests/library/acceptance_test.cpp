@@ -1,0 +1,73 @@
+// One script of scanner and application, whose transcript is the same over each link and on each system.
+#include <string>
+
+#include "library/library_test.h"
+#include "support/process.h"
+
+namespace quillet::tests {
+namespace {
+
+class AcceptanceTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+  protected:
+    AcceptanceTest() : m_Application(ACCEPTANCE, {}), m_Scanner(NewScanner(GetParam())) {}
+
+    std::string Tell(const std::string& command) {
+        m_Application.Write(command + "\n");
+        return m_Application.ReadLine();
+    }
+
+    test::ChildProcess m_Application;
+    std::unique_ptr<VirtualScanner> m_Scanner;
+};
+INSTANTIATE_TEST_SUITE_P(Links, AcceptanceTest,
+                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
+                         LinkName);
+
+TEST_P(AcceptanceTest, TheApplicationGetsTheSameEverywhere) {
+    const std::string connection = ConnectionOf(GetParam());
+    EXPECT_EQ(Tell("state 1"), "1");
+    EXPECT_EQ(Tell("code 1"), R"(0 \x05@\x04\x00\x0b\x01\xaa)");
+    EXPECT_EQ(Tell("open " + connection), "0");
+    EXPECT_EQ(Tell("second " + connection), "102");
+    EXPECT_EQ(Tell("state 3"), "3");
+    EXPECT_EQ(Tell("take 0"), "112");
+
+    m_Scanner->Scan(11, "4006381333931");
+    EXPECT_EQ(Tell("take 5000"), "type 11: 0 4006381333931");
+    m_Scanner->Scan(15,
+                    "0109501101530003\x1D"
+                    "10AB-123");
+    EXPECT_EQ(Tell("take 5000"), R"(type 15: 0 0109501101530003\x1d10AB-123)");
+    m_Scanner->Scan(28, std::string(3000, 'q'));
+    EXPECT_EQ(Tell("take 5000"), "type 28: 0 " + std::string(3000, 'q'));
+
+    EXPECT_EQ(Tell("code39 1"), "0");
+    EXPECT_EQ(Tell("query 35"), R"(0 \x01)");
+    EXPECT_EQ(Tell("raw 05 40 04 00 0B 00 AB"), "0");
+    EXPECT_EQ(Tell("query 35"), R"(0 \x00)");
+    EXPECT_EQ(Tell("version"), "0 1234567890");
+    m_Scanner->SetRefuse(true);
+    EXPECT_EQ(Tell("query 35"), "111");
+    m_Scanner->SetRefuse(false);
+    m_Scanner->SetSilent(true);
+    EXPECT_EQ(Tell("query 35"), "109");
+    m_Scanner->SetSilent(false);
+
+    m_Scanner->Unplug();
+    EXPECT_EQ(Tell("state 2"), "2");
+    EXPECT_EQ(Tell("pattern 1"), "105");
+    EXPECT_EQ(Tell("code39 1"), "0");
+    m_Scanner->Plug();
+    EXPECT_EQ(Tell("state 3"), "3");
+    m_Scanner->Scan(8, "036000291452");
+    EXPECT_EQ(Tell("take 5000"), "type 8: 0 036000291452");
+
+    EXPECT_EQ(Tell("close"), "0");
+    EXPECT_EQ(Tell("close"), "101");
+    EXPECT_EQ(Tell("code39 1"), "109");
+    EXPECT_EQ(Tell("state 1"), "1");
+    EXPECT_EQ(m_Application.End(), 0);
+}
+
+}  // namespace
+}  // namespace quillet::tests

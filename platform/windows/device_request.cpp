@@ -16,7 +16,7 @@ uint32_t DeviceRequest::Prepare(size_t size) {
     DropPending();
     if (m_Block == nullptr) {
         auto block = std::make_unique<Block>();
-        block->event.Reset(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
+        block->event = UniqueHandle(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
         if (!block->event.IsOpen()) return ::GetLastError();
         m_Block = std::move(block);
     }

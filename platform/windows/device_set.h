@@ -1,11 +1,13 @@
 // One class of devices, as the device installation functions list it.
 #pragma once
 
+#include <windows.h>
+#include <cfgmgr32.h>
 #include <memory>
+#include <setupapi.h>
 #include <utility>
 
 #include "platform/device_tree.h"
-#include "platform/windows/setup_api.h"
 
 namespace quillet::platform {
 

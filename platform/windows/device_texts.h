@@ -1,12 +1,14 @@
 // Texts and values of one device. What can't be read is empty.
 #pragma once
 
+#include <windows.h>
+#include <cfgmgr32.h>
 #include <memory>
+#include <setupapi.h>
 #include <string>
 #include <type_traits>
 
 #include "platform/device_tree.h"
-#include "platform/windows/setup_api.h"
 
 namespace quillet::platform {
 

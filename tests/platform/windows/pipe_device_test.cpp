@@ -33,8 +33,8 @@ class PipeDevice : public testing::Test {
         m_Reader.reset();
         m_Device.reset();
         m_Scanner.Reset();  // the name is for one pipe at a time
-        m_Scanner.Reset(::CreateNamedPipeA(m_Path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE,
-                                           1, kQuota, kQuota, 0, nullptr));
+        m_Scanner = UniqueHandle(::CreateNamedPipeA(
+            m_Path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE, 1, kQuota, kQuota, 0, nullptr));
         ASSERT_TRUE(m_Scanner.IsOpen());
         OpenResult opened = m_Access.Open(m_Path, Sharing::Shared);
         ASSERT_NE(opened.file, nullptr) << opened.error;

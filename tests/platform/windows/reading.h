@@ -1,9 +1,9 @@
 // What the tests of devices share.
 #pragma once
 
+#include <windows.h>
 #include <string>
 #include <vector>
-#include <windows.h>
 
 #include "platform/device_access.h"
 

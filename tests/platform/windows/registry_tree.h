@@ -1,11 +1,11 @@
 // Registry keys that stand for devices.
 #pragma once
 
+#include <windows.h>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
-#include <windows.h>
 
 namespace quillet::platform {
 

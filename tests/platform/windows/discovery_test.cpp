@@ -6,8 +6,8 @@
 
 #include "device_keys.h"
 #include "platform/device_tree.h"
+#include "support/process.h"
 #include "transport/port_discovery.h"
-#include "wine.h"
 
 namespace quillet {
 namespace {
@@ -53,7 +53,7 @@ Lines MarkedLines(const std::vector<PortDescriptor>& ports) {
 class Discovery : public testing::Test {
   protected:
     void SetUp() override {
-        if (!UnderWine()) GTEST_SKIP() << "on Windows the keys of devices are the system's alone to write";
+        if (!test::IsUnderWine()) GTEST_SKIP() << "on Windows the keys of devices are the system's alone to write";
     }
     void Write(const std::vector<RegistryDevice>& devices) {
         for (const RegistryDevice& device : devices) WriteDevice(m_Registry, device);
@@ -166,7 +166,7 @@ TEST_F(Discovery, TheSeamGivesEveryNameAndNoneForWhatIsMissing) {
 }
 
 TEST(DiscoveryOfParents, TheParentHasAnIdOfItsOwn) {
-    if (UnderWine()) GTEST_SKIP() << "Wine doesn't tell the parent of a device";
+    if (test::IsUnderWine()) GTEST_SKIP() << "Wine doesn't tell the parent of a device";
     const auto set = TheDeviceTree().OpenSet(DeviceClass::HidInterface);
     ASSERT_NE(set, nullptr);
     if (!set->SelectDevice(0)) GTEST_SKIP() << "the machine has no HID device";

@@ -1,15 +1,15 @@
 // Named pipes as devices: they show every way that a request can end, without a driver.
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "device_io.h"
 #include "platform/windows/unique_handle.h"
 #include "platform/windows/windows_device_access.h"
-#include "reading.h"
+#include "support/process.h"
+#include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
@@ -24,8 +24,7 @@ class PipeDevice : public testing::Test {
   protected:
     PipeDevice() {
         static int number = 0;
-        m_Path =
-            "\\\\.\\pipe\\quillet-test-" + std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++number);
+        m_Path = "\\\\.\\pipe\\quillet-test-" + std::to_string(test::ProcessId()) + "-" + std::to_string(++number);
         Plug();
     }
 
@@ -56,7 +55,7 @@ class PipeDevice : public testing::Test {
         }
         return bytes;
     }
-    Reading Read(uint32_t size = kReadSize) { return ReadFrom(*m_Reader, m_Stop, size); }
+    ReadOutcome Read(uint32_t size = kReadSize) { return ReadFrom(*m_Reader, m_Stop, size); }
     // Meanwhile, on a thread of its own.
     template <typename Action>
     std::thread Soon(Action action) {
@@ -78,13 +77,13 @@ TEST_F(PipeDevice, BytesPassBothWaysAtOnceOrLater) {
     Scan(AllBytes());
     EXPECT_EQ(Read(256).bytes, AllBytes());
     std::thread scanning = Soon([this] { Scan("later"); });
-    const Reading later = Read();
+    const ReadOutcome later = Read();
     scanning.join();
-    EXPECT_EQ(later.start, IoState::Pending);
+    EXPECT_EQ(later.start.state, IoState::Pending);
     EXPECT_EQ(later.bytes, "later");
     Scan("");
-    const Reading empty = Read();
-    EXPECT_TRUE(empty.ok);
+    const ReadOutcome empty = Read();
+    EXPECT_TRUE(empty.finish.ok);
     EXPECT_EQ(empty.bytes, "");
 
     // A read that goes on doesn't hold up a write.
@@ -99,12 +98,12 @@ TEST_F(PipeDevice, BytesPassBothWaysAtOnceOrLater) {
 
 TEST_F(PipeDevice, AStoppedReadIsNoLongerThereWhenTheNextStarts) {
     constexpr int kRounds = 50;
-    DWORD handles = 0;
+    size_t handles = 0;
     std::vector<uint8_t> buffer(kReadSize);
     for (int round = 0; round < kRounds; ++round) {
-        if (round == 2) handles = OpenHandles();  // the first rounds may load what stays
+        if (round == 2) handles = test::HandleCount();  // the first rounds may load what stays
         m_Stop.Set();
-        EXPECT_TRUE(Read().stopped);
+        EXPECT_TRUE(Read().wait == ReadWait::Stopped);
         m_Stop.Reset();
         if (round % 2 == 0) m_Reader = m_Device->NewReader();  // else the same reader goes on
         ASSERT_EQ(m_Reader->Start(buffer.data(), kReadSize).state, IoState::Pending);
@@ -113,7 +112,7 @@ TEST_F(PipeDevice, AStoppedReadIsNoLongerThereWhenTheNextStarts) {
         EXPECT_EQ(m_Reader->Finish().count, 4U);
     }
     EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 4), "scan");
-    EXPECT_LE(OpenHandles(), handles);
+    EXPECT_LE(test::HandleCount(), handles);
 }
 
 TEST_F(PipeDevice, StopWinsOverDataThatHasCome) {
@@ -131,13 +130,13 @@ TEST_F(PipeDevice, ALossFailsReadsAndWritesUntilTheDeviceIsOpenedAgain) {
     for (const bool whileReading : {true, false}) {
         std::thread unplugging = Soon([this] { m_Scanner.Reset(); });
         if (!whileReading) unplugging.join();
-        const Reading lost = Read();
+        const ReadOutcome lost = Read();
         if (whileReading) unplugging.join();
-        EXPECT_EQ(lost.start, whileReading ? IoState::Pending : IoState::Failed);
-        EXPECT_FALSE(lost.ok || lost.stopped);
-        EXPECT_EQ(lost.error, DWORD{ERROR_BROKEN_PIPE});
-        EXPECT_TRUE(lost.gone);
-        EXPECT_EQ(m_Reader->LastError(), whileReading ? lost.error : 0U);
+        EXPECT_EQ(lost.start.state, whileReading ? IoState::Pending : IoState::Failed);
+        EXPECT_FALSE(lost.finish.ok || lost.wait == ReadWait::Stopped);
+        EXPECT_EQ(whileReading ? lost.finish.error : lost.start.error, DWORD{ERROR_BROKEN_PIPE});
+        EXPECT_TRUE(whileReading ? lost.finish.gone : lost.start.gone);
+        EXPECT_EQ(m_Reader->LastError(), lost.finish.error);
         const WriteResult written = m_Device->Write("x", m_Stop);
         EXPECT_EQ(written.outcome, Outcome::FailedAtOnce);
         EXPECT_NE(written.error, 0U);
@@ -175,9 +174,9 @@ TEST_F(PipeDevice, IsNoSerialPort) {
 }
 
 TEST(WindowsDeviceAccess, SharesOrKeepsWhatItOpens) {
-    const auto file = std::filesystem::temp_directory_path() / ("quillet-" + std::to_string(::GetCurrentProcessId()));
-    std::ofstream(file) << "x";
-    const auto open = [path = file.string()](Sharing sharing) { return WindowsDeviceAccess().Open(path, sharing); };
+    const test::TempTree tree;
+    const std::string path = tree.Write("file", "x");
+    const auto open = [&path](Sharing sharing) { return WindowsDeviceAccess().Open(path, sharing); };
     {
         const OpenResult shared = open(Sharing::Shared);
         ASSERT_NE(shared.file, nullptr);
@@ -189,8 +188,7 @@ TEST(WindowsDeviceAccess, SharesOrKeepsWhatItOpens) {
         ASSERT_NE(exclusive.file, nullptr);
         EXPECT_EQ(open(Sharing::Shared).error, DWORD{ERROR_SHARING_VIOLATION});
     }
-    std::filesystem::remove(file);
-    EXPECT_EQ(open(Sharing::Exclusive).error, DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(WindowsDeviceAccess().Open(tree.Path("none"), Sharing::Shared).error, DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(WindowsDeviceAccess().Open("\\\\.\\COM255", Sharing::Exclusive).error, DWORD{ERROR_FILE_NOT_FOUND});
     const OpenResult empty = WindowsDeviceAccess().Open("", Sharing::Shared);
     EXPECT_TRUE(empty.file == nullptr && empty.error != 0);

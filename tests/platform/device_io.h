@@ -8,7 +8,7 @@
 
 namespace quillet::platform {
 
-// One whole read: started, waited for, finished.
+// One whole read: started, waited for, finished. One that is done at once shows as finished, too.
 struct ReadOutcome {
     IoStart start;
     ReadWait wait = ReadWait::Failed;
@@ -20,12 +20,13 @@ inline ReadOutcome ReadFrom(DeviceReader& reader, const StopSignal& stop, uint32
     ReadOutcome outcome;
     std::vector<uint8_t> buffer(size, 0xEE);
     outcome.start = reader.Start(buffer.data(), size);
-    if (outcome.start.state != IoState::Pending) {
+    if (outcome.start.state == IoState::Failed) {
         return outcome;
     }
-    outcome.wait = reader.Wait(stop);
+    const bool done = outcome.start.state == IoState::Done;
+    outcome.wait = done ? ReadWait::Finished : reader.Wait(stop);
     if (outcome.wait == ReadWait::Finished) {
-        outcome.finish = reader.Finish();
+        outcome.finish = done ? IoFinish{true, outcome.start.count, 0, false} : reader.Finish();
         outcome.bytes.assign(buffer.begin(), buffer.begin() + outcome.finish.count);
     }
     return outcome;

@@ -1,0 +1,82 @@
+#include "platform/windows/device_request.h"
+
+#include <algorithm>
+#include <array>
+
+namespace quillet::platform {
+namespace {
+
+// Drivers end a cancelled request at once, or have lost it.
+constexpr DWORD kCancelLimitMs = 1000;
+
+}  // namespace
+
+// 0 or an error code. The block serves request after request as long as it is large enough.
+uint32_t DeviceRequest::Prepare(size_t size) {
+    DropPending();
+    if (m_Block == nullptr) {
+        auto block = std::make_unique<Block>();
+        block->event = UniqueHandle(::CreateEventA(nullptr, FALSE, FALSE, nullptr));
+        if (!block->event.IsOpen()) return ::GetLastError();
+        m_Block = std::move(block);
+    }
+    m_Block->bytes.resize(size);
+    m_Block->overlapped = {};
+    m_Block->overlapped.hEvent = m_Block->event.Get();
+    return 0;
+}
+
+IoStart DeviceRequest::StartRead(uint32_t size) {
+    if (const uint32_t error = Prepare(size)) return {IoState::Failed, 0, error, false};
+    DWORD count = 0;
+    const BOOL done = ::ReadFile(m_Device, m_Block->bytes.data(), size, &count, &m_Block->overlapped);
+    return Started(done != FALSE, count);
+}
+
+IoStart DeviceRequest::StartWrite(std::string_view bytes) {
+    if (const uint32_t error = Prepare(bytes.size())) return {IoState::Failed, 0, error, false};
+    std::copy(bytes.begin(), bytes.end(), m_Block->bytes.begin());
+    DWORD count = 0;
+    const auto size = static_cast<DWORD>(bytes.size());
+    const BOOL done = ::WriteFile(m_Device, m_Block->bytes.data(), size, &count, &m_Block->overlapped);
+    return Started(done != FALSE, count);
+}
+
+IoStart DeviceRequest::Started(bool done, DWORD count) noexcept {
+    if (done) return {IoState::Done, count, 0, false};
+    const DWORD error = ::GetLastError();
+    m_Pending = error == ERROR_IO_PENDING;
+    return m_Pending ? IoStart{IoState::Pending, 0, 0, false} : IoStart{IoState::Failed, count, error, false};
+}
+
+DWORD DeviceRequest::Wait(const StopSignal& stop) const noexcept {
+    const std::array<HANDLE, 2> events = {reinterpret_cast<HANDLE>(stop.NativeHandle()), m_Block->event.Get()};
+    return ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+}
+
+IoFinish DeviceRequest::Finish() noexcept {
+    DWORD count = 0;
+    const bool ok = ::GetOverlappedResult(m_Device, &m_Block->overlapped, &count, TRUE) != FALSE;
+    const DWORD error = ok ? 0 : ::GetLastError();
+    m_Pending = !HasOverlappedIoCompleted(&m_Block->overlapped);
+    return {ok, count, error, false};
+}
+
+// True once the driver has nothing of the request any more. The event may have been consumed by a wait before,
+// but the record tells the end, too.
+bool DeviceRequest::Cancel() const noexcept {
+    ::CancelIoEx(m_Device, &m_Block->overlapped);
+    if (!HasOverlappedIoCompleted(&m_Block->overlapped)) {
+        ::WaitForSingleObject(m_Block->event.Get(), kCancelLimitMs);
+    }
+    return HasOverlappedIoCompleted(&m_Block->overlapped);
+}
+
+void DeviceRequest::DropPending() noexcept {
+    if (!m_Pending) return;
+    m_Pending = false;
+    // The driver may yet write into the block. It costs some memory and an event; a wait could last for ever.
+    if (!Cancel()) static_cast<void>(m_Block.release());
+}
+
+}  // namespace quillet::platform

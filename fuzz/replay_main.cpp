@@ -14,7 +14,7 @@ int Replay(const std::filesystem::path& folder) {
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::ifstream file(entry.path(), std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        std::printf("%s: %zu bytes\n", entry.path().filename().c_str(), bytes.size());
+        std::printf("%s: %zu bytes\n", entry.path().filename().string().c_str(), bytes.size());
         std::fflush(stdout);  // names the file that a crash ends at
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
         ++files;

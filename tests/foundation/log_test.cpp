@@ -88,9 +88,9 @@ TEST(Log, WritesOneFileNamedWhenItIsOpened) {
     log.Log(LLTraceIn, "Module", ">>> CDevice::ClaimDevice");
     log.Written(2);
     const std::string id = "Thread Id: " + std::to_string(platform::CurrentThreadId()) + ", ";
-    EXPECT_EQ(test::ReadFile(first), "[01/02/2026 07:05:09.004]  " + id + "LLInfo\t\t:    | Timeout: 2000\n" +
-                                         "[01/02/2026 18:05:09.004]  " + id +
-                                         "ModuleLLTraceIn\t\t:>>> CDevice::ClaimDevice\n");
+    EXPECT_EQ(test::ReadFile(first), "[01/02/2026 07:05:09.004]  " + id + "LLInfo\t\t:    | Timeout: 2000" +
+                                         test::kLineEnd + "[01/02/2026 18:05:09.004]  " + id +
+                                         "ModuleLLTraceIn\t\t:>>> CDevice::ClaimDevice" + test::kLineEnd);
     EXPECT_FALSE(std::filesystem::exists(second));
 
     log.ShutDown();

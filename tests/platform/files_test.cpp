@@ -4,18 +4,14 @@
 #include <sstream>
 
 #include "platform/code_page.h"
+#include "support/line_end.h"
 #include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
 
+using test::kLineEnd;
 using test::TempTree;
-
-#ifdef _WIN32
-const std::string kLineEnd = "\r\n";
-#else
-const std::string kLineEnd = "\n";
-#endif
 
 std::string ContentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);

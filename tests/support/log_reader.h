@@ -13,6 +13,7 @@
 
 #include "foundation/log.h"
 #include "foundation/paths.h"
+#include "support/line_end.h"
 
 namespace quillet::test {
 
@@ -66,6 +67,7 @@ class LogReader {
         m_Read = text.size();
         std::vector<std::string> taken;
         for (std::string line; std::getline(lines, line);) {
+            line.resize(line.size() - (kLineEnd.size() - 1));
             taken.push_back(line.substr(line.find(", ") + 2));
         }
         taken.pop_back();
@@ -78,8 +80,8 @@ class LogReader {
         while (std::chrono::steady_clock::now() < deadline) {
             for (const auto& file : LogFilesOf(m_Prefix)) {
                 const std::string text = ReadFile(file);
-                const size_t end = text.find(mark + "\n");
-                if (end != std::string::npos) return text.substr(0, end + mark.size() + 1);
+                const size_t end = text.find(mark + kLineEnd);
+                if (end != std::string::npos) return text.substr(0, end + mark.size() + kLineEnd.size());
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }

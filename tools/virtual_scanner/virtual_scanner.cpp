@@ -49,7 +49,7 @@ ScannerOptions Validated(ScannerOptions options) {
     if (options.devicesDirectory.empty()) {
         options.devicesDirectory = platform::DeviceRegistration::UserDirectory();
     }
-    if (!std::filesystem::path(options.devicesDirectory).is_absolute()) {
+    if (!std::filesystem::path(options.devicesDirectory).has_root_directory()) {
         throw std::invalid_argument("hosts know a devices directory by its absolute path, not by '" +
                                     options.devicesDirectory + "'");
     }

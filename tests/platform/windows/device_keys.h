@@ -1,12 +1,13 @@
 // Devices as the registry holds them.
 #pragma once
 
+#include <windows.h>
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
-
-#include "registry_tree.h"
 
 namespace quillet::platform {
 
@@ -20,9 +21,14 @@ inline constexpr const char* kHidInterface = "{4D1E55B2-F16F-11CF-88CB-001111000
 struct RegistryValue {
     const char* name;
     DWORD type;
-    std::string text;
-    uint32_t number = 0;  // for REG_DWORD
+    std::string bytes;
 };
+inline RegistryValue Text(const char* name, const std::string& text, DWORD type = REG_SZ) {
+    return {name, type, text + '\0'};
+}
+inline RegistryValue Number(const char* name, uint32_t number) {
+    return {name, REG_DWORD, std::string(reinterpret_cast<const char*>(&number), sizeof number)};
+}
 
 struct RegistryDevice {
     const char* instanceId;
@@ -34,40 +40,64 @@ struct RegistryDevice {
 };
 
 inline std::string ToLower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
 }
 
-// As Windows writes them: \\?\usb#vid_18d1&pid_0009#1#{...}
-inline std::string PathOfInterface(const std::string& instanceId, const std::string& interfaceClass) {
-    std::string path = ToLower(instanceId);
-    std::replace(path.begin(), path.end(), '\\', '#');
-    return "\\\\?\\" + path + "#" + ToLower(interfaceClass);
+// Without the \\?\ in front: usb#vid_18d1&pid_0009#1#{...}
+inline std::string InterfaceName(const std::string& instanceId, const std::string& interfaceClass) {
+    std::string name = ToLower(instanceId + "#" + interfaceClass);
+    std::replace(name.begin(), name.end(), '\\', '#');
+    return name;
 }
 
-inline void WriteInterface(RegistryTree& registry, const std::string& instanceId, const std::string& interfaceClass) {
-    const std::string path = PathOfInterface(instanceId, interfaceClass);
-    const std::string key =
-        "Control\\DeviceClasses\\" + interfaceClass + "\\##?#" + path.substr(std::string("\\\\?\\").size());
-    registry.WriteText(key, "DeviceInstance", instanceId);
-    registry.WriteText(key + "\\#", "SymbolicLink", path);
-    registry.WriteNumber(key + "\\#\\Control", "Linked", 1);
-}
+// Written by a test and gone with this object, but for the empty folders above them.
+class DeviceKeys {
+  public:
+    DeviceKeys() = default;
+    ~DeviceKeys() { Delete(); }
+    DeviceKeys(const DeviceKeys&) = delete;
+    DeviceKeys& operator=(const DeviceKeys&) = delete;
 
-inline void WriteDevice(RegistryTree& registry, const RegistryDevice& device) {
-    const std::string key = std::string("Enum\\") + device.instanceId;
-    registry.WriteText(key, "ClassGUID", device.setupClass);
-    if (!device.description.empty()) registry.WriteText(key, "DeviceDesc", device.description);
-    if (!device.manufacturer.empty()) registry.WriteText(key, "Mfg", device.manufacturer);
-    for (const RegistryValue& value : device.values) {
-        const std::string parameters = key + "\\Device Parameters";
-        if (value.type == REG_DWORD) {
-            registry.WriteNumber(parameters, value.name, value.number);
-        } else {
-            registry.WriteText(parameters, value.name, value.text, value.type);
+    void Write(const std::vector<RegistryDevice>& devices) {
+        for (const RegistryDevice& device : devices) {
+            WriteDevice(device);
+            for (const char* interfaceClass : device.interfaces) WriteInterface(device.instanceId, interfaceClass);
         }
     }
-    for (const char* interfaceClass : device.interfaces) WriteInterface(registry, device.instanceId, interfaceClass);
-}
+    void Delete() {
+        for (const std::string& key : m_Written) ::RegDeleteTreeA(HKEY_LOCAL_MACHINE, key.c_str());
+        m_Written.clear();
+    }
+
+  private:
+    void WriteDevice(const RegistryDevice& device) {
+        const std::string key = NewKey("Enum\\", device.instanceId);
+        WriteValue(key, Text("ClassGUID", device.setupClass));
+        if (!device.description.empty()) WriteValue(key, Text("DeviceDesc", device.description));
+        if (!device.manufacturer.empty()) WriteValue(key, Text("Mfg", device.manufacturer));
+        for (const RegistryValue& value : device.values) WriteValue(key + "\\Device Parameters", value);
+    }
+    void WriteInterface(const std::string& instanceId, const std::string& interfaceClass) {
+        const std::string name = InterfaceName(instanceId, interfaceClass);
+        const std::string key = NewKey("Control\\DeviceClasses\\" + interfaceClass + "\\##?#", name);
+        WriteValue(key, Text("DeviceInstance", instanceId));
+        WriteValue(key + "\\#", Text("SymbolicLink", "\\\\?\\" + name));
+        WriteValue(key + "\\#\\Control", Number("Linked", 1));
+    }
+    std::string NewKey(const std::string& folder, const std::string& name) {
+        m_Written.push_back("System\\CurrentControlSet\\" + folder + name);
+        return m_Written.back();
+    }
+    static void WriteValue(const std::string& key, const RegistryValue& value) {
+        const auto size = static_cast<DWORD>(value.bytes.size());
+        EXPECT_EQ(::RegSetKeyValueA(HKEY_LOCAL_MACHINE, key.c_str(), value.name, value.type, value.bytes.data(), size),
+                  ERROR_SUCCESS)
+            << key;
+    }
+
+    std::vector<std::string> m_Written;  // keys; what is below belongs to them
+};
 
 }  // namespace quillet::platform

@@ -1,9 +1,11 @@
 #include "support/process.h"
 
 #include <windows.h>
+#include <algorithm>
 #include <stdexcept>
 #include <tlhelp32.h>
 #include <utility>
+#include <vector>
 
 #include "platform/windows/unique_handle.h"
 
@@ -27,10 +29,53 @@ size_t ThreadCount() {
     return count;
 }
 
+namespace {
+
+// One handle of some process, as the system lists all of them.
+struct SystemHandle {
+    void* object;
+    ULONG_PTR processId;
+    ULONG_PTR handle;
+    ULONG access;
+    USHORT traceIndex;
+    USHORT type;
+    ULONG attributes;
+    ULONG reserved;
+};
+struct SystemHandles {
+    ULONG_PTR count;
+    ULONG_PTR reserved;
+    SystemHandle first;
+};
+
+// The list, in a buffer that grows until it holds it.
+std::vector<ULONG_PTR> ListSystemHandles() {
+    constexpr ULONG kExtendedHandleInformation = 64;
+    constexpr LONG kTooSmall = static_cast<LONG>(0xC0000004);
+    using Query = LONG(NTAPI*)(ULONG, void*, ULONG, ULONG*);
+    const FARPROC found = ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation");
+    const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(found));
+    std::vector<ULONG_PTR> list(4096);
+    const auto read = [&] {
+        return query(kExtendedHandleInformation, list.data(), static_cast<ULONG>(list.size() * sizeof list[0]),
+                     nullptr);
+    };
+    LONG status = read();
+    for (; status == kTooSmall; status = read()) list.resize(list.size() * 2);
+    if (status != 0) throw std::runtime_error("the system doesn't list its handles");
+    return list;
+}
+
+}  // namespace
+
+// GetProcessHandleCount gives 0 under Wine, and no leak would show.
 size_t HandleCount() {
-    DWORD count = 0;
-    ::GetProcessHandleCount(::GetCurrentProcess(), &count);
-    return count;
+    const std::vector<ULONG_PTR> list = ListSystemHandles();
+    const auto* handles = reinterpret_cast<const SystemHandles*>(list.data());
+    const SystemHandle* first = &handles->first;
+    return static_cast<size_t>(std::count_if(first, first + handles->count, [](const SystemHandle& handle) {
+        return handle.processId == ::GetCurrentProcessId();
+    }));
 }
 
 int64_t ProcessorTimeMs() {

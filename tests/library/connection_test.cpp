@@ -77,13 +77,19 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     EXPECT_EQ(open("protocol=usb"), ResultNoHardware);
     // Line settings are read when the port is open already; it is closed again.
     EXPECT_EQ(open(virtualSerial + ",baudrate=fast"), ResultOpenException);
-    EXPECT_EQ(open(serial + ",stopbits=1"), ResultNoHardware);
-    EXPECT_EQ(handle.State(), ScannerStateClosed);
     EXPECT_EQ(open("PROTOCOL=Virtual Serial Port,BaudRate=115200.9,SerialPort=" + port), ResultSuccess);
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
     handle.Destroy();
     scanner.reset();
     EXPECT_EQ(test::HandleCount(), handles);
+}
+
+TEST_F(ConnectionTest, ALineThatThePortCannotSetIsAFailedOpen) {
+    if (test::IsUnderWine()) GTEST_SKIP() << "Wine takes one and a half stop bits for 8 data bits";
+    auto scanner = NewScanner(ScannerLink::Serial);
+    Handle handle;
+    EXPECT_EQ(openScanner(handle, (ConnectionOf(ScannerLink::Serial) + ",stopbits=1").c_str()), ResultNoHardware);
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
 }
 
 class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
@@ -120,6 +126,13 @@ TEST_P(ClaimTest, TheEndOfAProcessWithAnOpenHandleIsQuiet) {
     Holder holder(ConnectionOf(GetParam()), "leave");
     ASSERT_EQ(holder.Result(), ResultSuccess);
     EXPECT_EQ(holder.End(), 0);
+}
+
+TEST_P(ClaimTest, TheEndOfAProcessWithALostScannerIsQuiet) {
+    if (test::IsUnderWine() && GetParam() != ScannerLink::Usb) {
+        GTEST_SKIP() << "Wine's server may crash when a process ends whose COM port has hung up";
+    }
+    auto scanner = NewScanner(GetParam());
     Holder lost(ConnectionOf(GetParam()), "leave");
     ASSERT_EQ(lost.Result(), ResultSuccess);
     scanner->Unplug();

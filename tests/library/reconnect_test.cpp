@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "library/library_test.h"
+#include "support/process.h"
 
 namespace quillet::tests {
 namespace {
@@ -93,6 +94,32 @@ TEST_P(ReconnectTest, ALostScannerCanBeClosedReopenedAndDestroyed) {
     ASSERT_EQ(openScanner(next, Connection()), ResultSuccess);
     m_Scanner->Scan(3, "next");
     EXPECT_EQ(next.Take().text, "next");
+}
+
+#ifdef _WIN32
+constexpr int kLeakCycles = 100;
+#else
+constexpr int kLeakCycles = 20;
+#endif
+
+TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    const auto cycle = [&] {
+        m_Scanner->Unplug();
+        ASSERT_TRUE(IsLost(handle));
+        m_Scanner->Plug();
+        ASSERT_TRUE(ComesBack(handle));
+    };
+    for (int i = 0; i < 3; ++i) cycle();  // the first ones load what the system keeps
+    ScanUntilReceived(handle);
+    const size_t handles = test::HandleCount();
+    const size_t threads = test::ThreadCount();
+    for (int i = Cycles(kLeakCycles); i > 0 && !HasFatalFailure(); --i) cycle();
+    ScanUntilReceived(handle);
+    const auto asBefore = [&] { return test::HandleCount() == handles && test::ThreadCount() == threads; };
+    EXPECT_TRUE(Eventually(asBefore)) << test::HandleCount() << " handles after " << handles << ", "
+                                      << test::ThreadCount() << " threads after " << threads;
 }
 
 TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {

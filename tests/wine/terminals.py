@@ -154,7 +154,7 @@ class Connection:
                     self._start_terminal()
                     return True
                 case ["pull", path]:
-                    self._bridge.terminals[path].close()
+                    self._bridge.pull(path)
                 case ["link", name, target]:
                     names.link(name, target)
                 case ["unlink", name]:
@@ -162,7 +162,7 @@ class Connection:
                 case _:
                     raise ValueError("no such request")
             self._answer("done")
-        except (OSError, ValueError, KeyError) as error:
+        except (OSError, ValueError) as error:
             self._answer(f"error: {error}")
         return False
 
@@ -241,6 +241,11 @@ class Bridge:
     def forget(self, file):
         del self._owners[file]
         self._epoll.unregister(file)
+
+    def pull(self, path):
+        if path not in self.terminals:
+            raise ValueError("no such terminal: " + path)
+        self.terminals[path].close()
 
     def run(self):
         while True:

@@ -1,12 +1,12 @@
-// Handles of Windows as objects, and failures as exceptions.
+// Sockets as objects, and failures of Windows as exceptions.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <system_error>
-#include <type_traits>
-#include <windows.h>
+#include <utility>
 #include <winsock2.h>
+
+#include "platform/windows/unique_handle.h"
 
 namespace quillet::platform {
 
@@ -14,26 +14,21 @@ namespace quillet::platform {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const { ::CloseHandle(handle); }
-};
-using UniqueHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser>;
-
-// For calls that give null or INVALID_HANDLE_VALUE on failure.
-inline UniqueHandle CheckedHandle(HANDLE handle, const std::string& what) {
-    if (handle == nullptr || handle == INVALID_HANDLE_VALUE) ThrowWindows(what);
-    return UniqueHandle(handle);
+inline UniqueHandle Checked(HANDLE handle, const std::string& what) {
+    UniqueHandle owner(handle);
+    if (!owner.IsOpen()) ThrowWindows(what);
+    return owner;
 }
 
 class UniqueSocket {
   public:
-    explicit UniqueSocket(SOCKET socket) : m_Socket(socket) {}
+    explicit UniqueSocket(SOCKET socket) noexcept : m_Socket(socket) {}
     UniqueSocket(UniqueSocket&& other) noexcept : m_Socket(std::exchange(other.m_Socket, INVALID_SOCKET)) {}
     UniqueSocket& operator=(UniqueSocket&&) = delete;
     ~UniqueSocket() {
         if (m_Socket != INVALID_SOCKET) ::closesocket(m_Socket);
     }
-    SOCKET Get() const { return m_Socket; }
+    SOCKET Get() const noexcept { return m_Socket; }
 
   private:
     SOCKET m_Socket;

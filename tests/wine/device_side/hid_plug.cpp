@@ -1,9 +1,8 @@
 #include "wine/device_side/hid_plug.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <initguid.h>
+#include <memory>
 #include <setupapi.h>
 #include <stdexcept>
 #include <string>
@@ -15,11 +14,10 @@ namespace quillet::platform {
 namespace {
 
 constexpr DWORD kPipePatienceMs = 5000;
+constexpr ULONGLONG kListPatienceMs = 10'000;
 constexpr char kDevicePart[] = "vid_18d1&pid_010b";
 
-// clang-format off
 constexpr GUID kHidInterface = {0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
-// clang-format on
 
 struct DeviceSetCloser {
     void operator()(HDEVINFO set) const { ::SetupDiDestroyDeviceInfoList(set); }
@@ -48,34 +46,44 @@ bool IsListed() {
     return false;
 }
 
+// The driver's answer comes a moment before the list changes, of which nothing tells.
+bool WaitUntilListed(bool listed) {
+    const ULONGLONG end = ::GetTickCount64() + kListPatienceMs;
+    while (IsListed() != listed) {
+        if (::GetTickCount64() > end) return false;
+        ::Sleep(1);
+    }
+    return true;
+}
+
 }  // namespace
 
 UniqueHandle OpenHidPipe(const char* name, DWORD flags) {
+    constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
+    DWORD mode = PIPE_READMODE_MESSAGE;
     for (;;) {
-        const HANDLE pipe =
-            ::CreateFileA(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, flags, nullptr);
-        if (pipe != INVALID_HANDLE_VALUE) {
-            UniqueHandle owned(pipe);
-            DWORD mode = PIPE_READMODE_MESSAGE;
-            if (!::SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr)) ThrowWindows(name);
-            return owned;
-        }
+        UniqueHandle pipe(::CreateFileA(name, kAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+        if (pipe.IsOpen() && ::SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr)) return pipe;
         if (::GetLastError() != ERROR_PIPE_BUSY || !::WaitNamedPipeA(name, kPipePatienceMs)) ThrowWindows(name);
     }
 }
 
 HidPlug::HidPlug() : m_Pipe(OpenHidPipe(QUILLET_HID_PLUG_PIPE, 0)) {
-    if (!Request(QUILLET_HID_PLUG_REQUEST) || !IsListed()) throw std::runtime_error("the HID device doesn't appear");
+    if (!Request(QUILLET_HID_PLUG_REQUEST) || !WaitUntilListed(true)) {
+        throw std::runtime_error("the HID device doesn't appear");
+    }
 }
 
 HidPlug::~HidPlug() {
-    if (!Request(QUILLET_HID_UNPLUG_REQUEST) || IsListed()) std::fprintf(stderr, "the HID device doesn't go\n");
+    if (!Request(QUILLET_HID_UNPLUG_REQUEST) || !WaitUntilListed(false)) {
+        std::fprintf(stderr, "the HID device doesn't go\n");
+    }
 }
 
 bool HidPlug::Request(char request) const {
     char answer = 0;
     DWORD count = 0;
-    return ::TransactNamedPipe(m_Pipe.get(), &request, 1, &answer, 1, &count, nullptr) && answer == QUILLET_HID_DONE;
+    return ::TransactNamedPipe(m_Pipe.Get(), &request, 1, &answer, 1, &count, nullptr) && answer == QUILLET_HID_DONE;
 }
 
 }  // namespace quillet::platform

@@ -14,28 +14,10 @@
 namespace quillet::platform {
 namespace {
 
-// Records of what is published, each a value with the registration's name; they outlive a program that is killed.
+// What is published, each device a value with the registration's name. It outlives a program that is killed, so that
+// the next one of this name can take the device away.
 constexpr char kRecords[] = "Software\\Quillet\\VirtualDevices";
 constexpr DWORD kLargestRecord = 4096;
-
-using DeviceFields = std::map<std::string, std::string>;
-
-DeviceFields FieldsOf(const DeviceText& text) {
-    DeviceFields fields;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const size_t equals = line.find('=');
-        if (equals != std::string::npos) fields[line.substr(0, equals)] = line.substr(equals + 1);
-    }
-    return fields;
-}
-
-// The driver has one device, so there is one place for it; used under the lock of the registration's owner, of which
-// only one can have the device.
-std::unique_ptr<HidPlug>& PluggedHid() {
-    static std::unique_ptr<HidPlug> plug;
-    return plug;
-}
 
 void WriteRecord(const std::string& name, const DeviceText& text) {
     const LSTATUS status = ::RegSetKeyValueA(HKEY_CURRENT_USER, kRecords, name.c_str(), REG_SZ, text.c_str(),
@@ -52,6 +34,18 @@ DeviceText ReadRecord(const std::string& name) {
     return text;
 }
 
+using DeviceFields = std::map<std::string, std::string>;
+
+DeviceFields FieldsOf(const DeviceText& text) {
+    DeviceFields fields;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t equals = line.find('=');
+        if (equals != std::string::npos) fields[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return fields;
+}
+
 void PublishPort(DeviceFields& fields) {
     LinkPort(fields["port"], fields["path"]);
     WritePortKeys({fields["instance"], fields["port"], fields["description"], fields["manufacturer"]});
@@ -63,7 +57,26 @@ void WithdrawPort(DeviceFields& fields) {
     UnlinkPort(fields["port"]);
 }
 
+// The mutex is never taken, since owning it would bind a registration to a thread: that it exists is the lock.
+UniqueHandle TakeName(const std::string& name) {
+    const std::string mutexName = "quillet-device-" + name;
+    UniqueHandle lock(::CreateMutexA(nullptr, FALSE, mutexName.c_str()));
+    const DWORD error = ::GetLastError();
+    if (!lock.IsOpen()) ThrowWindows(name, error);
+    if (error == ERROR_ALREADY_EXISTS) throw std::runtime_error(name + ": another running program has this device");
+    return lock;
+}
+
 }  // namespace
+
+struct DeviceRegistration::Impl {
+    explicit Impl(const std::string& ownName) : name(ownName), lock(TakeName(ownName)) {}
+
+    const std::string name;
+    const std::string socketPath = QUILLET_HID_REPORT_PIPE;
+    const UniqueHandle lock;
+    std::unique_ptr<HidPlug> hid;  // while the HID device is published
+};
 
 // A text without a meaning here, in the form of an absolute path.
 std::string DeviceRegistration::UserDirectory() {
@@ -71,44 +84,37 @@ std::string DeviceRegistration::UserDirectory() {
 }
 
 DeviceRegistration::DeviceRegistration(const std::string& /*directory*/, const std::string& name)
-    : m_DevicePath(name), m_SocketPath(QUILLET_HID_REPORT_PIPE), m_LockPath("quillet-device-" + name) {
-    TakeName();
+    : m_Impl(std::make_unique<Impl>(name)) {
     Withdraw();
 }
 
 DeviceRegistration::~DeviceRegistration() {
     Withdraw();
-    ::CloseHandle(::LongToHandle(m_Lock));
 }
 
-// The mutex is never taken, since owning it would bind this object to a thread: that it exists is the lock.
-void DeviceRegistration::TakeName() {
-    UniqueHandle lock = CheckedHandle(::CreateMutexA(nullptr, FALSE, m_LockPath.c_str()), m_LockPath);
-    if (::GetLastError() == ERROR_ALREADY_EXISTS) {
-        throw std::runtime_error(m_DevicePath + ": another running program has this device");
-    }
-    m_Lock = ::HandleToLong(lock.release());  // handles have 32 bits that count
+const std::string& DeviceRegistration::SocketPath() const {
+    return m_Impl->socketPath;
 }
 
 void DeviceRegistration::Publish(const DeviceText& text) {
-    WriteRecord(m_DevicePath, text);
+    WriteRecord(m_Impl->name, text);
     DeviceFields fields = FieldsOf(text);
     if (fields["class"] == "hid") {
-        PluggedHid() = std::make_unique<HidPlug>();
+        m_Impl->hid = std::make_unique<HidPlug>();
     } else {
         PublishPort(fields);
     }
 }
 
 void DeviceRegistration::Withdraw() noexcept {
+    m_Impl->hid.reset();
     try {
-        DeviceFields fields = FieldsOf(ReadRecord(m_DevicePath));
-        if (fields["class"] == "hid") PluggedHid().reset();
+        DeviceFields fields = FieldsOf(ReadRecord(m_Impl->name));
         if (fields["class"] == "serial") WithdrawPort(fields);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        std::fprintf(stderr, "%s: %s\n", m_Impl->name.c_str(), error.what());
     }
-    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, kRecords, m_DevicePath.c_str());
+    ::RegDeleteKeyValueA(HKEY_CURRENT_USER, kRecords, m_Impl->name.c_str());
 }
 
 }  // namespace quillet::platform

@@ -9,7 +9,7 @@ namespace {
 
 class ReportPipe final : public DeviceEnd {
   public:
-    ReportPipe() : m_Pipe(OpenHidPipe(QUILLET_HID_REPORT_PIPE, FILE_FLAG_OVERLAPPED)), m_Channel(m_Pipe.get()) {}
+    ReportPipe() : m_Pipe(OpenHidPipe(QUILLET_HID_REPORT_PIPE, FILE_FLAG_OVERLAPPED)), m_Channel(m_Pipe.Get()) {}
     const std::string& HostPath() const override { return m_HostPath; }
     Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override;
     Sent Send(std::string_view bytes, const StopSignal& stop) override { return m_Channel.Send(bytes, stop); }
@@ -17,7 +17,7 @@ class ReportPipe final : public DeviceEnd {
   private:
     const std::string m_HostPath = QUILLET_HID_REPORT_PIPE;
     const UniqueHandle m_Pipe;
-    Channel m_Channel;
+    PipeChannel m_Channel;
     bool m_HostTold = false;  // the receiving thread's
 };
 

@@ -11,7 +11,7 @@ namespace {
 
 class Terminal final : public DeviceEnd {
   public:
-    Terminal() : m_Bridge(NewBridgeTerminal()), m_Channel(reinterpret_cast<HANDLE>(m_Bridge.socket.Get())) {}
+    Terminal() : m_Bridge(NewBridgeTerminal()), m_Channel(m_Bridge.socket.Get()) {}
     ~Terminal() override;
     const std::string& HostPath() const override { return m_Bridge.hostPath; }
     Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override {
@@ -21,7 +21,7 @@ class Terminal final : public DeviceEnd {
 
   private:
     const BridgeTerminal m_Bridge;
-    Channel m_Channel;
+    SocketChannel m_Channel;
 };
 
 // The end of the connection alone would pull it too, but only a moment later.

@@ -55,6 +55,7 @@ static NTSTATUS QueryId(PIRP irp, BUS_QUERY_ID_TYPE type) {
 static NTSTATUS Remove(PDEVICE_OBJECT device, PIRP irp) {
     CompleteIrp(irp, STATUS_SUCCESS, 0);
     IoDeleteDevice(device);
+    DeviceIsRemoved();
     return STATUS_SUCCESS;
 }
 

@@ -5,12 +5,16 @@
 #include "hid_port.h"
 #include "pipes.h"
 
-/* ---- driver.c: the bus. Plugging and unplugging belong to one thread; they return once the system has listed the
-   device, or has taken it off its list. */
+#define TICKS_PER_MS 10000 /* of kernel time */
+
+/* ---- driver.c: the bus */
 
 NTSTATUS CompleteIrp(PIRP irp, NTSTATUS status, ULONG_PTR information);
+/* Both belong to one thread. They return once the class driver reads from the device, or has let go of it; false if it
+   doesn't in time. */
 BOOLEAN PlugDevice(void);
-void UnplugDevice(void);
+BOOLEAN UnplugDevice(void);
+void DeviceIsRemoved(void);
 
 /* ---- device.c: requests to the device */
 
@@ -20,8 +24,9 @@ NTSTATUS DeviceControl(PDEVICE_OBJECT device, PIRP irp);
 /* ---- reports.c: reports both ways */
 
 void InitReports(void);
-/* The device that is plugged in, or NULL: requests to any other fail, and those that wait are ended. */
-void SetPresentDevice(PDEVICE_OBJECT device);
+/* The device that is plugged in, or NULL: requests to any other fail, and those that wait are ended. Gives the event that
+   is set as soon as the device is read from. */
+PKEVENT SetPresentDevice(PDEVICE_OBJECT device);
 BOOLEAN IsPresent(PDEVICE_OBJECT device);
 /* The class driver's read: takes the next report, and waits for it. */
 NTSTATUS QueueRead(PDEVICE_OBJECT device, PIRP irp);

@@ -8,18 +8,16 @@
 #define INVALID_PIPE ((HANDLE)(LONG_PTR)-1)
 #define PIPE_DUPLEX 3
 #define PIPE_OF_MESSAGES (4 | 2)
+#define ERROR_PIPE_HAD_CLIENT 232
 #define ERROR_PIPE_HAS_CLIENT 535
 
-__declspec(dllimport) HANDLE NTAPI CreateNamedPipeW(const WCHAR* name, ULONG access, ULONG mode, ULONG instances,
-                                                    ULONG outSize, ULONG inSize, ULONG timeoutMs, void* security);
-__declspec(dllimport) int NTAPI ConnectNamedPipe(HANDLE pipe, void* overlapped);
-__declspec(dllimport) int NTAPI DisconnectNamedPipe(HANDLE pipe);
-__declspec(dllimport) int NTAPI
-    PeekNamedPipe(HANDLE pipe, void* buffer, ULONG size, ULONG* count, ULONG* available, ULONG* left);
-__declspec(dllimport) int NTAPI ReadFile(HANDLE file, void* buffer, ULONG size, ULONG* count, void* overlapped);
-__declspec(dllimport) int NTAPI WriteFile(HANDLE file, const void* buffer, ULONG size, ULONG* count, void* overlapped);
-__declspec(dllimport) ULONG NTAPI GetLastError(void);
-__declspec(dllimport) HANDLE NTAPI
-    CreateThread(void* security, SIZE_T stackSize, ULONG(NTAPI* body)(void*), void* argument, ULONG flags, ULONG* id);
+HANDLE CreateNamedPipeW(const WCHAR* name, ULONG access, ULONG mode, ULONG instances, ULONG outSize, ULONG inSize,
+                        ULONG timeoutMs, void* security);
+int ConnectNamedPipe(HANDLE pipe, void* overlapped);
+int DisconnectNamedPipe(HANDLE pipe);
+int ReadFile(HANDLE file, void* buffer, ULONG size, ULONG* count, void* overlapped);
+int WriteFile(HANDLE file, const void* buffer, ULONG size, ULONG* count, void* overlapped);
+ULONG GetLastError(void);
+HANDLE CreateThread(void* security, SIZE_T stackSize, ULONG (*body)(void*), void* argument, ULONG flags, ULONG* id);
 
 #endif

@@ -3,16 +3,18 @@
 #include "hid_bus.h"
 #include "kernelbase.h"
 
-#define PIPE_BUFFER 65536
+/* For the host's reports, which wait here while the client is busy. The other way the client waits, so that hardly any
+   report is still on its way once it is sent. */
+#define BUFFER_TO_CLIENT 65536
+#define BUFFER_FROM_CLIENT QUILLET_HID_REPORT_SIZE
 
 typedef void (*ServeClient)(HANDLE pipe);
 
 static char Obey(char request) {
-    switch (request) {
-        case QUILLET_HID_PLUG_REQUEST: return PlugDevice() ? QUILLET_HID_DONE : QUILLET_HID_FAILED;
-        case QUILLET_HID_UNPLUG_REQUEST: UnplugDevice(); return QUILLET_HID_DONE;
-        default: return QUILLET_HID_FAILED;
-    }
+    BOOLEAN done = FALSE;
+    if (request == QUILLET_HID_PLUG_REQUEST) done = PlugDevice();
+    if (request == QUILLET_HID_UNPLUG_REQUEST) done = UnplugDevice();
+    return done ? QUILLET_HID_DONE : QUILLET_HID_FAILED;
 }
 
 static void ServePlugging(HANDLE pipe) {
@@ -26,23 +28,28 @@ static void ServePlugging(HANDLE pipe) {
 }
 
 static HANDLE MakePipe(const WCHAR* name) {
-    return CreateNamedPipeW(name, PIPE_DUPLEX, PIPE_OF_MESSAGES, 1, PIPE_BUFFER, PIPE_BUFFER, 0, NULL);
+    return CreateNamedPipeW(name, PIPE_DUPLEX, PIPE_OF_MESSAGES, 1, BUFFER_TO_CLIENT, BUFFER_FROM_CLIENT, 0, NULL);
+}
+
+/* A client that came before the call, and one that is even gone again. */
+static BOOLEAN HadClient(ULONG error) {
+    return error == ERROR_PIPE_HAS_CLIENT || error == ERROR_PIPE_HAD_CLIENT;
 }
 
 static void ServeClients(HANDLE pipe, ServeClient serve) {
     for (;;) {
-        if (!ConnectNamedPipe(pipe, NULL) && GetLastError() != ERROR_PIPE_HAS_CLIENT) return;
+        if (!ConnectNamedPipe(pipe, NULL) && !HadClient(GetLastError())) return;
         serve(pipe);
         DisconnectNamedPipe(pipe);
     }
 }
 
-static ULONG NTAPI PlugThread(void* pipe) {
+static ULONG PlugThread(void* pipe) {
     ServeClients(pipe, ServePlugging);
     return 0;
 }
 
-static ULONG NTAPI ReportThread(void* pipe) {
+static ULONG ReportThread(void* pipe) {
     ServeClients(pipe, ServeReports);
     return 0;
 }

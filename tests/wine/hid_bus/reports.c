@@ -3,20 +3,23 @@
 #include "hid_bus.h"
 #include "kernelbase.h"
 
-/* How often a report that waits for a read looks whether its sender is still there. */
-#define LOOK_MS 100
-#define TICKS_PER_MS 10000
+/* Between any two reports, as by the polls of a USB host. The class driver reads at once and keeps 31 reports for a host
+   that is slower; of more it loses some and mixes up the others. A busy machine holds a host up for 100 ms, so leave it
+   more than twice that. */
+#define REPORT_INTERVAL_MS 8
 
 static KSPIN_LOCK lock;              /* guards the next two */
 static LIST_ENTRY reads;             /* of the class driver, that wait for a report */
 static PDEVICE_OBJECT presentDevice; /* the device that reads may come from */
-static KEVENT readQueued;            /* set with each read; wakes the report pipe's thread */
+static KEVENT changed;               /* set with each change of the two; wakes the report pipe's thread */
+static KEVENT readFrom;              /* set from the device's first read on */
 static HANDLE reportPipe;            /* set before the first device is plugged in, and never closed */
 
 void InitReports(void) {
     KeInitializeSpinLock(&lock);
     InitializeListHead(&reads);
-    KeInitializeEvent(&readQueued, SynchronizationEvent, FALSE);
+    KeInitializeEvent(&changed, SynchronizationEvent, FALSE);
+    KeInitializeEvent(&readFrom, NotificationEvent, FALSE);
 }
 
 void SetReportPipe(HANDLE pipe) {
@@ -73,18 +76,21 @@ NTSTATUS QueueRead(PDEVICE_OBJECT device, PIRP irp) {
     status = QueueReadLocked(device, irp);
     KeReleaseSpinLock(&lock, irql);
     if (status != STATUS_PENDING) return CompleteIrp(irp, status, 0);
-    KeSetEvent(&readQueued, IO_NO_INCREMENT, FALSE);
+    KeSetEvent(&changed, IO_NO_INCREMENT, FALSE);
+    KeSetEvent(&readFrom, IO_NO_INCREMENT, FALSE);
     return STATUS_PENDING;
 }
 
-void SetPresentDevice(PDEVICE_OBJECT device) {
+PKEVENT SetPresentDevice(PDEVICE_OBJECT device) {
     KIRQL irql;
     PIRP irp;
+    KeClearEvent(&readFrom);
     KeAcquireSpinLock(&lock, &irql);
     presentDevice = device;
     KeReleaseSpinLock(&lock, irql);
-    if (device != NULL) return;
-    while ((irp = TakeRead()) != NULL) CompleteIrp(irp, STATUS_DELETE_PENDING, 0);
+    KeSetEvent(&changed, IO_NO_INCREMENT, FALSE);
+    while (device == NULL && (irp = TakeRead()) != NULL) CompleteIrp(irp, STATUS_DELETE_PENDING, 0);
+    return &readFrom;
 }
 
 BOOLEAN IsPresent(PDEVICE_OBJECT device) {
@@ -98,34 +104,40 @@ BOOLEAN IsPresent(PDEVICE_OBJECT device) {
 
 /* ---- The pipe */
 
+/* Wine's class driver takes a byte off the count that it hands to the host, for the id. */
 NTSTATUS SendOutput(PIRP irp) {
     const HidTransferPacket* packet = irp->UserBuffer;
     ULONG written = 0;
     if (!WriteFile(reportPipe, packet->buffer, packet->length, &written, NULL)) {
         return CompleteIrp(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
     }
-    return CompleteIrp(irp, STATUS_SUCCESS, packet->length);
+    return CompleteIrp(irp, STATUS_SUCCESS, packet->length + 1);
 }
 
-/* NULL once the pipe's client has gone. */
-static PIRP WaitForRead(HANDLE pipe) {
-    LARGE_INTEGER limit;
-    limit.QuadPart = -(LONGLONG)LOOK_MS * TICKS_PER_MS;
-    for (;;) {
-        const PIRP irp = TakeRead();
-        if (irp != NULL || !PeekNamedPipe(pipe, NULL, 0, NULL, NULL, NULL)) return irp;
-        KeWaitForSingleObject(&readQueued, Executive, KernelMode, FALSE, &limit);
+static BOOLEAN IsPlugged(void) {
+    return !IsPresent(NULL);
+}
+
+/* NULL while the device isn't plugged in. */
+static PIRP WaitForRead(void) {
+    PIRP irp;
+    while ((irp = TakeRead()) == NULL && IsPlugged()) {
+        KeWaitForSingleObject(&changed, Executive, KernelMode, FALSE, NULL);
     }
+    return irp;
 }
 
-/* Until the client goes. */
+/* Until the client goes. What it sends while the device isn't plugged in goes nowhere. */
 void ServeReports(HANDLE pipe) {
     UCHAR report[QUILLET_HID_REPORT_SIZE];
     ULONG size = 0;
+    LARGE_INTEGER interval;
+    interval.QuadPart = -(LONGLONG)REPORT_INTERVAL_MS * TICKS_PER_MS;
     while (ReadFile(pipe, report, sizeof(report), &size, NULL)) {
-        const PIRP irp = WaitForRead(pipe);
-        if (irp == NULL) return;
+        const PIRP irp = WaitForRead();
+        if (irp == NULL) continue;
         RtlCopyMemory(irp->UserBuffer, report, size);
         CompleteIrp(irp, STATUS_SUCCESS, size);
+        KeDelayExecutionThread(KernelMode, FALSE, &interval);
     }
 }

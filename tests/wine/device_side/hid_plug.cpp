@@ -1,0 +1,89 @@
+#include "wine/device_side/hid_plug.h"
+
+#include <cctype>
+#include <cstdio>
+#include <memory>
+#include <setupapi.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "wine/hid_bus/pipes.h"
+
+namespace quillet::platform {
+namespace {
+
+constexpr DWORD kPipePatienceMs = 5000;
+constexpr ULONGLONG kListPatienceMs = 10'000;
+constexpr char kDevicePart[] = "vid_18d1&pid_010b";
+
+constexpr GUID kHidInterface = {0x4D1E55B2, 0xF16F, 0x11CF, {0x88, 0xCB, 0x00, 0x11, 0x11, 0x00, 0x00, 0x30}};
+
+struct DeviceSetCloser {
+    void operator()(HDEVINFO set) const { ::SetupDiDestroyDeviceInfoList(set); }
+};
+
+std::string InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& entry) {
+    DWORD size = 0;
+    ::SetupDiGetDeviceInterfaceDetailA(set, &entry, nullptr, 0, &size, nullptr);
+    std::vector<DWORD> buffer(size / sizeof(DWORD) + 2);
+    auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(buffer.data());
+    detail->cbSize = sizeof(*detail);
+    if (!::SetupDiGetDeviceInterfaceDetailA(set, &entry, detail, size, nullptr, nullptr)) return {};
+    std::string path = detail->DevicePath;
+    for (char& character : path) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    return path;
+}
+
+bool IsListed() {
+    const std::unique_ptr<void, DeviceSetCloser> set(
+        ::SetupDiGetClassDevsA(&kHidInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+    SP_DEVICE_INTERFACE_DATA entry{};
+    entry.cbSize = sizeof(entry);
+    for (DWORD i = 0; ::SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kHidInterface, i, &entry); ++i) {
+        if (InterfacePath(set.get(), entry).find(kDevicePart) != std::string::npos) return true;
+    }
+    return false;
+}
+
+// The driver's answer comes a moment before the list changes, of which nothing tells.
+bool WaitUntilListed(bool listed) {
+    const ULONGLONG end = ::GetTickCount64() + kListPatienceMs;
+    while (IsListed() != listed) {
+        if (::GetTickCount64() > end) return false;
+        ::Sleep(1);
+    }
+    return true;
+}
+
+}  // namespace
+
+UniqueHandle OpenHidPipe(const char* name, DWORD flags) {
+    constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
+    DWORD mode = PIPE_READMODE_MESSAGE;
+    for (;;) {
+        UniqueHandle pipe(::CreateFileA(name, kAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+        if (pipe.IsOpen() && ::SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr)) return pipe;
+        if (::GetLastError() != ERROR_PIPE_BUSY || !::WaitNamedPipeA(name, kPipePatienceMs)) ThrowWindows(name);
+    }
+}
+
+HidPlug::HidPlug() : m_Pipe(OpenHidPipe(QUILLET_HID_PLUG_PIPE, 0)) {
+    if (!Request(QUILLET_HID_PLUG_REQUEST) || !WaitUntilListed(true)) {
+        throw std::runtime_error("the HID device doesn't appear");
+    }
+}
+
+HidPlug::~HidPlug() {
+    if (!Request(QUILLET_HID_UNPLUG_REQUEST) || !WaitUntilListed(false)) {
+        std::fprintf(stderr, "the HID device doesn't go\n");
+    }
+}
+
+bool HidPlug::Request(char request) const {
+    char answer = 0;
+    DWORD count = 0;
+    return ::TransactNamedPipe(m_Pipe.Get(), &request, 1, &answer, 1, &count, nullptr) && answer == QUILLET_HID_DONE;
+}
+
+}  // namespace quillet::platform

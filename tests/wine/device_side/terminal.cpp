@@ -1,0 +1,42 @@
+// A pseudo-terminal as a serial device: the bridge holds it, and hosts open it by a COM name.
+#include <cstdio>
+#include <exception>
+
+#include "platform/device_side.h"
+#include "wine/device_side/bridge.h"
+#include "wine/device_side/channel.h"
+
+namespace quillet::platform {
+namespace {
+
+class Terminal final : public DeviceEnd {
+  public:
+    Terminal() : m_Bridge(NewBridgeTerminal()), m_Channel(m_Bridge.socket.Get()) {}
+    ~Terminal() override;
+    const std::string& HostPath() const override { return m_Bridge.hostPath; }
+    Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override {
+        return m_Channel.Receive(bytes, timeoutMs, stop);
+    }
+    Sent Send(std::string_view bytes, const StopSignal& stop) override { return m_Channel.Send(bytes, stop); }
+
+  private:
+    const BridgeTerminal m_Bridge;
+    SocketChannel m_Channel;
+};
+
+// The end of the connection alone would pull it too, but only a moment later.
+Terminal::~Terminal() {
+    try {
+        PullBridgeTerminal(m_Bridge.hostPath);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal() {
+    return std::make_unique<Terminal>();
+}
+
+}  // namespace quillet::platform

@@ -46,6 +46,11 @@ TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
 }
 
 TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
+    {
+        auto scanner = NewScanner(ScannerLink::VirtualSerial);
+        Handle first;  // makes what the system keeps for the process
+        ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::VirtualSerial).c_str()), ResultSuccess);
+    }
     const size_t handles = test::HandleCount();
     Handle handle;
     const size_t threads = test::ThreadCount();

@@ -33,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(Links, BarcodeTest,
                          LinkName);
 
 #ifdef _WIN32
-constexpr int kUsbBarcodes = 150;  // each of 36 reports on average, whose way through a driver takes its time
+constexpr int kUsbBarcodes = 60;  // each of 36 reports on average, whose way through a driver takes its time
 #else
 constexpr int kUsbBarcodes = 3000;
 #endif

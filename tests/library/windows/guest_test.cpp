@@ -51,7 +51,7 @@ TEST_F(GuestTest, KeepsNothingOfTheHostsThreads) {
     Handle handle;
     ASSERT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
     const auto callOnThreads = [&] {
-        for (int i = 0; i < 50; ++i) {
+        for (int i = 0; i < 20; ++i) {
             std::thread([&] {
                 EXPECT_EQ(handle.Take(0).result, ResultTimeout);
                 EXPECT_EQ(setCode39(handle, 1), ResultSuccess);

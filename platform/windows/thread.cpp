@@ -97,7 +97,7 @@ Thread StartThread(const char* name, std::function<void()> body) {
         ::SetLastError(error);
         ThrowLastError("CreateThread");
     }
-    record.release();  // the thread's own from here on
+    static_cast<void>(record.release());  // the thread's own from here on
     return Thread(std::move(impl));
 }
 

@@ -1,5 +1,4 @@
-// A serial port and a HID device, each with a scanner at its other end. Sole use of a port, parity, modem lines and odd
-// speeds aren't shown: a pseudo-terminal under Wine has none of them.
+// A serial port and a HID device, each with a scanner at its other end.
 #include <windows.h>
 #include <chrono>
 #include <cstdlib>
@@ -215,6 +214,24 @@ TEST_F(SerialPort, AWriteThatNobodyTakesEndsWithTheStopSignal) {
     stopping.Join();
     EXPECT_EQ(stopped.outcome, Outcome::FailedPending);
     EXPECT_EQ(stopped.error, DWORD{ERROR_OPERATION_ABORTED});
+}
+
+TEST_F(SerialPort, IsForOneAtATime) {
+    if (test::IsUnderWine()) GTEST_SKIP() << "Wine opens a COM port as often as it is asked to";
+    EXPECT_EQ(TryOpen().error, DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST_F(SerialPort, TakesParityAndOddSpeeds) {
+    if (test::IsUnderWine()) GTEST_SKIP() << "under Wine a pseudo-terminal has neither parity nor odd speeds";
+    SerialSettings settings;
+    ASSERT_EQ(m_Device->GetSerialSettings(settings), 0U);
+    settings.baudRate = 123457;
+    settings.parity = 2;
+    ASSERT_EQ(m_Device->SetSerialSettings(settings), 0U);
+    SerialSettings found;
+    ASSERT_EQ(m_Device->GetSerialSettings(found), 0U);
+    EXPECT_EQ(found.baudRate, 123457U);
+    EXPECT_EQ(found.parity, 2);
 }
 
 TEST_F(SerialPort, KeepsTheSettings) {

@@ -22,8 +22,11 @@
  *     begun on it any more. One consumer of barcodes a handle is the supported use; more are safe and share them.
  *  7. Blocking. A call says so if it waits. Sending waits until the system has taken the bytes, for all handles
  *     together, so a device that takes none holds up every sending call until it goes on or is unplugged.
- *  8. The library starts threads of its own with all signals blocked, never writes to the standard streams, installs
- *     no signal handler, lets no exception out, and passes no file descriptor on to child processes.
+ *  8. The library starts threads of its own (on Linux with all signals blocked), never writes to the standard streams,
+ *     installs no signal handler, lets no exception out, and passes no file descriptor or handle on to child processes.
+ *  9. Unloading. The library may be unloaded and the process may end with handles open. On Linux the unloading ends the
+ *     library's threads; on Windows the library stays loaded until they have ended, so destroy all handles and stop the
+ *     log (setLogLevel with 9) for it to go at once. No call may be under way or begun from then on.
  */
 #ifndef QUILLET_QUILLET_H
 #define QUILLET_QUILLET_H

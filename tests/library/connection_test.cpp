@@ -140,9 +140,6 @@ TEST_P(ClaimTest, TheEndOfAProcessWithAnOpenHandleIsQuiet) {
 }
 
 TEST_P(ClaimTest, TheEndOfAProcessWithALostScannerIsQuiet) {
-    if (test::IsUnderWine() && GetParam() != ScannerLink::Usb) {
-        GTEST_SKIP() << "Wine's server may crash when a process ends whose COM port has hung up";
-    }
     auto scanner = NewScanner(GetParam());
     Holder lost(ConnectionOf(GetParam()), "leave");
     ASSERT_EQ(lost.Result(), ResultSuccess);

@@ -253,7 +253,11 @@ bool CComm::IsUntoldLoss(bool present) {
 void CComm::PollPower() noexcept try {
     // A device that was pulled and is back between two passes is listed all the time, but this link's handle
     // is dead.
-    const bool present = !m_LinkDead && IsDevicePresent();
+    const bool listed = IsDevicePresent();
+    const bool present = !m_LinkDead && listed;
+    m_Listed = m_Listed || listed;
+    // A port that the system has never shown, and that was opened by its number: nothing tells that it has gone.
+    if (!m_Listed && !m_LinkDead) return;
     if (IsUntoldLoss(present)) m_PowerState = PowerUnknown;
     // A write that stalls on a device that is gone holds up every link: it ends here.
     present ? m_DeviceGone.Reset() : m_DeviceGone.Set();

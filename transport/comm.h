@@ -116,6 +116,8 @@ class CComm {
     std::string m_PortName;  // label in traces
     std::unique_ptr<platform::DeviceFile> m_Handle;
 
+    bool m_Listed = false;  // the system has shown the device; by the constructors, then the power thread's own
+
     uint32_t m_ReadError = 0;  // code of the last failed read; read thread alone
 
   private:

@@ -45,7 +45,8 @@ CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPor
                          void* owner, DataCallback dataCallback)
     : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
     std::vector<PortDescriptor> found = FindSerialPort(comPort);
-    if (!found.empty()) m_Port = std::move(found.front());
+    m_Listed = !found.empty();
+    if (m_Listed) m_Port = std::move(found.front());
     m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
 }
 

@@ -75,9 +75,11 @@ TEST(PowerReporting, EndsInTheMiddleOfItsPause) {
 TEST(PowerReporting, TellsALossThatNoPassHasSeen) {
     LinkBench bench;
     FakeDevice& device = bench.access.Port(3);
+    bench.tree.Plug(SerialPortDevice(3));
     const auto link = bench.Serial(3);
     link->SetPowerCallback(&test::Recorder::OnPower);
     link->EnableDevice();
+    bench.tree.Unplug(SerialPortDevice(3).id);
     link->StartPowerReporting();  // gone between the opening and the first pass
     EXPECT_EQ(bench.owner.AwaitStates(1), States{PowerOffOffline});
 
@@ -98,6 +100,25 @@ TEST(PowerReporting, TellsALossThatNoPassHasSeen) {
     const uint64_t before = bench.tree.Looks();
     ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > before + 4; }));
     EXPECT_EQ(bench.owner.AwaitStates(0).size(), reports);
+}
+
+TEST(PowerReporting, LeavesAPortAloneThatTheSystemDoesNotList) {
+    LinkBench bench;
+    FakeDevice& device = bench.access.Port(3);
+    const auto link = bench.Serial(3);
+    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->EnableDevice();
+    link->StartPowerReporting();
+    const auto somePasses = [&] {
+        return Eventually([&, before = bench.tree.Looks()] { return bench.tree.Looks() > before + 20; });
+    };
+    ASSERT_TRUE(somePasses());
+    EXPECT_TRUE(bench.owner.AwaitStates(0).empty());
+    link->WriteString("x");  // not ended as one to a device that is gone
+    EXPECT_EQ(device.Writes().size(), 1u);
+
+    device.Unplug();  // noticed by the read
+    EXPECT_EQ(bench.owner.AwaitStates(1), States{PowerOffOffline});
 }
 
 TEST(PowerReporting, GoesOnAfterAFailedReport) {

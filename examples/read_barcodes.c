@@ -72,6 +72,7 @@ static void FollowState(ScannerHandle scanner, int32_t* known) {
     if (state == *known) return;
     *known = state;
     puts(state == ScannerStateEnabled ? "state: connected" : "state: waiting for the scanner to come back");
+    fflush(stdout);
 }
 
 static void ReadBarcodes(ScannerHandle scanner, long count) {
@@ -93,6 +94,7 @@ static void ReadBarcodes(ScannerHandle scanner, long count) {
         printf("barcode %ld: type %d, %d bytes: ", taken, (int)codeType, (int)length);
         PrintBytes(barcode, length);
         putchar('\n');
+        fflush(stdout); /* each line at once, also into a pipe */
     }
 }
 
@@ -105,7 +107,6 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s [--count N] [--log LEVEL] [connection string]\n", argv[0]);
         return 2;
     }
-    setvbuf(stdout, NULL, _IOLBF, BUFSIZ); /* each line at once, also into a pipe */
     signal(SIGINT, Interrupt);
     signal(SIGTERM, Interrupt);
 

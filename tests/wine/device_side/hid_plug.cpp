@@ -35,21 +35,28 @@ std::string InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& entry) {
     return path;
 }
 
-bool IsListed() {
+// Empty while it isn't listed.
+std::string PathInList() {
     const std::unique_ptr<void, DeviceSetCloser> set(
         ::SetupDiGetClassDevsA(&kHidInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
     SP_DEVICE_INTERFACE_DATA entry{};
     entry.cbSize = sizeof(entry);
     for (DWORD i = 0; ::SetupDiEnumDeviceInterfaces(set.get(), nullptr, &kHidInterface, i, &entry); ++i) {
-        if (InterfacePath(set.get(), entry).find(kDevicePart) != std::string::npos) return true;
+        std::string path = InterfacePath(set.get(), entry);
+        if (path.find(kDevicePart) != std::string::npos) return path;
     }
-    return false;
+    return {};
 }
 
-// The driver's answer comes a moment before the list changes, of which nothing tells.
-bool WaitUntilListed(bool listed) {
+bool CanBeOpened(const std::string& path) {
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    return UniqueHandle(::CreateFileA(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr)).IsOpen();
+}
+
+template <typename Condition>
+bool WaitUntil(Condition condition) {
     const ULONGLONG end = ::GetTickCount64() + kListPatienceMs;
-    while (IsListed() != listed) {
+    while (!condition()) {
         if (::GetTickCount64() > end) return false;
         ::Sleep(1);
     }
@@ -68,14 +75,21 @@ UniqueHandle OpenHidPipe(const char* name, DWORD flags) {
     }
 }
 
+// The driver's answer comes a moment before the list changes, and the list a moment before the device's name leads to
+// the device; of neither anything tells.
 HidPlug::HidPlug() : m_Pipe(OpenHidPipe(QUILLET_HID_PLUG_PIPE, 0)) {
-    if (!Request(QUILLET_HID_PLUG_REQUEST) || !WaitUntilListed(true)) {
+    const auto isThere = [this] {
+        m_Path = PathInList();
+        return !m_Path.empty() && CanBeOpened(m_Path);
+    };
+    if (!Request(QUILLET_HID_PLUG_REQUEST) || !WaitUntil(isThere)) {
         throw std::runtime_error("the HID device doesn't appear");
     }
 }
 
 HidPlug::~HidPlug() {
-    if (!Request(QUILLET_HID_UNPLUG_REQUEST) || !WaitUntilListed(false)) {
+    const auto isGone = [this] { return PathInList().empty() && !CanBeOpened(m_Path); };
+    if (!Request(QUILLET_HID_UNPLUG_REQUEST) || !WaitUntil(isGone)) {
         std::fprintf(stderr, "the HID device doesn't go\n");
     }
 }

@@ -1,6 +1,8 @@
 // The driver's pipes: see tests/wine/hid_bus.
 #pragma once
 
+#include <string>
+
 #include "wine/device_side/handles.h"
 
 namespace quillet::platform {
@@ -22,6 +24,7 @@ class HidPlug {
     bool Request(char request) const;
 
     const UniqueHandle m_Pipe;
+    std::string m_Path;  // that hosts open
 };
 
 }  // namespace quillet::platform

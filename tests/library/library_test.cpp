@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "foundation/text.h"
-#include "library/devices_directory.h"
-#include "support/process.h"
+#include "library/own_devices.h"
 
 namespace quillet::tests {
 
@@ -45,7 +44,7 @@ Barcode Handle::Take(int64_t timeoutMs, int32_t bufferSize) const {
 LibraryTest::LibraryTest() : m_DevicesDirectory(DevicesDirectory()) {}
 
 int LibraryTest::Port() {
-    return 100 + static_cast<int>(test::ProcessId() / kProcessIdStep % 29);
+    return OwnPort();
 }
 
 std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port, const std::string& serialNumber) {

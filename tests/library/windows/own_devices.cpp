@@ -1,4 +1,4 @@
-#include "library/devices_directory.h"
+#include "library/own_devices.h"
 
 #include "platform/device_side.h"
 
@@ -7,6 +7,11 @@ namespace quillet::tests {
 // The one registry is all processes'; devices of different tests differ by their port.
 std::string DevicesDirectory() {
     return platform::DeviceRegistration::UserDirectory();
+}
+
+// Cases with devices run one after the other.
+int OwnPort() {
+    return 100;
 }
 
 }  // namespace quillet::tests

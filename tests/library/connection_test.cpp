@@ -45,12 +45,6 @@ TEST_F(ConnectionTest, AnEmptyTextChoosesUsbBeforeSerial) {
     EXPECT_EQ(closeScanner(handle), ResultClosed);
 }
 
-#ifdef _WIN32
-constexpr size_t kLazyHandles = 6;  // each lock of the library gets one when it is first contended, and keeps it
-#else
-constexpr size_t kLazyHandles = 0;
-#endif
-
 TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     {
         auto scanner = NewScanner(ScannerLink::VirtualSerial);
@@ -92,7 +86,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
     handle.Destroy();
     scanner.reset();
-    EXPECT_LE(test::HandleCount(), handles + kLazyHandles);
+    EXPECT_LE(test::HandleCount(), handles + test::kLazyHandles);
 }
 
 TEST_F(ConnectionTest, ALineThatThePortCannotSetIsAFailedOpen) {

@@ -117,7 +117,9 @@ TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
     const size_t threads = test::ThreadCount();
     for (int i = Cycles(kLeakCycles); i > 0 && !HasFatalFailure(); --i) cycle();
     ScanUntilReceived(handle);
-    const auto asBefore = [&] { return test::HandleCount() == handles && test::ThreadCount() == threads; };
+    const auto asBefore = [&] {
+        return test::HandleCount() <= handles + test::kLazyHandles && test::ThreadCount() == threads;
+    };
     EXPECT_TRUE(Eventually(asBefore)) << test::HandleCount() << " handles after " << handles << ", "
                                       << test::ThreadCount() << " threads after " << threads;
 }

@@ -253,9 +253,8 @@ bool CComm::IsUntoldLoss(bool present) {
 void CComm::PollPower() noexcept try {
     // A device that was pulled and is back between two passes is listed all the time, but this link's handle
     // is dead.
-    const bool listed = IsDevicePresent();
-    const bool present = !m_LinkDead && listed;
-    m_Listed = m_Listed || listed;
+    const bool present = !m_LinkDead && IsDevicePresent();
+    m_Listed = m_Listed || present;
     // A port that the system has never shown, and that was opened by its number: nothing tells that it has gone.
     if (!m_Listed && !m_LinkDead) return;
     if (IsUntoldLoss(present)) m_PowerState = PowerUnknown;

@@ -19,7 +19,7 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
     void SetUp() override {
         m_Scanner = NewScanner(GetParam());
         ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
-        ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+        ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
         m_Scanner->ClearPackets();
     }
     // What directIO gives for bytes in hexadecimal.
@@ -65,7 +65,7 @@ TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
     const char* expected[] = {"05 40 04 00 0B 01 AA", "06 40 04 00 15 00 00 A0", "06 50 04 00 00 28 00 7D",
                               "04 44 04 00 0C A7",    "05 76 04 00 0B 61 14",    "05 76 04 00 0C 62 12",
                               "04 48 04 00 03 AC",    "04 EE 04 00 01 08"};
-    ASSERT_TRUE(m_Scanner->WaitForPackets(std::size(expected), 2000));
+    ASSERT_TRUE(m_Scanner->WaitForPackets(std::size(expected), kPatienceMs));
     const std::vector<HostPacket> packets = m_Scanner->Packets();
     ASSERT_EQ(packets.size(), std::size(expected));
     for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(ToHexText(packets[i].wire), expected[i]);
@@ -86,7 +86,7 @@ TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
     constexpr int kBarcodes = 12;
     for (int i = 0; i < kBarcodes; ++i) ScanAndWait(*m_Scanner, m_Handle, 3, std::to_string(i));
     for (std::thread& caller : callers) caller.join();
-    ASSERT_TRUE(m_Scanner->WaitForPackets(kThreads * kCalls, 10'000));
+    ASSERT_TRUE(m_Scanner->WaitForPackets(kThreads * kCalls, kPatienceMs));
     std::vector<int> next(kThreads, 0);
     for (const HostPacket& packet : m_Scanner->Packets()) {
         ASSERT_EQ(packet.opcode, 0x75);
@@ -100,11 +100,12 @@ TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
 }
 
 TEST_P(CommandTest, SettingsAreReadBack) {
+    m_Scanner->SetSilent(true);  // a late answer to one of them would be taken for a query's
     EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
     EXPECT_EQ(setCode11CheckBit(m_Handle, 2), ResultSuccess);
     EXPECT_EQ(setDecodeTimeOut(m_Handle, 1234), ResultSuccess);
-    ASSERT_TRUE(m_Scanner->WaitForPackets(3, 2000));
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // their replies are no part of an exchange
+    ASSERT_TRUE(m_Scanner->WaitForPackets(3, kPatienceMs));
+    m_Scanner->SetSilent(false);
     EXPECT_EQ(Query(35).text, "\x01");
     EXPECT_EQ(Query(30).text, "\x02");
     EXPECT_EQ(Query(13).text, "\x0C");
@@ -149,15 +150,15 @@ TEST_P(CommandTest, ExchangesEndAsTold) {
 }
 
 TEST_P(CommandTest, ASecondExchangeIsRefusedAndDisturbsNothing) {
-    m_Scanner->SetDelay(600);
+    m_Scanner->SetDelay(2000);
     Barcode first;
-    std::thread exchanging([&] { first = Exchange("04 7E 04 00 00 79", 3000); });
-    ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+    std::thread exchanging([&] { first = Exchange("04 7E 04 00 00 79", 10'000); });
+    ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
     const int64_t start = MonotonicMs();
     EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 1000).result, ResultIllegal);
     EXPECT_EQ(Query(35).result, ResultNoExist);
     SerialNumber(ResultNoExist);
-    EXPECT_LT(MonotonicMs() - start, 600);  // three that waited would take 900
+    EXPECT_LT(MonotonicMs() - start, 900);  // three that waited would take 300 each
     exchanging.join();
     EXPECT_EQ(first.result, ResultSuccess);
     EXPECT_EQ(first.text.substr(0, 3), "SN:");
@@ -182,7 +183,7 @@ TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
         m_Scanner->Scan(28, text);
         // Pieces of a serial reply that come late are text of unknown meaning; they stay apart.
         Barcode barcode;
-        while ((barcode = m_Handle.Take(2000)).result == ResultSuccess && barcode.type == 0) {
+        while ((barcode = m_Handle.Take()).result == ResultSuccess && barcode.type == 0) {
         }
         EXPECT_EQ(barcode, (Barcode{ResultSuccess, 28, text}));
     }
@@ -203,7 +204,7 @@ TEST_P(CommandTest, ExchangesEndWhenTheScannerOrTheHandleGoes) {
     const int64_t start = MonotonicMs();
     EXPECT_EQ(closeScanner(m_Handle), ResultSuccess);
     closing.join();
-    EXPECT_LT(MonotonicMs() - start, 2000);
+    EXPECT_LT(MonotonicMs() - start, 20'000);  // of the 60 s that it may take
 
     ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
     m_Scanner->ClearPackets();
@@ -270,7 +271,7 @@ TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
         EXPECT_EQ(QueryCommandSetting(first, 35, sizeof mine, mine, &myLength), ResultNoExist);
         waiting = false;
     });
-    ASSERT_TRUE(usb->WaitForPackets(1, 2000));
+    ASSERT_TRUE(usb->WaitForPackets(1, kPatienceMs));
     EXPECT_EQ(getScannerVersion(second, buffer, sizeof buffer, &length), ResultSuccess);
     EXPECT_EQ(std::string(buffer, buffer + length), "2222");
     EXPECT_TRUE(waiting);

@@ -27,6 +27,9 @@ namespace quillet::tests {
 using tools::ScannerLink;
 using tools::VirtualScanner;
 
+// How long a test waits for what is to happen at once: a busy machine may take its time.
+inline constexpr int kPatienceMs = 20'000;
+
 struct Barcode {
     ResultCode result = ResultFailure;
     int32_t type = -1;
@@ -51,7 +54,7 @@ class Handle {
 
     int32_t State() const;
     int32_t CacheCount() const;
-    Barcode Take(int64_t timeoutMs = 5000, int32_t bufferSize = 8192) const;
+    Barcode Take(int64_t timeoutMs = kPatienceMs, int32_t bufferSize = 8192) const;
 
   private:
     ScannerHandle m_Handle;
@@ -77,7 +80,7 @@ class LibraryTest : public ::testing::Test {
 void ScanAndWait(VirtualScanner& scanner, const Handle& handle, uint8_t codeType, const std::string& text);
 
 // True as soon as the condition holds; false after the time.
-bool Eventually(const std::function<bool()>& condition, int timeoutMs = 5000);
+bool Eventually(const std::function<bool()>& condition, int timeoutMs = kPatienceMs);
 
 int64_t MonotonicMs();
 

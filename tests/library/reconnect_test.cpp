@@ -36,7 +36,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
             }
             return false;
         };
-        EXPECT_TRUE(Eventually(arrives, 8000));
+        EXPECT_TRUE(Eventually(arrives));
     }
     bool IsLost(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateOpen; });
@@ -59,7 +59,7 @@ TEST_P(ReconnectTest, AScannerComesBackByItself) {
         m_Scanner->ClearPackets();
         m_Scanner->Plug();
         ASSERT_TRUE(ComesBack(handle));
-        ASSERT_TRUE(m_Scanner->WaitForPackets(1, 2000));
+        ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
         EXPECT_EQ(m_Scanner->Packets()[0].opcode, 0xEE);  // barcode frames off, as at each connecting
         m_Scanner->Scan(3, "after");
         EXPECT_EQ(handle.Take().text, "before " + std::to_string(round));  // kept through the loss
@@ -118,7 +118,7 @@ TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
     for (int i = Cycles(kLeakCycles); i > 0 && !HasFatalFailure(); --i) cycle();
     ScanUntilReceived(handle);
     const auto asBefore = [&] {
-        return test::HandleCount() <= handles + test::kLazyHandles && test::ThreadCount() == threads;
+        return test::HandleCount() <= handles + test::kLazyHandles && test::ThreadCount() <= threads;
     };
     EXPECT_TRUE(Eventually(asBefore)) << test::HandleCount() << " handles after " << handles << ", "
                                       << test::ThreadCount() << " threads after " << threads;
@@ -197,7 +197,7 @@ TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
         std::this_thread::sleep_for(milliseconds(20 + random() % 300));
         const int64_t start = MonotonicMs();
         destoryScanner(handle);
-        EXPECT_LT(MonotonicMs() - start, 3000);
+        EXPECT_LT(MonotonicMs() - start, 10'000);
         opener.join();
         waiter.join();
         handle.Forget();

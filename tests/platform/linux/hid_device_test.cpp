@@ -141,26 +141,6 @@ TEST_F(HidDevice, WaitingReportsComeBeforeTheLoss) {
     ExpectReportsThenLoss("5");
 }
 
-TEST_F(HidDevice, UnpluggingAtRandomMomentsWithBothThreadsAtWork) {
-    for (int round = 0; round < 50; ++round) {
-        Thread reading = StartThread("reading", [&] {
-            while (Read().finish.ok) {
-            }
-        });
-        Thread writing = StartThread("writing", [&] {
-            while (m_Device->Write(Report('w'), m_Stop).outcome == Outcome::Written) {
-            }
-        });
-        Send(Report('a'));
-        std::this_thread::sleep_for(std::chrono::microseconds(round * 20));
-        m_Scanner = UniqueFd();
-        reading.Join();
-        writing.Join();
-        EXPECT_EQ(m_Device->Write("x", m_Stop).error, static_cast<uint32_t>(ENODEV));
-        Plug(m_Path);
-    }
-}
-
 TEST_F(HidDevice, PathsStandForTheDeviceFromPlugToPlug) {
     const std::string uevent = "sys/class/hidraw/hidraw1/device/uevent";
     m_Tree.Write(uevent, "HID_ID=0003:000018D1:0000010B\nHID_PHYS=usb-1/input0\n");

@@ -58,19 +58,6 @@ class SerialDevice : public testing::Test {
         ASSERT_EQ(write(m_Scanner.Get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
 
-    std::string ReceivedByScanner(size_t size) {
-        std::string bytes(size, '\0');
-        size_t count = 0;
-        while (count < size) {
-            const ssize_t got = read(m_Scanner.Get(), bytes.data() + count, size - count);
-            if (got <= 0) {
-                break;
-            }
-            count += static_cast<size_t>(got);
-        }
-        return bytes.substr(0, count);
-    }
-
     ReadOutcome Read(uint32_t size = kReadSize) { return ReadFrom(*m_Reader, m_Stop, size); }
 
     static constexpr uint32_t kQuietMs = 25;
@@ -105,16 +92,6 @@ TEST_F(SerialDevice, ABurstEndsWhenTheLineIsQuiet) {
     EXPECT_EQ(Read(4).bytes, "1234") << "a full buffer ends the read";
     EXPECT_EQ(Read(4).bytes, "5678");
     EXPECT_EQ(Read(4).bytes, "9");
-}
-
-TEST_F(SerialDevice, EveryByteValuePassesBothWays) {
-    const std::string bytes = AllBytes();
-    Scan(bytes);
-    EXPECT_EQ(Read().bytes, bytes);
-    const WriteResult written = m_Port->Write(bytes, m_Stop);
-    EXPECT_EQ(written.outcome, Outcome::Written);
-    EXPECT_EQ(written.count, 256U);
-    EXPECT_EQ(ReceivedByScanner(256), bytes);
 }
 
 TEST_F(SerialDevice, StopWinsOverDataAndEndsWaits) {

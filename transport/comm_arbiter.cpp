@@ -223,7 +223,7 @@ std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutAll() {
     while (!lock.owns_lock()) {
         EndRunningWrite();
         platform::TheClock().SleepMs(kRetryLockMs);
-        lock.try_lock();
+        static_cast<void>(lock.try_lock());  // the loop asks
     }
     return std::exchange(devices, {});
 }

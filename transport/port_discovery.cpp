@@ -82,27 +82,45 @@ std::vector<PortDescriptor> GatherPorts(const std::string* onlyName) {
     return ports;
 }
 
-PortDescriptor DescribeHid(DeviceSet& set, std::string path, const std::string& id) {
-    PortDescriptor port;
-    port.DevicePath = std::move(path);
-    port.LinkType = LinkUsbHid;
-    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
-    port.Description = set.ReadProperty(DeviceProperty::Description);
-    port.PortSerial = id.substr(id.rfind('\\') + 1);  // the whole id if it has no backslash
-    ParseUsbId(id, port);
-    return port;
-}
-
 bool SameHid(const PortDescriptor& left, const PortDescriptor& right) {
     return left.DevicePath == right.DevicePath && left.VendorId == right.VendorId && left.ProductId == right.ProductId;
 }
 
-void AddHid(DeviceSet& set, std::vector<PortDescriptor>& ports) {
-    std::string path, id;
-    if (!set.InterfacePath(path) || !set.InterfaceDeviceId(id)) return;
-    PortDescriptor port = DescribeHid(set, std::move(path), ToUpperAscii(std::move(id)));
+bool HasUsbId(const PortDescriptor& port, UsbId id) {
+    return port.VendorId == id.vendor && port.ProductId == id.product;
+}
+
+void AddHid(DeviceSet& set, const UsbId* only, std::vector<PortDescriptor>& ports) {
+    PortDescriptor port;
+    std::string id;
+    if (!set.InterfacePath(port.DevicePath) || !set.InterfaceDeviceId(id)) return;
+    id = ToUpperAscii(std::move(id));
+    ParseUsbId(id, port);
+    if (only != nullptr && !HasUsbId(port, *only)) return;
     const auto same = [&](const PortDescriptor& other) { return SameHid(port, other); };
-    if (std::none_of(ports.begin(), ports.end(), same)) ports.push_back(std::move(port));
+    if (std::any_of(ports.begin(), ports.end(), same)) return;
+    port.LinkType = LinkUsbHid;
+    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
+    port.Description = set.ReadProperty(DeviceProperty::Description);
+    port.PortSerial = id.substr(id.rfind('\\') + 1);  // the whole id if it has no backslash
+    ports.push_back(std::move(port));
+}
+
+// All HID interfaces, or those of one identity. A till has dozens, and the question is asked ten times a second, so the
+// texts of the others aren't read.
+//
+// Devices and interfaces are walked side by side with one index. Where a device has several interfaces the
+// two lists shift against each other, which the comparison of paths makes good.
+std::vector<PortDescriptor> GatherHids(const UsbId* only) {
+    std::vector<PortDescriptor> ports;
+    const auto set = platform::TheDeviceTree().OpenSet(DeviceClass::HidInterface);
+    if (set == nullptr) return ports;
+    for (size_t index = 0; set->SelectDevice(index); ++index) {
+        const InterfaceStep step = set->SelectInterface(index);
+        if (step == InterfaceStep::End) break;
+        if (step == InterfaceStep::Selected) AddHid(*set, only, ports);
+    }
+    return ports;
 }
 
 int HexDigit(char digit) {
@@ -169,29 +187,18 @@ std::vector<PortDescriptor> FindSerialPort(uint32_t number) {
     return GatherPorts(&name);
 }
 
-// Devices and interfaces are walked side by side with one index. Where a device has several interfaces the
-// two lists shift against each other, which the comparison of paths makes good.
 std::vector<PortDescriptor> ListHidDevices() {
-    std::vector<PortDescriptor> ports;
-    const auto set = platform::TheDeviceTree().OpenSet(DeviceClass::HidInterface);
-    if (set == nullptr) return ports;
-    for (size_t index = 0; set->SelectDevice(index); ++index) {
-        const InterfaceStep step = set->SelectInterface(index);
-        if (step == InterfaceStep::End) break;
-        if (step == InterfaceStep::Selected) AddHid(*set, ports);
-    }
-    return ports;
+    return GatherHids(nullptr);
 }
 
 std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product) {
-    std::erase_if(ports,
-                  [=](const PortDescriptor& port) { return port.VendorId != vendor || port.ProductId != product; });
+    std::erase_if(ports, [=](const PortDescriptor& port) { return !HasUsbId(port, {vendor, product}); });
     return ports;
 }
 
 std::vector<PortDescriptor> DiscoveredHidScanners() {
     constexpr UsbId id = ScannerUsbIds::HidDevice;
-    return FilterByUsbId(ListHidDevices(), id.vendor, id.product);
+    return GatherHids(&id);
 }
 
 DiscoveredLists DiscoveredPorts() {

@@ -26,7 +26,9 @@
  *     installs no signal handler, lets no exception out, and passes no file descriptor or handle on to child processes.
  *  9. Unloading. The library may be unloaded and the process may end with handles open. On Linux the unloading ends the
  *     library's threads; on Windows the library stays loaded until they have ended, so destroy all handles and stop the
- *     log (setLogLevel with 9) for it to go at once. No call may be under way or begun from then on.
+ *     log (setLogLevel with 9) for it to go at once. No call may be under way or begun from then on. On Windows closing
+ *     and destroying handles, and stopping the log, wait for threads: never do them in DllMain, nor in destructors of a
+ *     DLL's global objects, which run there.
  */
 #ifndef QUILLET_QUILLET_H
 #define QUILLET_QUILLET_H

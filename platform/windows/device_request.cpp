@@ -75,7 +75,8 @@ bool DeviceRequest::Cancel() const noexcept {
 void DeviceRequest::DropPending() noexcept {
     if (!m_Pending) return;
     m_Pending = false;
-    // The driver may yet write into the block. It costs some memory and an event; a wait could last for ever.
+    // The driver may yet write into the block, so it is left to it: some memory and an event. A writer goes on at once.
+    // The thread that started the request goes too, but the system ends it only when it gives up the request itself.
     if (!Cancel()) static_cast<void>(m_Block.release());
 }
 

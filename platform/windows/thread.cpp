@@ -50,8 +50,7 @@ DWORD WINAPI RunThread(void* parameter) {
         module = record->module;
         RunBody(*record);
     }
-    ::FreeLibraryAndExitThread(module, 0);
-    return 0;
+    ::FreeLibraryAndExitThread(module, 0);  // doesn't return
 }
 
 }  // namespace

@@ -124,6 +124,22 @@ TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
                                       << test::ThreadCount() << " threads after " << threads;
 }
 
+// A host may make a handle for each of its transactions.
+TEST_P(ReconnectTest, HandlesThatGoLeaveNothing) {
+    const auto transaction = [&] {
+        Handle handle;
+        ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+        std::thread scanning([&] { m_Scanner->Scan(3, "scan"); });
+        EXPECT_EQ(handle.Take().text, "scan");
+        scanning.join();
+        EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    };
+    for (int i = 0; i < 3; ++i) transaction();
+    const size_t handles = test::HandleCount();
+    for (int i = Cycles(kLeakCycles / 2); i > 0 && !HasFatalFailure(); --i) transaction();
+    EXPECT_LE(test::HandleCount(), handles + test::kLazyHandles);
+}
+
 TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {
     std::atomic<bool> ended{false};
     Handle handle;

@@ -17,7 +17,7 @@ size_t ThreadCount();
 size_t HandleCount();
 // What HandleCount may rise by without a leak.
 #ifdef _WIN32
-inline constexpr size_t kLazyHandles = 6;  // each lock gets one when it is first contended, and keeps it
+inline constexpr size_t kLazyHandles = 6;  // each lock gets one when it is first contended, for its life
 #else
 inline constexpr size_t kLazyHandles = 0;
 #endif

@@ -1,16 +1,8 @@
 #include "foundation/thread_pool.h"
 
-#include <chrono>
 #include <utility>
 
 namespace quillet::mylib {
-namespace {
-
-// An idle worker looks round this often; nothing depends on it.
-constexpr std::chrono::seconds kIdleWait{2};
-
-}  // namespace
-
 ThreadPool::~ThreadPool() {
     Stop();
 }
@@ -53,7 +45,7 @@ void ThreadPool::RunWorker() {
         {
             std::unique_lock<std::mutex> lock(tasksMutex);
             const bool woken = wakeUp.wait_for(
-                lock, kIdleWait, [this] { return (!tasks.empty() && state == Running) || state == Stopping; });
+                lock, idleWait, [this] { return (!tasks.empty() && state == Running) || state == Stopping; });
             if (state == Stopping) return;
             if (!woken) continue;
             task = std::move(tasks.front());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -16,7 +17,8 @@ namespace quillet::mylib {
 // All operations may be called from any thread; Stop and the destructor not from a task.
 class ThreadPool {
   public:
-    ThreadPool() = default;
+    // An idle worker looks round so often; nothing depends on it.
+    explicit ThreadPool(std::chrono::milliseconds lookRound = std::chrono::seconds(2)) : idleWait(lookRound) {}
     virtual ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
@@ -38,6 +40,7 @@ class ThreadPool {
     void RunWorker();
     void SetState(State newState);
 
+    const std::chrono::milliseconds idleWait;
     std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
     std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
     std::mutex threadsMutex;                  // guards `threads`

@@ -72,6 +72,7 @@ TEST(SettingsDocumentationTest, TableAndCatalogueAgree) {
     for (size_t i = 0; i < documented.size(); ++i) {
         const DocumentedSetting& setting = documented[i];
         EXPECT_EQ(catalogue[i].id, setting.id);
+        EXPECT_EQ(FindCommand(setting.id), &catalogue[i]);
         EXPECT_EQ(catalogue[i].form, forms.at(setting.form)) << setting.id;
         EXPECT_EQ(Hex(std::string(1, static_cast<char>(catalogue[i].opcode)).append(catalogue[i].NumberBytes())),
                   setting.command)

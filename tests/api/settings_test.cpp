@@ -24,15 +24,6 @@ class SettingsTest : public testing::Test {
     const ScannerHandle m_Handle = SomeHandle();
 };
 
-TEST_F(SettingsTest, ACallSendsOneWholePacket) {
-    EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
-    EXPECT_EQ(setCode39TransmitCheckBit(m_Handle, 1), ResultSuccess);
-    ASSERT_EQ(m_Link.sent.size(), 2u);
-    EXPECT_EQ(Hex(m_Link.sent[0]), "05 40 04 00 0B 01 AA");
-    EXPECT_EQ(Hex(m_Link.sent[1]), "06 50 04 00 00 2B 01 79");
-    EXPECT_EQ(Hex(ToHidBlock(m_Link.sent[0]).substr(0, 10)), "04 07 05 40 04 00 0B 01 AA 00");
-}
-
 TEST_F(SettingsTest, TruthValues) {
     const struct {
         ResultCode (*call)(ScannerHandle, uint8_t);

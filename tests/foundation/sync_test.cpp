@@ -1,9 +1,7 @@
 #include "foundation/sync.h"
 
 #include <gtest/gtest.h>
-#include <string>
 #include <thread>
-#include <unistd.h>
 
 namespace quillet {
 namespace {
@@ -39,28 +37,6 @@ TEST(Sync, SemaphoreHandsOverWhatWasPosted) {
     OsSemaphore impossible(0x80000000);
     EXPECT_EQ(impossible.Post(), -1);
     EXPECT_EQ(impossible.Wait(), -1);
-}
-
-TEST(Sync, NamedMutexExcludesOtherObjectsOfItsName) {
-    CNamedMutex first, second;
-    const std::string name = "sync-test-" + std::to_string(getpid());
-    first.SetName(name);
-    second.SetName(name);
-    EXPECT_FALSE(first.Take(0)) << "nothing to take before Create";
-    EXPECT_FALSE(first.Release());
-    first.Create();
-    EXPECT_FALSE(first.ExistedAlready());
-    first.Create();
-    EXPECT_FALSE(first.ExistedAlready()) << "a handle that is held is kept";
-    second.Create();
-    EXPECT_TRUE(second.ExistedAlready());
-    EXPECT_TRUE(first.Take(0));
-    EXPECT_FALSE(second.Take(10));
-    EXPECT_FALSE(second.Release());
-    first.Close();
-    EXPECT_FALSE(first.IsOpen());
-    EXPECT_TRUE(second.Take(0)) << "a closed handle gives up its claim";
-    EXPECT_TRUE(second.Release());
 }
 
 }  // namespace

@@ -13,8 +13,6 @@
 namespace quillet::mylib {
 namespace {
 
-constexpr std::chrono::milliseconds kBelowIdleWait{1500};
-
 TEST(ThreadPool, RunsTheTasksOfEachThreadInItsOrder) {
     constexpr int kThreads = 4;
     constexpr int kTasks = 250;
@@ -90,22 +88,26 @@ TEST(ThreadPool, StopWaitsForTheRunningTaskAndLeavesTheRest) {
     EXPECT_EQ(runs.use_count(), 1) << "the end frees what never ran";
 }
 
-// The moment of Stop moves through the worker's way into its wait.
+#ifdef _WIN32
+constexpr int kStops = 600;  // making a thread takes its time
+#else
+constexpr int kStops = 6000;
+#endif
+
+// The moment of Stop moves through the worker's way into its wait. A lost wake-up hangs.
 TEST(ThreadPool, IdleWorkerIsStoppedAndWokenAtOnce) {
-    for (int i = 0; i < 6000; ++i) {
-        ThreadPool pool;
-        const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < kStops; ++i) {
+        ThreadPool pool(std::chrono::hours(1));
         pool.Start();
         if (i % 10 == 0) {
             std::promise<void> ran;
             pool.Enqueue([&] { ran.set_value(); });
             ran.get_future().wait();
         }
-        const auto moment = std::chrono::steady_clock::now() + std::chrono::nanoseconds(i * 10);
+        const auto moment = std::chrono::steady_clock::now() + std::chrono::nanoseconds(i * 60'000 / kStops);
         while (std::chrono::steady_clock::now() < moment) {
         }
         pool.Stop();
-        ASSERT_LT(std::chrono::steady_clock::now() - begin, kBelowIdleWait) << "a wake-up was lost";
     }
 }
 

@@ -53,7 +53,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     }
     const size_t handles = test::HandleCount();
     Handle handle;
-    const size_t threads = test::ThreadCount();
+    const size_t threads = test::SettledThreadCount();
     const std::string port = std::to_string(Port());
     const std::string serial = "protocol=serial port,serialport=" + port;
     const std::string virtualSerial = "protocol=virtual serial port,serialport=" + port;
@@ -76,8 +76,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     for (const auto& row : cases) {
         EXPECT_EQ(open(row.connection), row.result) << row.connection;
         EXPECT_EQ(handle.State(), ScannerStateClosed) << row.connection;
-        // The system's list of threads may lag behind their end.
-        EXPECT_TRUE(Eventually([&] { return test::ThreadCount() == threads; })) << row.connection;
+        EXPECT_EQ(test::SettledThreadCount(), threads) << row.connection;
     }
     auto scanner = NewScanner(ScannerLink::VirtualSerial);
     EXPECT_EQ(open("protocol=usb"), ResultNoHardware);

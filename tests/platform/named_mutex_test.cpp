@@ -1,6 +1,8 @@
 #include "platform/named_mutex.h"
 
 #include <gtest/gtest.h>
+#include <random>
+#include <string>
 
 #include "platform/clock.h"
 #include "platform/thread.h"
@@ -9,9 +11,10 @@
 namespace quillet::platform {
 namespace {
 
+// Claims outlive processes on some systems, and so would a name made of this one's number.
 std::string Name() {
-    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-    return test->name() + std::to_string(test::ProcessId());
+    static const std::string start = "quillet-test-" + std::to_string(std::random_device{}()) + "-";
+    return start + testing::UnitTest::GetInstance()->current_test_info()->name();
 }
 
 bool TakenByOtherThread(NamedMutex& mutex) {

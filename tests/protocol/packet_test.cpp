@@ -32,16 +32,6 @@ TEST(Packet, WireBytes) {
     EXPECT_EQ(ToWireBytes(longest)[0], '\0') << "the length counts modulo 256";
 }
 
-TEST(Packet, HidBlock) {
-    const std::string wire = ParseHexText("05 40 04 00 0B 01 AA");
-    EXPECT_EQ(ToHidBlock(wire), "\x04\x07" + wire + std::string(55, '\0'));
-    const std::string full(62, '\xff');
-    EXPECT_TRUE(FitsHidBlock(full));
-    EXPECT_EQ(ToHidBlock(full), "\x04\x3e" + full);
-    EXPECT_FALSE(FitsHidBlock(full + "x"));
-    EXPECT_EQ(ToHidBlock(full + "x").size(), kHidBlockSize);
-}
-
 TEST(Packet, ReplyChecksumCountsTheFirstParameterEvenWithoutPayload) {
     ReplyPacket reply;
     reply.length = 0x0103;

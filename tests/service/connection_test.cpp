@@ -84,17 +84,6 @@ TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
     EXPECT_TRUE(ReachesState(StateEnabled));
 }
 
-// The device is away and back between two looks: listed all the time, and yet the link has to be opened anew.
-TEST_F(ConnectionTest, AShortLossIsNoticedByTheDeadHandle) {
-    OpenSerial();
-    for (int round = 2; round < 5; ++round) {
-        Device().Unplug();
-        Device().Plug();
-        EXPECT_TRUE(Eventually([&] { return Device().Opens() >= round; }));
-        EXPECT_TRUE(ReachesState(StateEnabled));
-    }
-}
-
 // Pulled between the opening of the link and the look that follows it: the report disables the device again.
 TEST_F(ConnectionTest, AUsbScannerThatVanishesWhileItIsEnabledLeavesTheStateOpen) {
     FakeDevice& usb = m_Access.Device("usb-1");

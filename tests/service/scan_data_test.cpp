@@ -83,6 +83,15 @@ TEST_F(ScanDataTest, UsbBlocksAreJoined) {
                          "1234"));
     m_Scanner.Receive(packet);
     EXPECT_EQ(TakeAll(), (Cached{{11, "1234"}}));
+    // A damaged one never hurts the next.
+    std::string tooLong = ScanBlock("x", 3, false);
+    tooLong[2] = 60;
+    for (const std::string& damaged : {tooLong, ScanBlock("cut off", 3, true).substr(0, 32)}) {
+        m_Scanner.Receive(damaged);
+        TakeAll();
+        m_Scanner.Receive(ScanBlock("good", 11, false));
+        EXPECT_EQ(TakeAll(), (Cached{{11, "good"}}));
+    }
     packet[1] = 3;  // of no known kind
     m_Scanner.Receive(packet);
     EXPECT_EQ(TakeAll(), Cached{});

@@ -28,9 +28,17 @@ class FastClock : public platform::Clock {
         platform::SystemClock().SleepMs(Shortened(ms));
     }
     platform::WaitResult Wait(platform::Event& event, uint32_t timeoutMs) override {
+        m_LongestWait = std::max(m_LongestWait.load(), timeoutMs);
+        if (patient && timeoutMs >= kLongMs) timeoutMs = platform::kNoLimitMs;
         return platform::SystemClock().Wait(event, Shortened(timeoutMs));
     }
 
+    // While set, waits of half a second and more have no limit: what they wait for is sure to come, on a busy machine
+    // later than the clock's own pace would allow.
+    std::atomic<bool> patient{false};
+
+    // Of Wait, as it was asked for, in milliseconds.
+    uint32_t LongestWaitMs() const { return m_LongestWait; }
     // Milliseconds that were asked of SleepMs so far.
     uint64_t SleptMs() const { return m_Slept; }
 
@@ -39,9 +47,12 @@ class FastClock : public platform::Clock {
         return ms == 0 || ms == platform::kNoLimitMs ? ms : std::max(ms / m_Factor, 1u);
     }
 
+    static constexpr uint32_t kLongMs = 500;
+
     const uint32_t m_Factor;
     const int64_t m_Start;
     std::atomic<uint64_t> m_Slept{0};
+    std::atomic<uint32_t> m_LongestWait{0};
 };
 
 }  // namespace quillet::test

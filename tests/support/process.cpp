@@ -1,6 +1,19 @@
 #include "support/process.h"
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
 namespace quillet::test {
+
+size_t SettledThreadCount() {
+    size_t least = ThreadCount();
+    for (int look = 0; look < 10; ++look) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        least = std::min(least, ThreadCount());
+    }
+    return least;
+}
 
 std::string ChildProcess::ReadLine() {
     std::string line;

@@ -13,6 +13,8 @@ namespace quillet::test {
 uint32_t ProcessId();
 // Of this process, at this moment.
 size_t ThreadCount();
+// The least of a while: a thread that was joined may show for a moment.
+size_t SettledThreadCount();
 // Open file descriptors; handles of the kernel on Windows.
 size_t HandleCount();
 // What HandleCount may rise by without a leak.

@@ -14,9 +14,10 @@ class TempTree {
   public:
     TempTree() {
         static int made = 0;
-        const std::string name = "quillet-test-" + std::to_string(ProcessId()) + "-" + std::to_string(++made);
-        m_Root = std::filesystem::temp_directory_path() / name;
-        EXPECT_TRUE(std::filesystem::create_directory(m_Root)) << m_Root;
+        const std::string name = "quillet-test-" + std::to_string(ProcessId()) + "-";
+        do {  // one of an earlier process of that number may still be there
+            m_Root = std::filesystem::temp_directory_path() / (name + std::to_string(++made));
+        } while (!std::filesystem::create_directory(m_Root));
     }
     ~TempTree() {
         std::error_code ignored;

@@ -37,6 +37,7 @@ expect_end() {
     local status
     wait "$pid"
     status=$?
+    pid=
     [ "$status" -eq "$2" ] || fail "$1: status $status"
     [ ! -e "$device" ] || fail "$1: the device is still registered"
 }

@@ -35,16 +35,6 @@ struct ArbiterBench : LinkBench {
     CCommArbiter arbiter;
 };
 
-TEST(CommArbiter, MakesKeys) {
-    const int32_t cases[][4] = {{3, 1, 7, 7},   {3, 2, 7, 7},   {4, 1, 200, 200}, {3, 3, 7, 131},
-                                {0, 3, 0, 128}, {3, 0, 0, 131}, {4, 3, 0, 255},   {9, 4, 0, 255}};
-    for (const auto& row : cases) {
-        EXPECT_EQ(
-            MakeDeviceKey(static_cast<uint32_t>(row[0]), static_cast<uint32_t>(row[1]), static_cast<uint32_t>(row[2])),
-            row[3]);
-    }
-}
-
 TEST(CommArbiter, MovesALinkThroughItsPlaces) {
     ArbiterBench bench;
     FakeDevice& device = bench.access.Port(3);

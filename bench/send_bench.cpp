@@ -30,7 +30,7 @@ class NullFile : public platform::DeviceFile {
     uint32_t SetSerialSettings(const platform::SerialSettings&) override { return 0; }
     uint32_t SetSerialTimeouts(const platform::SerialTimeouts&) override { return 0; }
     std::unique_ptr<platform::DeviceReader> NewReader() override { return std::make_unique<NullReader>(); }
-    platform::WriteResult Write(std::string_view bytes, const platform::StopSignal&) override {
+    platform::WriteResult Write(std::string_view bytes, const platform::WriteEnd&) override {
         return {platform::WriteResult::Outcome::Written, static_cast<uint32_t>(bytes.size()), 0};
     }
 };

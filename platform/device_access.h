@@ -8,33 +8,14 @@
 #include <string>
 #include <string_view>
 
+#include "platform/stop_signal.h"
+#include "platform/write_limit.h"
+
 namespace quillet::platform {
 
 enum class Sharing {
     Exclusive,  // a serial port: nobody else may hold it, here or in another process
     Shared      // a HID device: other processes may hold it too
-};
-
-// A signal that stays set until Reset and that reads and writes of a device can wait on together with the
-// device. Any thread may use it; it must outlive the waits on it.
-class StopSignal {
-  public:
-    StopSignal();  // throws std::system_error if the system has no room for one
-    ~StopSignal();
-    StopSignal(const StopSignal&) = delete;
-    StopSignal& operator=(const StopSignal&) = delete;
-
-    void Set() noexcept;
-    void Reset() noexcept;
-    bool IsSet() const noexcept;
-    // Waits at most timeoutMs of real time for the signal; true if it is set. kNoLimitMs waits for ever.
-    bool Wait(uint32_t timeoutMs) const noexcept;
-
-    // What the system's waits take: a file descriptor or an event handle.
-    intptr_t NativeHandle() const noexcept { return m_Native; }
-
-  private:
-    intptr_t m_Native;
 };
 
 // The line settings of a serial port, in the numbering of the Windows DCB. What isn't named here stays as the
@@ -86,12 +67,21 @@ enum class ReadWait {
     Failed     // neither could be waited for
 };
 
+// What ends a write that its device doesn't take: a signal, at once, and the limit of a handle that is being closed.
+struct WriteEnd {
+    WriteEnd(const StopSignal& stopSignal,
+             const WriteLimit* writeLimit = nullptr)  // NOLINT(google-explicit-constructor)
+        : stop(stopSignal), limit(writeLimit) {}
+    const StopSignal& stop;
+    const WriteLimit* const limit;  // may be null
+};
+
 // The outcome of one whole write, its wait included.
 struct WriteResult {
     enum class Outcome {
         Written,       // count bytes are with the system; may be fewer than asked
-        FailedAtOnce,  // refused when it was started; count is what the system left there
-        FailedPending  // was under way and failed, with error; also when the stop signal ended it
+        FailedAtOnce,  // refused when it was started, or the limit was over; count is what the system left there
+        FailedPending  // was under way and failed, with error; also when the stop signal or the limit ended it
     };
     Outcome outcome = Outcome::Written;
     uint32_t count = 0;
@@ -126,9 +116,10 @@ class DeviceFile {
 
     virtual std::unique_ptr<DeviceReader> NewReader() = 0;
 
-    // Writes all bytes in one operation, waiting without a limit; it ends early when the device is gone or
-    // the stop signal is set. A HID device takes one report in one call.
-    virtual WriteResult Write(std::string_view bytes, const StopSignal& stop) = 0;
+    // Writes all bytes in one operation, waiting without a limit of its own; it ends early when the device is gone or
+    // `end` says so. A HID device takes one report in one call, which nothing breaks off: it ends by the limit of the
+    // system's own (5 s on Linux).
+    virtual WriteResult Write(std::string_view bytes, const WriteEnd& end) = 0;
 };
 
 struct OpenResult {

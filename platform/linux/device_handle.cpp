@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "platform/event.h"
 #include "platform/linux/poll_device.h"
 
 namespace quillet::platform {
@@ -64,11 +65,31 @@ void DeviceHandle::ReportLoss() noexcept {
 
 DeviceWake DeviceHandle::Poll(const UniqueFd& file, short events, const StopSignal& stop,
                               uint32_t timeoutMs) const noexcept {
-    std::array<pollfd, 3> entries = {{{static_cast<int>(stop.NativeHandle()), POLLIN, 0},
-                                      {file.Get(), events, 0},
-                                      {static_cast<int>(m_Loss.NativeHandle()), POLLIN, 0}}};
+    std::array<pollfd, 3> entries = EntriesOf(file, events, stop);
+    return WakeOf(entries.data(), entries.size(), timeoutMs);
+}
+
+DeviceWake DeviceHandle::PollForWriting(const UniqueFd& file, const WriteEnd& end) const noexcept {
+    const std::array<pollfd, 3> entries = EntriesOf(file, POLLOUT, end.stop);
+    std::array<pollfd, 4> all = {entries[0], entries[1], entries[2], {-1, 0, 0}};
+    const uint32_t leftMs = end.limit != nullptr ? end.limit->LeftMs() : kNoLimitMs;
+    if (end.limit != nullptr && leftMs == kNoLimitMs) {
+        all[3] = {static_cast<int>(end.limit->Begun().NativeHandle()), POLLIN, 0};
+    }
+    return WakeOf(all.data(), all.size(), leftMs);
+}
+
+std::array<pollfd, 3> DeviceHandle::EntriesOf(const UniqueFd& file, short events,
+                                              const StopSignal& stop) const noexcept {
+    return {{{static_cast<int>(stop.NativeHandle()), POLLIN, 0},
+             {file.Get(), events, 0},
+             {static_cast<int>(m_Loss.NativeHandle()), POLLIN, 0}}};
+}
+
+// The first three entries are those of EntriesOf.
+DeviceWake DeviceHandle::WakeOf(pollfd* entries, nfds_t count, uint32_t timeoutMs) noexcept {
     DeviceWake wake;
-    const int ready = PollUntil(entries.data(), entries.size(), timeoutMs);
+    const int ready = PollUntil(entries, count, timeoutMs);
     if (ready < 0) {
         wake.error = LastErrno();
         return wake;

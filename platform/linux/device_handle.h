@@ -1,9 +1,11 @@
 // The kernel's file of one open device, given up as soon as the device is gone.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <poll.h>
 #include <sys/types.h>
 
 #include "platform/device_access.h"
@@ -48,8 +50,13 @@ class DeviceHandle {
 
     // Waits for events of the file, the stop signal or the loss of the device.
     DeviceWake Poll(const UniqueFd& file, short events, const StopSignal& stop, uint32_t timeoutMs) const noexcept;
+    // The same for a file that takes no more bytes. Wakes also when a limit begins, and when it is over.
+    DeviceWake PollForWriting(const UniqueFd& file, const WriteEnd& end) const noexcept;
 
   private:
+    std::array<pollfd, 3> EntriesOf(const UniqueFd& file, short events, const StopSignal& stop) const noexcept;
+    static DeviceWake WakeOf(pollfd* entries, nfds_t count, uint32_t timeoutMs) noexcept;
+
     mutable std::mutex m_Mutex;  // guards m_File, m_Lost, m_Readers
     File m_File;
     bool m_Lost = false;

@@ -8,23 +8,35 @@ namespace quillet::platform {
 
 using Outcome = WriteResult::Outcome;
 
-WriteResult HandleFile::Write(std::string_view bytes, const StopSignal& stop) {
+namespace {
+
+bool IsOver(const WriteEnd& end) {
+    return end.limit != nullptr && end.limit->LeftMs() == 0;
+}
+
+}  // namespace
+
+WriteResult HandleFile::Write(std::string_view bytes, const WriteEnd& end) {
     const DeviceHandle::File file = m_Handle.ForWriting();
     if (!file) {
         return {Outcome::FailedAtOnce, 0, ENODEV};
     }
-    const WriteResult result = WriteTo(*file, bytes, stop);
+    const WriteResult result = WriteTo(*file, bytes, end);
     if (result.outcome != Outcome::Written && MeansGone(result.error)) {
         m_Handle.ReportLoss();
     }
     return result;
 }
 
-WriteResult HandleFile::WriteTo(const UniqueFd& file, std::string_view bytes, const StopSignal& stop) {
+WriteResult HandleFile::WriteTo(const UniqueFd& file, std::string_view bytes, const WriteEnd& end) {
     WriteResult result{Outcome::Written, 0, 0};
     Outcome failure = Outcome::FailedAtOnce;
     bool lost = false;
     while (result.count < bytes.size()) {
+        if (IsOver(end)) {
+            OnWriteCut();
+            return {failure, result.count, ECANCELED};
+        }
         const std::string_view rest = bytes.substr(result.count);
         const ssize_t count = RetryInterrupted([&] { return WritePiece(file.Get(), rest); });
         if (count < 0 && errno != EAGAIN) {
@@ -41,7 +53,7 @@ WriteResult HandleFile::WriteTo(const UniqueFd& file, std::string_view bytes, co
         if (lost) {
             return {failure, result.count, ENODEV};
         }
-        const DeviceWake wake = m_Handle.Poll(file, POLLOUT, stop, kNoLimitMs);
+        const DeviceWake wake = m_Handle.PollForWriting(file, end);
         if (wake.stopped) {
             OnWriteCut();
             return {failure, result.count, ECANCELED};

@@ -14,20 +14,20 @@ class HandleFile : public DeviceFile {
   public:
     explicit HandleFile(UniqueFd fd) : m_Handle(std::move(fd)) {}
 
-    WriteResult Write(std::string_view bytes, const StopSignal& stop) override;
+    WriteResult Write(std::string_view bytes, const WriteEnd& end) override;
 
   protected:
     // One call of the kernel; as write, and never raising SIGPIPE.
     virtual ssize_t WritePiece(int fd, std::string_view bytes) = 0;
     // True if a piece that was taken, however short, is the whole write.
     virtual bool IsOnePiece() const = 0;
-    // The stop signal cut a write short.
+    // The stop signal, or the limit, cut a write short.
     virtual void OnWriteCut() {}
 
     DeviceHandle m_Handle;
 
   private:
-    WriteResult WriteTo(const UniqueFd& file, std::string_view bytes, const StopSignal& stop);
+    WriteResult WriteTo(const UniqueFd& file, std::string_view bytes, const WriteEnd& end);
 };
 
 }  // namespace quillet::platform

@@ -13,8 +13,18 @@ uint32_t ErrorUnless(BOOL ok) noexcept {
     return ok != FALSE ? 0 : ::GetLastError();
 }
 
-WriteResult EndOf(DeviceRequest& request, const StopSignal& stop) {
-    switch (request.Wait(stop)) {
+// Waits again where a limit has begun, or was taken away before it was over.
+DWORD AwaitEnd(DeviceRequest& request, const WriteEnd& end) {
+    for (;;) {
+        const uint32_t leftMs = end.limit != nullptr ? end.limit->LeftMs() : kNoLimitMs;
+        if (leftMs == 0) return DeviceRequest::kStopped;
+        const DWORD woken = request.Wait(end, leftMs);
+        if (woken != DeviceRequest::kLimitBegun && woken != WAIT_TIMEOUT) return woken;
+    }
+}
+
+WriteResult EndOf(DeviceRequest& request, const WriteEnd& end) {
+    switch (AwaitEnd(request, end)) {
         case DeviceRequest::kEnded: break;
         case DeviceRequest::kStopped: return {Outcome::FailedPending, 0, ERROR_OPERATION_ABORTED};
         default: return {Outcome::FailedPending, 0, ::GetLastError()};
@@ -57,12 +67,15 @@ std::unique_ptr<DeviceReader> WindowsDeviceFile::NewReader() {
     return std::make_unique<WindowsDeviceReader>(m_Handle.Get());
 }
 
-WriteResult WindowsDeviceFile::Write(std::string_view bytes, const StopSignal& stop) {
+WriteResult WindowsDeviceFile::Write(std::string_view bytes, const WriteEnd& end) {
+    if (end.limit != nullptr && end.limit->LeftMs() == 0) {
+        return {Outcome::FailedAtOnce, 0, ERROR_OPERATION_ABORTED};
+    }
     DeviceRequest request(m_Handle.Get());
     const IoStart start = request.StartWrite(bytes);
     switch (start.state) {
         case IoState::Done: return {Outcome::Written, start.count, 0};
-        case IoState::Pending: return EndOf(request, stop);
+        case IoState::Pending: return EndOf(request, end);
         default: return {Outcome::FailedAtOnce, start.count, start.error};
     }
 }

@@ -20,7 +20,7 @@ class WindowsDeviceFile final : public DeviceFile {
     uint32_t SetSerialSettings(const SerialSettings& settings) override;
     uint32_t SetSerialTimeouts(const SerialTimeouts& timeouts) override;
     std::unique_ptr<DeviceReader> NewReader() override;
-    WriteResult Write(std::string_view bytes, const StopSignal& stop) override;
+    WriteResult Write(std::string_view bytes, const WriteEnd& end) override;
 
   private:
     uint32_t FetchDcb();

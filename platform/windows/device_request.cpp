@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/event.h"
+
 namespace quillet::platform {
 namespace {
 
@@ -52,6 +54,15 @@ IoStart DeviceRequest::Started(bool done, DWORD count) noexcept {
 DWORD DeviceRequest::Wait(const StopSignal& stop) const noexcept {
     const std::array<HANDLE, 2> events = {reinterpret_cast<HANDLE>(stop.NativeHandle()), m_Block->event.Get()};
     return ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+}
+
+DWORD DeviceRequest::Wait(const WriteEnd& end, uint32_t timeoutMs) const noexcept {
+    std::array<HANDLE, 3> events = {reinterpret_cast<HANDLE>(end.stop.NativeHandle()), m_Block->event.Get()};
+    DWORD count = 2;
+    if (end.limit != nullptr && timeoutMs == kNoLimitMs) {
+        events[count++] = reinterpret_cast<HANDLE>(end.limit->Begun().NativeHandle());
+    }
+    return ::WaitForMultipleObjects(count, events.data(), FALSE, timeoutMs);  // kNoLimitMs is INFINITE
 }
 
 IoFinish DeviceRequest::Finish() noexcept {

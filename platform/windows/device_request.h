@@ -33,6 +33,9 @@ class DeviceRequest {
     static constexpr DWORD kStopped = WAIT_OBJECT_0;
     static constexpr DWORD kEnded = WAIT_OBJECT_0 + 1;
     DWORD Wait(const StopSignal& stop) const noexcept;
+    // The same for a write, at most timeoutMs: WAIT_TIMEOUT then. A write without a limit so far wakes when one begins.
+    static constexpr DWORD kLimitBegun = WAIT_OBJECT_0 + 2;
+    DWORD Wait(const WriteEnd& end, uint32_t timeoutMs) const noexcept;
     // The outcome of a request that Wait called ended.
     IoFinish Finish() noexcept;
 

@@ -211,11 +211,12 @@ class FakeFile : public platform::DeviceFile {
     std::unique_ptr<platform::DeviceReader> NewReader() override {
         return std::make_unique<FakeReader>(m_Device, m_Plugs);
     }
-    platform::WriteResult Write(std::string_view bytes, const platform::StopSignal& stop) override {
+    platform::WriteResult Write(std::string_view bytes, const platform::WriteEnd& end) override {
         using Outcome = platform::WriteResult::Outcome;
-        for (;; stop.Wait(1)) {
+        for (;; end.stop.Wait(1)) {
+            const bool ended = end.stop.IsSet() || (end.limit != nullptr && end.limit->LeftMs() == 0);
             std::lock_guard lock(m_Device.m_Mutex);
-            m_Device.m_StalledNow = m_Device.m_Stalled && !stop.IsSet();
+            m_Device.m_StalledNow = m_Device.m_Stalled && !ended;
             if (m_Device.m_StalledNow) continue;
             if (m_Device.m_Stalled) return {Outcome::FailedPending, 0, kFakeCanceled};
             if (m_Device.Dead(m_Plugs)) return {Outcome::FailedAtOnce, 0, kFakeGone};

@@ -1,0 +1,30 @@
+// A signal that ends waits for a device.
+#pragma once
+
+#include <cstdint>
+
+namespace quillet::platform {
+
+// A signal that stays set until Reset and that reads and writes of a device can wait on together with the
+// device. Any thread may use it; it must outlive the waits on it.
+class StopSignal {
+  public:
+    StopSignal();  // throws std::system_error if the system has no room for one
+    ~StopSignal();
+    StopSignal(const StopSignal&) = delete;
+    StopSignal& operator=(const StopSignal&) = delete;
+
+    void Set() noexcept;
+    void Reset() noexcept;
+    bool IsSet() const noexcept;
+    // Waits at most timeoutMs of real time for the signal; true if it is set. kNoLimitMs waits for ever.
+    bool Wait(uint32_t timeoutMs) const noexcept;
+
+    // What the system's waits take: a file descriptor or an event handle.
+    intptr_t NativeHandle() const noexcept { return m_Native; }
+
+  private:
+    intptr_t m_Native;
+};
+
+}  // namespace quillet::platform

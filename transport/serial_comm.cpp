@@ -45,8 +45,7 @@ CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPor
                          void* owner, DataCallback dataCallback)
     : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
     std::vector<PortDescriptor> found = FindSerialPort(comPort);
-    m_Listed = !found.empty();
-    if (m_Listed) m_Port = std::move(found.front());
+    if (!found.empty()) m_Port = std::move(found.front());
     m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
 }
 
@@ -58,7 +57,6 @@ void CSerialComm::EnableDevice() try {
     if (IsEnabled()) return;
     platform::TheClock().SleepMs(kPauseBeforeOpenMs);
     OpenPort();
-    LoadSettings();
     ApplySettings();
     LogSettings();
     SetTimeouts();
@@ -90,6 +88,7 @@ void CSerialComm::ApplySettings() {
     platform::SerialSettings settings;
     Check(m_Handle->GetSerialSettings(settings), "Unable to retrieve COM port settings (Code:");
     LogInfo("    | Retrieved COM Port settings");
+    LoadSettings();
     settings.baudRate = static_cast<uint32_t>(m_BaudRate);
     settings.byteSize = static_cast<uint8_t>(m_ByteSize);
     settings.parity = static_cast<uint8_t>(m_Parity);

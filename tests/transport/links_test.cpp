@@ -99,10 +99,14 @@ TEST(SerialLink, ClosesAfterEachFailureOnTheWay) {
     link->EnableDevice();
     EXPECT_EQ(device.OpenNow(), 1);
 
-    bench.access.Port(4);
+    FakeDevice& other = bench.access.Port(4);
     const auto nonsense = bench.Serial(4, "baudrate=fast");
+    test::LogReader log;
     EXPECT_THROW(nonsense->EnableDevice(), mylib::StringError);
-    EXPECT_EQ(bench.access.Port(4).OpenNow(), 0);
+    EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | Retrieved COM Port settings"));
+    other.FailSettings(25, 0, 0);
+    EXPECT_THROW(nonsense->EnableDevice(), SerialCommError);  // the port is asked before the numbers are read
+    EXPECT_EQ(other.OpenNow(), 0);
 }
 
 TEST(SerialLink, TakesItsKindFromDiscovery) {

@@ -13,6 +13,12 @@ namespace quillet {
 // Replies longer than this are refused by the queries.
 inline constexpr size_t kMaxQueryReply = 512;
 
+// Sends bytes and gives the reply: what directIO does, before it looks at the caller's buffer.
+ExchangeOutcome RunDirectIO(CScanner& scanner, std::string bytes, uint32_t timeoutMs);
+
+// Reads the stored result for the lines that this leaves in the log. It decides nothing: an outcome is its own call's.
+void LogStoredResult(CScanner& scanner);
+
 // Sends a command and gives the reply; nothing if the exchange failed or the reply is too long.
 std::optional<std::string> QueryScanner(CScanner& scanner, CommandPacket& packet, uint32_t timeoutMs);
 

@@ -58,7 +58,7 @@ int32_t QuerySetting(CScanner& scanner, CommandId id, std::string& value) {
 }  // namespace
 
 std::optional<std::string> QueryScanner(CScanner& scanner, CommandPacket& packet, uint32_t timeoutMs) {
-    ExchangeOutcome outcome = scanner.ExchangeBytes(ToWireBytes(packet), timeoutMs);
+    ExchangeOutcome outcome = RunDirectIO(scanner, ToWireBytes(packet), timeoutMs);
     if (outcome.result != kResultSuccess) return std::nullopt;
     if (outcome.reply.size() > kMaxQueryReply) {
         LogBufferTooSmall(outcome.reply);
@@ -74,6 +74,7 @@ int32_t ReadSerialNumber(CScanner& scanner, std::string& number) {
     CommandPacket packet(OpcodeVersion, std::string(1, '\0'));
     const std::optional<std::string> reply = QueryScanner(scanner, packet, kVersionTimeoutMs);
     if (!reply) return ResultNoExist;
+    LogStoredResult(scanner);
     const size_t mark = reply->find(kNumberMark);
     const size_t end = reply->find(kVersionMark);
     if (mark == std::string::npos || end == std::string::npos) return ResultNoExist;

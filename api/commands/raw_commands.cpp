@@ -5,6 +5,7 @@
 #include "api/commands/exchange_calls.h"
 #include "api/handle/scanner_object.h"
 #include "foundation/text.h"
+#include "service/property.h"
 
 namespace quillet {
 namespace {
@@ -15,6 +16,18 @@ int32_t SendHexText(CScanner& scanner, const char* hexText) {
 }
 
 }  // namespace
+
+ExchangeOutcome RunDirectIO(CScanner& scanner, std::string bytes, uint32_t timeoutMs) {
+    ExchangeOutcome outcome = scanner.ExchangeBytes(std::move(bytes), timeoutMs);
+    LogStoredResult(scanner);
+    return outcome;
+}
+
+void LogStoredResult(CScanner& scanner) {
+    int32_t stored = 0;
+    scanner.GetPropertyNumber(PropResultCode, &stored);
+}
+
 }  // namespace quillet
 
 using namespace quillet;
@@ -28,7 +41,7 @@ ResultCode directIO(ScannerHandle handle, const uint8_t* command, int32_t comman
     return Guarded(ResultFailure, [&] {
         std::string bytes(reinterpret_cast<const char*>(command), CallerLength(commandSize));
         const ExchangeOutcome outcome =
-            HandleCall(handle).Scanner().ExchangeBytes(std::move(bytes), static_cast<uint32_t>(timeoutMs));
+            RunDirectIO(HandleCall(handle).Scanner(), std::move(bytes), static_cast<uint32_t>(timeoutMs));
         if (outcome.result != kResultSuccess || outcome.reply.empty()) return outcome.result;
         const CallerBuffer out{reply, CallerLength(replySize), replyLength};
         if (!out.Fits(outcome.reply)) {

@@ -50,6 +50,8 @@ std::string ComposeLine(const LogRecord& record) {
     return line;
 }
 
+thread_local LogHold* t_Hold = nullptr;  // of the calling thread, or null
+
 void WritePair(int32_t level, std::string_view first, std::string_view second) noexcept {
     if (!LogWanted(level)) return;
     try {
@@ -103,6 +105,14 @@ void myLogManager::ShutDown() {
 void myLogManager::Log(int32_t lineLevel, const std::string& module, const std::string& message) {
     if (!Wants(lineLevel)) return;
     std::string line = ComposeLine({lineLevel, message, module, NumToString(platform::CurrentThreadId())});
+    if (t_Hold != nullptr) {
+        t_Hold->m_Lines.push_back(std::move(line));
+    } else {
+        Enqueue(std::move(line));
+    }
+}
+
+void myLogManager::Enqueue(std::string line) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
     if (pool) pool->Enqueue([this, line = std::move(line)] { WriteLine(line); });
 }
@@ -121,6 +131,24 @@ void LogTraceIn(std::string_view prefix, std::string_view name) noexcept {
 }
 void LogTraceOut(std::string_view prefix, std::string_view name) noexcept {
     WritePair(LLTraceOut, prefix, name);
+}
+
+LogHold::LogHold(bool hold) noexcept : m_Holding(hold) {
+    if (m_Holding) t_Hold = this;
+}
+
+LogHold::~LogHold() {
+    if (m_Holding) t_Hold = nullptr;
+}
+
+void LogHold::LetGo() noexcept {
+    if (!std::exchange(m_Holding, false)) return;
+    t_Hold = nullptr;
+    try {
+        for (std::string& line : m_Lines) TheLog().Enqueue(std::move(line));
+    } catch (...) {  // as in Write
+    }
+    m_Lines.clear();
 }
 
 namespace log_detail {

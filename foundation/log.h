@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "foundation/format.h"
 #include "foundation/log_file.h"
@@ -66,6 +67,9 @@ class myLogManager : public ILog {
     }
 
   private:
+    friend class LogHold;
+    void Enqueue(std::string line);
+
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
     std::recursive_mutex mutex;               // held to swap `pool`, to enqueue, and while Stop joins the worker
@@ -167,6 +171,24 @@ class LogTrace {
 
   private:
     const char* m_Name;
+};
+
+// Keeps back the lines of the calling thread until it is known whether they are worth writing: those of an attempt that
+// is made again and again. What wasn't let go by the end is dropped. One at a time a thread.
+class LogHold {
+  public:
+    explicit LogHold(bool hold) noexcept;
+    ~LogHold();
+    LogHold(const LogHold&) = delete;
+    LogHold& operator=(const LogHold&) = delete;
+
+    // Writes what was kept back; later lines are written as ever.
+    void LetGo() noexcept;
+
+  private:
+    friend class myLogManager;
+    bool m_Holding;
+    std::vector<std::string> m_Lines;
 };
 
 }  // namespace quillet

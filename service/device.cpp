@@ -1,5 +1,7 @@
 #include "service/device.h"
 
+#include <utility>
+
 #include "foundation/log.h"
 #include "transport/comm_arbiter.h"
 
@@ -16,48 +18,47 @@ std::string CDevice::ClaimName() const {
     return "\\\\.\\COM" + NumToString(m_ComPort.load());
 }
 
-bool CDevice::ClaimDevice(uint32_t timeoutMs) {
+ResultCode CDevice::ClaimDevice(uint32_t timeoutMs) {
     LogTrace trace("CDevice::ClaimDevice");
     LogInfo("    | Timeout: ", timeoutMs);
     if (m_Status.Has(StatusClaimed)) {
         LogInfo("    | Device claimed already by this app.");
-        m_ResultCode = kResultSuccess;
-        return true;
+        return m_ResultCode = kResultSuccess;
     }
-    const std::string name = ClaimName();
-    if (TheCommArbiter().IsClaimed(name)) {
-        m_ResultCode = kResultClaimed;
-        return false;
-    }
-    if (m_ClaimMutex.Name().empty() || !m_ClaimMutex.IsOpen()) {
-        m_ResultCode = kResultIllegal;
-        return false;
-    }
+    std::string name = ClaimName();
+    if (TheCommArbiter().IsClaimed(name)) return m_ResultCode = kResultClaimed;
+    if (m_ClaimMutex.Name().empty() || !m_ClaimMutex.IsOpen()) return m_ResultCode = kResultIllegal;
     LogInfo("    | Create Mutex:   ", m_ClaimMutex.Name());
     if (!m_ClaimMutex.Take(timeoutMs)) {
         LogWarning("ClaimDevice: The device has already been claimed by another application.");
-        m_ResultCode = kResultClaimed;
-        return false;
+        return m_ResultCode = kResultClaimed;
     }
-    TheCommArbiter().AddClaim(name);
+    try {
+        TheCommArbiter().AddClaim(name);
+    } catch (...) {  // no memory
+        m_ClaimMutex.Release();
+        throw;
+    }
+    m_ClaimedName = std::move(name);
     m_Status.Set(StatusClaimed);
     m_ResultCode = kResultSuccess;
     LogInfo("    | Claimed the mutex that grants exclusive access.");
-    return true;
+    return kResultSuccess;
 }
 
-bool CDevice::ReleaseDevice() {
+ResultCode CDevice::ReleaseDevice(ReleaseBy who) noexcept {
     LogTrace trace("CDevice::ReleaseDevice");
     if (!m_ClaimMutex.Release()) {
-        LogCritical("Error: ReleaseDevice: Failed to released mutex.");
-        m_ResultCode = kResultBusy;
-        return false;
+        if (who == ReleaseBy::Owner) {
+            LogCritical("Error: ReleaseDevice: Failed to released mutex.");
+            return m_ResultCode = kResultBusy;
+        }
+        m_ClaimMutex.Close();
     }
     LogInfo("    | Released the mutex that grants exclusive access.");
     m_Status.Clear(StatusClaimed);
-    TheCommArbiter().RemoveClaim(ClaimName());
-    m_ResultCode = kResultSuccess;
-    return true;
+    TheCommArbiter().RemoveClaim(m_ClaimedName);
+    return m_ResultCode = kResultSuccess;
 }
 
 void CDevice::DataEventEnable(bool enable) {

@@ -32,11 +32,13 @@ class CDevice {
   protected:
     CDevice();
 
-    // Claims the port against other handles of this process and against other processes. True if claimed; the
-    // outcome is in m_ResultCode. The claim belongs to the calling thread.
-    bool ClaimDevice(uint32_t timeoutMs);
-    // True if released. On another thread than the claim's it fails, and the claim stays.
-    bool ReleaseDevice();
+    // Claims the port against other handles of this process and against other processes. 0 if claimed. The claim belongs
+    // to the calling thread.
+    ResultCode ClaimDevice(uint32_t timeoutMs);
+    // 0 if released. On another thread than the claim's the owner's release fails with 113, and the claim stays; anybody's
+    // lets go of it as far as the system lets it.
+    enum class ReleaseBy { Owner, Anybody };
+    ResultCode ReleaseDevice(ReleaseBy who) noexcept;
 
     void DataEventEnable(bool enable);
     bool DeviceEventEnable(bool enable);
@@ -59,12 +61,14 @@ class CDevice {
     std::string m_ModelNumber;
     std::string m_StatisticsText;
     std::atomic<ResultCode> m_OpenResult{0};
-    // Result of the last operation, whichever thread ran it. Reads that keep it don't write it.
+    // Result of the last operation, whichever thread ran it: for reads that hand it on, and for nothing else. An
+    // operation's own result is a local of its own, which it stores here and returns.
     std::atomic<ResultCode> m_ResultCode{kResultClosed};
     std::atomic<ResultCode> m_ResultCodeExtended{0};
     std::atomic<uint32_t> m_LinkType{LinkNone};
     std::string m_PortText;  // m_ComPort in decimal
     CNamedMutex m_ClaimMutex;
+    std::string m_ClaimedName;      // as the process's list of claims has it, while StatusClaimed is set
     std::shared_ptr<CComm> m_Comm;  // keeps the link alive while enabled; guarded by CScanner's m_EnableMutex
     // Guarded by CScanner's m_DataMutex:
     std::string m_DataBuffer;   // received and not yet parsed

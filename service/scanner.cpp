@@ -2,7 +2,6 @@
 #include "service/scanner.h"
 
 #include <cstring>
-#include <exception>
 #include <string>
 #include <utility>
 
@@ -37,29 +36,16 @@ void CScanner::ResetState() {
     CDevice::ResetState();
 }
 
-// Without a link type of its own the key would be that of every USB link; and before its claim this handle
-// may share its port's number with another one.
-bool CScanner::HasOwnLink() const {
-    return m_LinkType != LinkNone && m_Status.Has(StatusClaimed);
-}
-
 ResultCode CScanner::SendPacket(CommandPacket& packet) {
-    if (!HasOwnLink()) {
-        LogWarning("No Find ComDevice...  WriteData Failed!");
-        return kResultNoExist;
-    }
-    return TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, packet);
+    return TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, this, packet);
 }
 
 void CScanner::SendBytes(std::string bytes) {
-    if (!HasOwnLink()) {
-        LogWarning("No Find ComDevice...  WriteData Failed!");
-        return;
-    }
-    TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, bytes);
+    TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, this, bytes);
 }
 
 void CScanner::EndWaits() {
+    m_WriteLimit.Begin(kClosingWriteMs);  // for good
     std::lock_guard lock(m_DataMutex);
     m_WaitsEnded = true;
     m_BarcodeEvent.Signal();
@@ -70,12 +56,13 @@ int32_t CScanner::DataCallbackEntry(void* owner, std::string& block, uint32_t st
     return static_cast<CScanner*>(owner)->ProcessDataEvent(block, status);
 }
 
+// What leaves it (no memory, say) makes the link report again.
 void CScanner::PowerCallbackEntry(void* owner, uint32_t status) {
-    try {
-        static_cast<CScanner*>(owner)->ProcessStatusEvent(status);
-    } catch (const std::exception& error) {  // no memory, say: the thread goes on polling and tries again
-        LogCritical("Error: ProcessStatusEvent", std::string(error.what()));
-    }
+    static_cast<CScanner*>(owner)->ProcessStatusEvent(status);
+}
+
+void CScanner::ReopenCallbackEntry(void* owner, bool repeated) {
+    static_cast<CScanner*>(owner)->ReopenLink(repeated);
 }
 
 void CScanner::EventCallbackEntry(void* context, EventRecord* record) {

@@ -11,6 +11,7 @@
 
 #include "events/event_record.h"
 #include "foundation/text.h"
+#include "platform/write_limit.h"
 #include "protocol/packet.h"
 #include "protocol/reply_parser.h"
 #include "service/device.h"
@@ -38,7 +39,7 @@ struct CallerBuffer {
 // What several threads do here:
 // - application threads: everything public. Open, CloseService, ClaimDevice and ReleaseDevice by one at a
 // time.
-// - the link's power thread: ProcessStatusEvent, and from there DeviceEnable.
+// - the link's power thread: ProcessStatusEvent, and from there DeviceEnable; ReopenLink.
 // - the link's read thread: ProcessDataEvent. It takes m_DataMutex and never the two locks above it.
 // Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, m_DataMutex,
 // m_PendingMutex.
@@ -78,6 +79,13 @@ class CScanner : public CDevice {
     // Runs the callables that barcodes have left, on the thread that made the object; nothing on another.
     virtual ResultCode Update();
 
+    // Whoever is about to close this service, or to open it once more, holds this from before it waits for any lock of
+    // the handle: from then on all writes of its link have 2 s together, also one that holds a lock because its device
+    // takes nothing. Neither a poll nor an opening takes the limit away.
+    platform::WriteLimitScope LimitWrites() { return {m_WriteLimit, kClosingWriteMs}; }
+    // Open, and at this moment without a link that works: what an opening has to give up first.
+    bool IsOpenAndNotEnabled() const { return m_State == StateOpen; }
+
     // Sends on this handle's own link. 0, also for a write that failed inside the link; 109 without a link.
     ResultCode SendPacket(CommandPacket& packet);
     void SendBytes(std::string bytes);
@@ -108,6 +116,7 @@ class CScanner : public CDevice {
     void EnableDeocdeData(bool enable);
     void ProcessStatusEvent(uint32_t status);
     void StatusChanged(uint32_t& status);
+    void ReopenLink(bool repeated);
 
     // Received data (scanner_data.cpp).
     int32_t ProcessDataEvent(std::string& block, uint32_t status);
@@ -130,10 +139,13 @@ class CScanner : public CDevice {
     const uint32_t m_DeviceType = DeviceUsb;  // of every arbiter call, whatever the link
 
   private:
+    static constexpr uint32_t kClosingWriteMs = 2000;
+
     struct ExchangePlan;
 
     static int32_t DataCallbackEntry(void* owner, std::string& block, uint32_t status);
     static void PowerCallbackEntry(void* owner, uint32_t status);
+    static void ReopenCallbackEntry(void* owner, bool repeated);
     static void EventCallbackEntry(void* context, EventRecord* record);
 
     // Open, step by step.
@@ -141,9 +153,12 @@ class CScanner : public CDevice {
     uint32_t ChooseLink(const DiscoveredLists& found);
     ResultCode CheckLink(uint32_t link, const DiscoveredLists& found);
     void StoreOpened(uint32_t link);
-    void TakeDown();
+    ResultCode ReleaseService(ReleaseBy who);
+    void TakeDown(ReleaseBy who);
+    void EndRunningExchange();
 
     ResultCode EnableLink();
+    void UndoEnabling() noexcept;
     ResultCode DisableLink();
     void ReportPowerAtEnabling();
     bool LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock);
@@ -167,7 +182,6 @@ class CScanner : public CDevice {
     void AddBarcode(std::string text, int32_t codeType);
     ParseResult ParseCatching(std::string& buffer, ReplyPacket& reply);
 
-    bool HasOwnLink() const;
     ExchangeOutcome RunExchange(const ExchangePlan& plan);
     ResultCode WaitForReply(const ExchangePlan& plan);
     ExchangeOutcome TakeReply(const ExchangePlan& plan);
@@ -190,6 +204,7 @@ class CScanner : public CDevice {
     OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
     OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
     OsEvent m_BarcodeEvent{kManualResetEvent};     // set while the cache isn't empty; changed under m_DataMutex
+    platform::WriteLimit m_WriteLimit;             // of this handle's link; has a lock of its own
     std::atomic<bool> m_WaitsEnded{false};
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};

@@ -32,24 +32,33 @@ ResultCode CScanner::DeviceEnable(bool enable) {
 }
 
 ResultCode CScanner::EnableLink() {
+    ScopeExit undo([this] { UndoEnabling(); });
     DeviceEventEnable(true);
-    {
-        ScopeExit undo([this] { DeviceEventEnable(false); });
-        if (!DeviceCommEnable(true)) return kResultNoHardware;
-        undo.Disarm();
-    }
+    if (!DeviceCommEnable(true)) return kResultNoHardware;
     m_Status.Set(StatusEnabled);
     if (m_PowerNotify != 0) ReportPowerAtEnabling();
+    undo.Disarm();
     // The report may have found a USB scanner gone and disabled the device again; then the state stays open.
     if (m_Status.Has(StatusEnabled)) m_State = StateEnabled;
     return kResultSuccess;
+}
+
+// After a failure at any step, so that the next attempt finds everything as this one has.
+void CScanner::UndoEnabling() noexcept {
+    DeviceEventEnable(false);
+    if (m_Comm == nullptr) return;
+    m_JoiningPowerThread = true;
+    m_Comm.reset();
+    TheCommArbiter().RemoveDevice(m_DeviceType, m_LinkType, m_ComPort);
+    m_JoiningPowerThread = false;
 }
 
 void CScanner::ReportPowerAtEnabling() {
     if (m_LinkType == LinkUsbHid) {
         ProcessStatusEvent(DiscoveredPorts().usb.empty() ? PowerOffOffline : PowerOnline);
     }
-    TheCommArbiter().StartPowerReporting(m_DeviceType, m_LinkType, m_ComPort, &CScanner::PowerCallbackEntry);
+    TheCommArbiter().StartPowerReporting(m_DeviceType, m_LinkType, m_ComPort, &CScanner::PowerCallbackEntry,
+                                         &CScanner::ReopenCallbackEntry);
 }
 
 ResultCode CScanner::DisableLink() {
@@ -73,7 +82,7 @@ bool CScanner::DeviceCommEnable(bool enable) try {
     if (enable) {
         LogInfo("    | Adding Device for Data events...");
         m_Comm = TheCommArbiter().AddDevice(m_DeviceType, m_LinkType, m_ComPort, m_ModelNumber, m_Parameters, this,
-                                            &CScanner::DataCallbackEntry);
+                                            &CScanner::DataCallbackEntry, &m_WriteLimit);
         // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
         // use.
         if (m_Comm != nullptr && m_Comm->Owner() != this) {
@@ -130,6 +139,18 @@ bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) 
         platform::TheClock().SleepMs(kRetryLockMs);
     }
     return lock.owns_lock() && !m_Closing && m_Status.Has(StatusOpened) && m_Status.Has(StatusClaimed);
+}
+
+// The read thread has ended, and that alone is no loss: nothing is reported, and no state changes. Of attempts that come
+// to nothing the first alone shows in the log.
+void CScanner::ReopenLink(bool repeated) {
+    std::unique_lock lock(m_EnableMutex, std::defer_lock);
+    if (!LockForPowerReport(lock) || !m_Status.Has(StatusEnabled)) return;
+    LogHold lines(repeated);
+    if (!TheCommArbiter().ReopenLink(m_DeviceType, m_LinkType, m_ComPort, this)) return;
+    lines.LetGo();
+    platform::TheClock().SleepMs(kSettleMs);
+    EnableDeocdeData(false);
 }
 
 void CScanner::LinkLost() {

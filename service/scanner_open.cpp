@@ -1,4 +1,5 @@
 // Open, claim, release and close.
+#include <exception>
 #include <utility>
 
 #include "foundation/log.h"
@@ -21,19 +22,31 @@ uint32_t PortNumber(const ParameterList& parameters, double defaultNumber) {
     return static_cast<uint32_t>(TruncateToInt32(parameters.GetNumber("serialport", defaultNumber)));
 }
 
+// A step on the way down: without memory a packet isn't sent, say, but the rest has to go on.
+template <typename Step>
+void AsFarAsMemoryGoes(Step step) noexcept {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        LogCritical("Error: closing: ", error.what());
+    }
+}
+
 }  // namespace
 
 ResultCode CScanner::Open(const std::string& connection) {
     LogTrace trace("CScanner::Open");
-    ScopeExit leaving([this] {
-        m_OpenResult = m_ResultCode.load();
-        LogInfo("    | OpenResult: %d", m_OpenResult.load());
+    ResultCode result = m_ResultCode;  // stays where an exception ends the opening
+    ScopeExit leaving([&] {
+        m_OpenResult = result;
+        LogInfo("    | OpenResult: %d", result);
     });
     // A scanner that is open, perhaps lost, first gives up link and claim, so that both are free for this
-    // opening.
-    if (m_Status.Has(StatusOpened)) TakeDown();
+    // opening, also where another thread took the claim.
+    if (m_Status.Has(StatusOpened)) TakeDown(ReleaseBy::Anybody);
     ResetState();
-    return m_ResultCode = OpenConnection(connection);
+    result = OpenConnection(connection);
+    return m_ResultCode = result;
 }
 
 ResultCode CScanner::OpenConnection(const std::string& connection) {
@@ -111,51 +124,61 @@ ResultCode CScanner::GetOpenResult() {
 
 ResultCode CScanner::ClaimDevice(uint32_t timeoutMs) {
     LogTrace trace("CScanner::ClaimDevice");
-    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
-    CDevice::ClaimDevice(timeoutMs);
-    return m_ResultCode;
+    ResultCode result = m_ResultCode;
+    ScopeExit leaving([&] { LogInfo("    | ResultCode: %d", result); });
+    return result = CDevice::ClaimDevice(timeoutMs);
 }
 
 ResultCode CScanner::ReleaseDevice() {
+    return ReleaseService(ReleaseBy::Owner);
+}
+
+ResultCode CScanner::ReleaseService(ReleaseBy who) {
     LogTrace trace("CScanner::ReleaseDevice");
-    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
+    ResultCode result = kResultNotClaimed;
+    ScopeExit leaving([&] { LogInfo("    | ResultCode: %d", result); });
     if (!m_Status.Has(StatusClaimed)) {
         LogWarning("ReleaseDevice: Cannot release a device that has not been claimed.");
-        return m_ResultCode = kResultNotClaimed;
+        return m_ResultCode = result;
     }
     {
         // Held from the question to the end, so that a scanner that comes back doesn't slip in between.
         std::lock_guard lock(m_EnableMutex);
-        if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
+        if (m_Status.Has(StatusEnabled)) AsFarAsMemoryGoes([this] { DeviceEnable(false); });
+        m_Comm.reset();
         // A lost scanner's link is still listed with its power thread, and one on a port above 132 is never
         // found by its key. Neither may outlive its owner.
         m_JoiningPowerThread = true;
         ScopeExit joined([this] { m_JoiningPowerThread = false; });
         TheCommArbiter().RemoveLinksOf(this);
     }
-    CDevice::ReleaseDevice();
-    return m_ResultCode;
+    return result = CDevice::ReleaseDevice(who);
 }
 
 ResultCode CScanner::CloseService() {
     LogTrace trace("CScanner::CloseService");
-    ScopeExit leaving([this] { LogInfo("    | ResultCode: %d", m_ResultCode.load()); });
-    if (!m_Status.Has(StatusOpened)) return m_ResultCode = kResultClosed;
-    TakeDown();
-    return m_ResultCode = kResultSuccess;
+    ResultCode result = kResultClosed;
+    ScopeExit leaving([&] { LogInfo("    | ResultCode: %d", result); });
+    if (m_Status.Has(StatusOpened)) {
+        TakeDown(ReleaseBy::Owner);
+        result = kResultSuccess;
+    }
+    return m_ResultCode = result;
+}
+
+void CScanner::EndRunningExchange() {
+    std::unique_lock lock(m_DataMutex);
+    BreakExchange();
+    m_ExchangeEnded.wait(lock, [this] { return !m_Status.Has(StatusExchange); });
 }
 
 // From any open state to closed; what fails on the way doesn't stop it.
-void CScanner::TakeDown() {
+void CScanner::TakeDown(ReleaseBy who) {
     m_Closing = true;  // from here on the power thread only notes the power state
-    {
-        std::unique_lock lock(m_DataMutex);
-        BreakExchange();
-        m_ExchangeEnded.wait(lock, [this] { return !m_Status.Has(StatusExchange); });
-    }
+    EndRunningExchange();
     if (m_Status.Has(StatusClaimed)) {
-        DeviceEnable(false);
-        m_ResultCode = ReleaseDevice();
+        AsFarAsMemoryGoes([this] { DeviceEnable(false); });
+        ReleaseService(who);
     }
     m_EventQueue.ClearAll();
     m_Status.Clear(StatusOpened);

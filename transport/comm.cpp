@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::array<const char*, 5> kDeviceTypeLabels = {"unknow", "Serial", "POSUSB", "USB", "Bluetooth"};
 constexpr uint32_t kPowerPollMs = 100;
+constexpr int64_t kReopenPauseNs = 1'000'000'000;
 // Writes of this size and above are logged without their bytes.
 constexpr size_t kMaxLoggedWrite = 128;
 
@@ -94,9 +95,22 @@ void CComm::Close() {
         m_Running = false;
         m_ReadThread.Join();
     }
-    m_LinkDead = false;
+    m_ReaderLost = false;
     if (!m_ReadyToReConnect) EndPowerThread();
     m_Handle.reset();
+}
+
+void CComm::Reopen() {
+    const uint32_t reported = m_PowerState;
+    Reset();
+    try {
+        EnableDevice();
+    } catch (...) {
+        m_PowerState = reported;
+        m_ReaderLost = true;  // tried again later
+        throw;
+    }
+    m_PowerState = reported;
 }
 
 void CComm::EndThreads() {
@@ -110,10 +124,10 @@ void CComm::EndThreads() {
 
 int32_t CComm::RunReadThread() {
     LogInfo("RunReadThread starting...");
-    int32_t result = 1;
+    bool lost = true;
     try {
         ReadUntilTold();
-        result = 0;
+        lost = false;
     } catch (const ZelmarError& error) {
         LogCritical("Error: RunReadThread: ", error.what());
     } catch (const std::exception& error) {
@@ -122,7 +136,8 @@ int32_t CComm::RunReadThread() {
         LogCritical("Error: read thread ended by an unknown exception");
     }
     LogInfo("    - About to exit RunReadThread");
-    return result;
+    m_ReaderLost = lost;  // a Reset that is joining this thread clears it again
+    return lost ? 1 : 0;
 }
 
 void CComm::ReadUntilTold() {
@@ -139,7 +154,6 @@ void CComm::ReadUntilTold() {
 uint32_t CComm::ReadOnce(platform::DeviceReader& reader, uint8_t* buffer) {
     const platform::IoStart start = reader.Start(buffer, m_ReadSize);
     if (start.state == platform::IoState::Failed) {
-        m_LinkDead = start.gone;
         throw CommError(WithCode("Error while reading data (Code:", start.error));
     }
     if (start.state == platform::IoState::Done) return start.count;
@@ -157,7 +171,6 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     const platform::IoFinish finish = reader.Finish();
     if (finish.ok) return finish.count;
     m_ReadError = finish.error;
-    m_LinkDead = finish.gone;
     std::string nothing;
     OnReadData(kFailedRead, nothing);
     m_Running = false;
@@ -188,7 +201,7 @@ void CComm::WriteString(const std::string& bytes) {
     using Outcome = platform::WriteResult::Outcome;
     // A link that waits for its device is closed, which is a write that fails at once.
     platform::WriteResult written{Outcome::FailedAtOnce};
-    if (m_Handle != nullptr) written = m_Handle->Write(bytes, m_DeviceGone);
+    if (m_Handle != nullptr) written = m_Handle->Write(bytes, {m_DeviceGone, m_WriteLimit});
     if (written.outcome == Outcome::FailedPending) {
         throw CommError(WithCode("Error writing data (Code:", written.error) + ".");
     }
@@ -228,7 +241,7 @@ void CComm::EndPowerThread() {
 
 int32_t CComm::PowerReportingThread() {
     LogInfo("    | PowerReportingThread Start......");
-    m_UntoldPasses = 0;
+    m_ReopenAsked = false;
     while (m_PowerRunning) {
         PollPower();
         if (m_EndPower.TimedWait(kPowerPollMs) == OsEventFailed) platform::TheClock().SleepMs(kPowerPollMs);
@@ -237,42 +250,45 @@ int32_t CComm::PowerReportingThread() {
     return 0;
 }
 
-// The thread starts with the device taken as absent and untold. One that goes away before the first pass
-// would never be told of: the second pass that finds it absent, with the link open, tells it.
-bool CComm::IsUntoldLoss(bool present) {
-    constexpr int kTold = -1;
-    if (m_UntoldPasses == kTold) return false;
-    m_UntoldPasses = present ? kTold : m_UntoldPasses + 1;
-    if (m_UntoldPasses < 2 || !m_Enabled) return false;
-    m_UntoldPasses = kTold;
-    return true;
-}
-
 // A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never
 // come back.
 void CComm::PollPower() noexcept try {
-    // A device that was pulled and is back between two passes is listed all the time, but this link's handle
-    // is dead.
-    const bool present = !m_LinkDead && IsDevicePresent();
-    m_Listed = m_Listed || present;
-    // A port that the system has never shown, and that was opened by its number: nothing tells that it has gone.
-    if (!m_Listed && !m_LinkDead) return;
-    if (IsUntoldLoss(present)) m_PowerState = PowerUnknown;
-    // A write that stalls on a device that is gone holds up every link: it ends here.
-    present ? m_DeviceGone.Reset() : m_DeviceGone.Set();
-    ReportPowerState(present ? PowerOnline : PowerOffOffline);
+    ReportPowerState(IsDevicePresent() ? PowerOnline : PowerOffOffline);
+    AskToReopen();
 } catch (const std::exception& error) {
     LogCritical("Error: PowerReportingThread: ", error.what());
-    m_PowerState = PowerUnknown;  // so that the next pass reports again
 } catch (...) {
     LogCritical("Error: PowerReportingThread: unknown exception");
-    m_PowerState = PowerUnknown;
 }
 
 // Stored before the call: the callback may reset this link, and what it leaves in m_PowerState must stand.
 void CComm::ReportPowerState(uint32_t state) {
     if (m_PowerState.exchange(state) == state) return;
-    if (const PowerCallback callback = m_PowerCallback) callback(m_Owner, state);
+    // A write that stalls on a device that has gone holds up every link: it ends here. Not before a report: a port that
+    // the system doesn't list is never there, and none of its writes is to end for that.
+    state == PowerOffOffline ? m_DeviceGone.Set() : m_DeviceGone.Reset();
+    const PowerCallback callback = m_PowerCallback;
+    if (callback == nullptr) return;
+    try {
+        callback(m_Owner, state);
+    } catch (...) {
+        m_PowerState = PowerUnknown;  // so that the next pass reports again
+        throw;
+    }
+}
+
+// A device that went and came back between two passes, or that the system doesn't list, gives no change of the power
+// state, but its old handle is dead. The owner is asked at the first pass that finds it so, then once a second.
+void CComm::AskToReopen() {
+    if (!m_ReaderLost) {
+        m_ReopenAsked = false;
+        return;
+    }
+    const ReopenCallback callback = m_ReopenCallback;
+    const int64_t now = platform::TheClock().NowNs();
+    if (callback == nullptr || (m_ReopenAsked && now < m_NextReopenNs)) return;
+    m_NextReopenNs = now + kReopenPauseNs;
+    callback(m_Owner, std::exchange(m_ReopenAsked, true));
 }
 
 }  // namespace quillet

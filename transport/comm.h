@@ -37,8 +37,11 @@ inline constexpr uint32_t kFailedRead = 1;  // the block is empty
 
 // One finished read, on the link's read thread.
 using DataCallback = int32_t (*)(void* owner, std::string& block, uint32_t status);
-// A change of the power state, on the link's power thread.
+// A change of the power state, on the link's power thread. One that throws is called again at the next pass.
 using PowerCallback = void (*)(void* owner, uint32_t powerState);
+// The link's read thread has ended and nobody asked for it: the owner may have the link opened again. On the power
+// thread. `repeated`: an attempt has been made before and came to nothing.
+using ReopenCallback = void (*)(void* owner, bool repeated);
 
 // The text without backslashes and points, as traces show a port: COM3 for \\.\COM3.
 std::string FormatPortTag(const std::string& text);
@@ -78,7 +81,10 @@ class CComm {
     // reported.
     void WriteString(const std::string& bytes);
 
-    void SetPowerCallback(PowerCallback callback) { m_PowerCallback.store(callback); }
+    void SetPowerCallbacks(PowerCallback power, ReopenCallback reopen) {
+        m_PowerCallback.store(power);
+        m_ReopenCallback.store(reopen);
+    }
     // Polls IsDevicePresent every 100 ms on a thread of its own; nothing if there is such a thread.
     void StartPowerReporting();
     // Tells the power thread to end, without joining it; nothing while the link waits for its device.
@@ -89,6 +95,11 @@ class CComm {
     void SetReadyToReConnect(bool ready) { m_ReadyToReConnect.store(ready); }
     bool IsReadyToReConnect() const { return m_ReadyToReConnect.load(); }
     bool IsEnabled() const { return m_Enabled.load(); }
+    // True from the end of a read thread that nobody asked to end until the link is opened again, or closed.
+    bool HasLostReader() const { return m_ReaderLost.load(); }
+    // Closes the device and opens it again, as if nothing had happened: the power state stays as it is. On the power
+    // thread alone, with the arbiter's lock. Throws as EnableDevice, with the link closed and its reader still lost.
+    void Reopen();
     uint32_t ComPort() const { return m_ComPort; }
     const PortDescriptor& Port() const { return m_Port; }
     const void* Owner() const { return m_Owner; }
@@ -98,6 +109,9 @@ class CComm {
     void EndThreads();
     // Makes a write under way fail, from any thread.
     void EndWrite() noexcept { m_DeviceGone.Set(); }
+
+    // The limit of writes while the owner closes; before the link is enabled, or never. The owner's, which outlives it.
+    void SetWriteLimit(const platform::WriteLimit* limit) { m_WriteLimit = limit; }
 
   protected:
     // Opens m_Port's device; on failure its code is in `error`, and the port's label is "???".
@@ -116,8 +130,6 @@ class CComm {
     std::string m_PortName;  // label in traces
     std::unique_ptr<platform::DeviceFile> m_Handle;
 
-    bool m_Listed = false;  // the system has shown the device; by the constructors, then the power thread's own
-
     uint32_t m_ReadError = 0;  // code of the last failed read; read thread alone
 
   private:
@@ -131,12 +143,13 @@ class CComm {
     void Deliver(std::string block);
 
     void PollPower() noexcept;
-    bool IsUntoldLoss(bool present);
+    void AskToReopen();
     void EndPowerThread();
 
     platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
-    platform::StopSignal m_DeviceGone;       // ends a write under way; set while polls find no device
-    OsEvent m_EndPower{kManualResetEvent};   // ends the pause of the power thread
+    platform::StopSignal m_DeviceGone;       // ends a write under way; set by a report that the device has gone
+    const platform::WriteLimit* m_WriteLimit = nullptr;  // constant once the link is enabled
+    OsEvent m_EndPower{kManualResetEvent};               // ends the pause of the power thread
 
     // Single words shared by the threads.
     std::atomic<bool> m_Running{false};
@@ -145,9 +158,12 @@ class CComm {
     std::atomic<bool> m_Enabled{false};
     std::atomic<uint32_t> m_PowerState{PowerUnknown};
     std::atomic<PowerCallback> m_PowerCallback{nullptr};
-    std::atomic<bool> m_LinkDead{false};  // a read found the device gone; until the handle is closed
+    std::atomic<ReopenCallback> m_ReopenCallback{nullptr};
+    std::atomic<bool> m_ReaderLost{false};  // set by the read thread as its last act, and by a reopening that failed
 
-    int m_UntoldPasses = 0;  // of the power thread alone: passes before its first report
+    // Of the power thread alone: the attempts to reopen.
+    bool m_ReopenAsked = false;
+    int64_t m_NextReopenNs = 0;
 
     platform::Thread m_ReadThread;  // touched by EnableDevice and Reset alone
     // Guards the three below, and the order in which m_PowerRunning and m_EndPower are set and cleared; never

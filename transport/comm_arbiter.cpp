@@ -1,6 +1,7 @@
 #include "transport/comm_arbiter.h"
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
 #include <new>
 #include <utility>
@@ -37,7 +38,7 @@ int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) 
 
 std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
                                                std::string modelNumber, const ParameterList& params, void* owner,
-                                               DataCallback dataCallback) {
+                                               DataCallback dataCallback, const platform::WriteLimit* limit) {
     LogTrace trace("CCommArbiter::AddDevice");
     std::lock_guard lock(mutex);
     LogKey(deviceType, linkType, comPort);
@@ -48,7 +49,7 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t lin
             link->EnableDevice();
             return link;
         }
-        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
+        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback, limit);
     } catch (const ZelmarError& error) {
         throw ZelmarError(error.what(), error.Code());
     }
@@ -56,7 +57,7 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t lin
 
 std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
                                                   std::string modelNumber, const ParameterList& params, void* owner,
-                                                  DataCallback dataCallback) {
+                                                  DataCallback dataCallback, const platform::WriteLimit* limit) {
     std::shared_ptr<CComm> link;
     try {
         link = MakeLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
@@ -64,8 +65,10 @@ std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t 
         LogCritical("not enough memory...");
         return nullptr;
     }
+    link->SetWriteLimit(limit);
+    std::list<std::shared_ptr<CComm>> place(1, link);  // before the opening: listing it can't fail then
     link->EnableDevice();
-    if (link->IsEnabled()) devices.push_back(link);
+    if (link->IsEnabled()) devices.splice(devices.end(), place);
     return link;
 }
 
@@ -98,16 +101,36 @@ void CCommArbiter::RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t
     if (place != devices.end()) devices.erase(place);
 }
 
-std::shared_ptr<CComm> CCommArbiter::FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
+std::shared_ptr<CComm> CCommArbiter::Look(int32_t key, const void* owner) {
     if (key > kMaxLinks) return nullptr;
     std::lock_guard lock(mutex);
-    const auto place = std::find_if(devices.begin(), devices.end(), [key](const std::shared_ptr<CComm>& link) {
-        return static_cast<int32_t>(link->ComPort()) == key;
+    const auto place = std::find_if(devices.begin(), devices.end(), [&](const std::shared_ptr<CComm>& link) {
+        return static_cast<int32_t>(link->ComPort()) == key && (owner == nullptr || link->Owner() == owner);
     });
-    if (place != devices.end()) return *place;
-    LogError("No Find ComDevice...");
-    return nullptr;
+    return place != devices.end() ? *place : nullptr;
+}
+
+std::shared_ptr<CComm> CCommArbiter::Find(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
+    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
+    std::shared_ptr<CComm> link = Look(key, owner);
+    if (link == nullptr && key <= kMaxLinks) LogError("No Find ComDevice...");
+    return link;
+}
+
+std::shared_ptr<CComm> CCommArbiter::FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+    return Find(deviceType, linkType, comPort, nullptr);
+}
+
+bool CCommArbiter::ReopenLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
+    std::lock_guard lock(mutex);
+    const std::shared_ptr<CComm> link = Look(MakeDeviceKey(deviceType, linkType, comPort), owner);
+    if (link == nullptr || !link->HasLostReader()) return false;
+    try {
+        link->Reopen();
+        return true;
+    } catch (const std::exception&) {  // the power thread asks again
+        return false;
+    }
 }
 
 // Names the link that a write is under way on, for RemoveAll to break off.
@@ -134,28 +157,31 @@ void CCommArbiter::RunWrite(CComm& link, const std::function<void()>& write) try
     LogCritical("Error: WriteData", error.what());
 }
 
-std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                                  const void* owner) {
     LogInfo("    | ComPort: ", comPort);
-    std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort);
+    std::shared_ptr<CComm> link = Find(deviceType, linkType, comPort, owner);
     if (link == nullptr) LogWarning("No Find ComDevice...  WriteData Failed!");
     return link;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, CommandPacket& packet) {
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
+                                CommandPacket& packet) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(mutex);
     LogTrace trace("CCommArbiter::WriteData");
-    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort);
+    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
     if (link == nullptr) return kWriteNoLink;
     RunWrite(*link, [&] { link->WritePacket(packet); });
     return kWriteDone;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string& bytes) {
+int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
+                                std::string& bytes) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(mutex);
     LogTrace trace("CCommArbiter::WriteData");
-    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort);
+    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
     if (link == nullptr) return kWriteDone;
     if (link->Port().LinkType == LinkUsbHid) {
         if (!CIbmUsbComm::CheckBlockSize(bytes)) return kWriteDone;
@@ -175,10 +201,10 @@ void CCommArbiter::setReadyToReConnect(uint32_t deviceType, uint32_t linkType, u
     }
 }
 
-void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                       PowerCallback callback) {
+void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback power,
+                                       ReopenCallback reopen) {
     if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
-        link->SetPowerCallback(callback);
+        link->SetPowerCallbacks(power, reopen);
         link->StartPowerReporting();
     } else {
         LogWarning("No Find ComDevice... ");

@@ -32,23 +32,31 @@ class CCommArbiter {
   public:
     // The open link of the key: made and opened, or the listed one, which keeps the callback, owner and
     // parameters that it was made with. Empty if there are 132 links. Throws ZelmarError if the device won't
-    // open, and mylib::StringError for line settings that are no numbers.
+    // open, and mylib::StringError for line settings that are no numbers. `limit`, the owner's, may be null: see CComm.
     std::shared_ptr<CComm> AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
-                                     const ParameterList& params, void* owner, DataCallback dataCallback);
+                                     const ParameterList& params, void* owner, DataCallback dataCallback,
+                                     const platform::WriteLimit* limit = nullptr);
     // Closes the link for everybody; it stays listed if it waits for its device to come back.
     void RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
     // Keys above 132 are never found.
     std::shared_ptr<CComm> FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
-    // kWriteDone or kWriteNoLink.
-    int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, CommandPacket& packet);
+    // kWriteDone or kWriteNoLink. Another owner's link counts as none: between the sender's look at its own numbers and
+    // the lock, its link may have been closed and somebody else's have got the key.
+    int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
+                      CommandPacket& packet);
     // Always kWriteDone. On a USB link the caller's bytes are replaced by the block that carries them; bytes
     // that don't fit a block aren't written.
-    int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string& bytes);
+    int32_t WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner, std::string& bytes);
 
     void setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready);
-    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback callback);
+    void StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback power,
+                             ReopenCallback reopen = nullptr);
     void StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
+
+    // Opens a link of the owner's again whose reader is lost: the same link, the same path, and nobody is told. False
+    // if there is none, or if its device won't open; the link stays listed then. On the link's power thread.
+    bool ReopenLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner);
 
     // Takes out every link of an owner that is about to go, whatever its key and state: closed, both threads
     // joined, not listed any more. Not on a thread of such a link.
@@ -65,9 +73,13 @@ class CCommArbiter {
                                     const ParameterList& params, void* owner, DataCallback dataCallback);
     std::shared_ptr<CComm> AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
                                         std::string modelNumber, const ParameterList& params, void* owner,
-                                        DataCallback dataCallback);
+                                        DataCallback dataCallback, const platform::WriteLimit* limit);
     std::list<std::shared_ptr<CComm>> TakeOutLinksOf(const void* owner);
-    std::shared_ptr<CComm> FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
+    // Without a word in the log. A null owner stands for any.
+    std::shared_ptr<CComm> Look(int32_t key, const void* owner);
+    // As FindDevice, for an owner's link alone.
+    std::shared_ptr<CComm> Find(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner);
+    std::shared_ptr<CComm> FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner);
     class WriteMark;
     // A failure shows in the log alone.
     void RunWrite(CComm& link, const std::function<void()>& write);

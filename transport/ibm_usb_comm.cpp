@@ -13,8 +13,7 @@ CIbmUsbComm::CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNum
     : CComm(deviceType, LinkUsbHid, key, params, owner, dataCallback), m_ModelNumber(std::move(modelNumber)) {
     LogInfo("    | ModelNumber:  ", m_ModelNumber);
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
-    m_Listed = !found.empty();
-    if (m_Listed) m_Port = std::move(found.front());
+    if (!found.empty()) m_Port = std::move(found.front());
     m_ReadSize = kHidBlockSize;
 }
 

@@ -1,6 +1,7 @@
 // Handle and connection calls.
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "api/handle/library.h"
 #include "api/handle/scanner_object.h"
@@ -31,8 +32,9 @@ uint32_t ReadState(CScanner& scanner) {
 }
 
 // From closed through claimed to enabled; the first failure's number, or 0.
-int32_t RunOpenSteps(CScanner& scanner, const char* connection) {
+int32_t RunOpenSteps(CScanner& scanner, const char* connection, std::optional<platform::WriteLimitScope>& givingUp) {
     int32_t result = scanner.Open(connection);
+    givingUp.reset();  // the new link's writes have no limit
     if (result != ResultSuccess) return result;
     if (ReadState(scanner) < StateOpen) return ResultClosed;
     result = scanner.ClaimDevice(kClaimTimeoutMs);
@@ -48,15 +50,19 @@ int32_t RunOpenSteps(CScanner& scanner, const char* connection) {
 int32_t OpenScanner(ScannerObject& object, const char* connection) noexcept {
     CScanner& scanner = object.scanner;
     return Guarded(ResultOpenException, [&] {
+        std::optional<platform::WriteLimitScope> givingUp;
+        if (scanner.IsOpenAndNotEnabled()) givingUp.emplace(scanner.LimitWrites());
         std::lock_guard lock(object.lifecycle);
         if (ReadState(scanner) == StateEnabled) return static_cast<int32_t>(ResultSuccess);
-        const int32_t result = Guarded(ResultOpenException, [&] { return RunOpenSteps(scanner, connection); });
-        if (result != ResultSuccess) scanner.CloseService();
+        const int32_t result =
+            Guarded(ResultOpenException, [&] { return RunOpenSteps(scanner, connection, givingUp); });
+        if (result != ResultSuccess) CloseScanner(object);
         return result;
     });
 }
 
 int32_t CloseScanner(ScannerObject& object) {
+    const platform::WriteLimitScope limit = object.scanner.LimitWrites();
     std::lock_guard lock(object.lifecycle);
     return object.scanner.CloseService();
 }

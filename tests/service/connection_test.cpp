@@ -1,14 +1,21 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "service/service_bench.h"
+#include "support/log_reader.h"
 
 namespace quillet::test {
 namespace {
 
 using ConnectionTest = ServiceTest;
+
+bool HasLineWith(const std::vector<std::string>& lines, const std::string& text) {
+    return std::any_of(lines.begin(), lines.end(), [&](const auto& line) { return line.find(text) != line.npos; });
+}
 
 const std::string kFramesOff("\x04\xEE\x04\x00\x00\x09", 6);
 
@@ -63,7 +70,12 @@ TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
     EXPECT_EQ(Device().OpenNow(), 0);
-    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);  // over the claimed one
+    std::thread([&] { EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess); }).join();
+    LogReader log;
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);  // over another thread's claim
+    EXPECT_FALSE(HasLineWith(log.Take(), "Failed to released mutex"));
+    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
 }
 
 TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
@@ -82,6 +94,106 @@ TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
     EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
     Device().FailOpens(0);
     EXPECT_TRUE(ReachesState(StateEnabled));
+}
+
+// A scanner that goes and comes between two polls, that the system doesn't list, or whose reads fail for want of memory:
+// its link is opened again, and nobody is told.
+TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
+    for (const bool listed : {true, false}) {
+        if (listed) m_Tree.Plug(VirtualPortDevice(Port()));
+        Device();
+        ASSERT_EQ(m_Scanner.OpenClaimEnable("protocol=serial port,serialport=" + std::to_string(Port())), 0);
+        const int power = m_Scanner.Number(PropPowerState);
+        if (listed) {
+            ASSERT_TRUE(Eventually([&] { return m_Scanner.Number(PropPowerState) == PowerOnline; }));
+        }
+        LogReader log;
+        const auto opens = static_cast<size_t>(Device().Opens());
+        Device().FailOpens(13);
+        Device().Read({FakeRead::Kind::FailedPending, "", 12});
+        const uint64_t looks = m_Tree.Looks();
+        ASSERT_TRUE(Eventually([&] { return m_Tree.Looks() > looks + 120; }));  // the attempts of some seconds
+        CommandPacket packet(0x40, "x");
+        EXPECT_EQ(m_Scanner.SendPacket(packet), kResultSuccess);
+        Device().FailOpens(0);
+        ASSERT_TRUE(Eventually([&] { return static_cast<size_t>(Device().OpenNow()) == 1; }));
+        EXPECT_TRUE(Device().AwaitWrites(2));
+        EXPECT_EQ(Device().Writes().back(), kFramesOff);
+        EXPECT_EQ(m_Scanner.Number(PropState), StateEnabled);
+        EXPECT_EQ(m_Scanner.Number(PropPowerState), listed ? static_cast<int>(PowerOnline) : power);
+        const std::vector<std::string> lines = log.Take();
+        const auto count = [&](const std::string& text) {
+            return std::count_if(lines.begin(), lines.end(), [&](const auto& line) { return line.ends_with(text); });
+        };
+        EXPECT_EQ(count("LLInfo\t\t:EnableDevice"), 2) << "the first attempt's, and the one's that worked";
+        EXPECT_EQ(count("| Opened COM Port"), 1);
+        EXPECT_EQ(count("status: 2001") + count("status: 2004"), 0);
+        Device().Deliver("back");
+        EXPECT_TRUE(Eventually([&] { return m_Scanner.Number(PropDataCount) == 1; }));
+        EXPECT_EQ(static_cast<size_t>(Device().Opens()), opens + 1);
+        EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+        m_Tree.Unplug(VirtualPortDevice(Port()).id);
+    }
+}
+
+// Closing ends what a device doesn't take: a setting under way, an exchange, and its own packet. Within the limit a
+// slow device still gets all of it.
+TEST_F(ConnectionTest, AClosingEndsTheWritesOfItsHandle) {
+    m_Tree.Plug(VirtualPortDevice(Port()));
+    const auto close = [this] {
+        const auto limit = m_Scanner.LimitWrites();
+        return m_Scanner.CloseService();
+    };
+    for (int pending = 0; pending < 3; ++pending) {
+        Device();
+        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+        Device().StallWrites(true);
+        std::thread sender([&] {
+            CommandPacket packet(0x40, "x");
+            if (pending == 1) {
+                EXPECT_EQ(m_Scanner.SendPacket(packet), kResultSuccess);
+            }
+            if (pending == 2) {
+                EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultTimeout);
+            }
+        });
+        if (pending > 0) {
+            ASSERT_TRUE(Eventually([&] { return Device().WriteIsStalled(); }));
+        }
+        const int64_t start = m_Clock.NowNs();
+        EXPECT_EQ(close(), kResultSuccess);
+        EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
+        sender.join();
+        EXPECT_EQ(Device().OpenNow(), 0);
+        Device().StallWrites(false);
+    }
+    ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+    const size_t written = Device().Writes().size();
+    Device().StallWrites(true);
+    std::thread slow([&] {
+        EXPECT_TRUE(Eventually([&] { return Device().WriteIsStalled(); }));
+        Device().StallWrites(false);
+    });
+    EXPECT_EQ(close(), kResultSuccess);
+    slow.join();
+    EXPECT_EQ(Device().Writes().size(), written + 1);
+}
+
+TEST_F(ConnectionTest, ResultsBelongToTheirCaller) {
+    m_Tree.Plug(VirtualPortDevice(Port()));
+    Device();
+    std::atomic<bool> ended{false};
+    std::thread disturbing([&] {
+        while (!ended) m_Scanner.SetPropertyNumber(5, 0);  // stores 106
+    });
+    for (int round = 0; round < 200; ++round) {
+        EXPECT_EQ(m_Scanner.Open(Connection()), kResultSuccess);
+        EXPECT_EQ(m_Scanner.ClaimDevice(1000), kResultSuccess);
+        EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultSuccess);
+        EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+    }
+    ended = true;
+    disturbing.join();
 }
 
 // Pulled between the opening of the link and the look that follows it: the report disables the device again.

@@ -54,7 +54,7 @@ TEST(CommArbiter, MovesALinkThroughItsPlaces) {
     EXPECT_EQ(bench.Find(LinkSerial, 3), link);
     EXPECT_EQ(device.OpenNow(), 0);
     CommandPacket packet(0x40, "x");
-    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 0);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, packet), 0);
     EXPECT_TRUE(device.Writes().empty());
 
     device.FailOpens(5);
@@ -68,7 +68,7 @@ TEST(CommArbiter, MovesALinkThroughItsPlaces) {
     bench.Remove(LinkSerial, 3);
     EXPECT_EQ(bench.Find(LinkSerial, 3), nullptr);
     EXPECT_EQ(device.OpenNow(), 0);
-    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 109);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, packet), 109);
 }
 
 TEST(CommArbiter, PassesTheErrorOfAnOpeningOn) {
@@ -109,9 +109,13 @@ TEST(CommArbiter, SaysWhatItDoesNotFind) {
     } cases[] = {
         {":No Find ComDevice...  ", [&](uint32_t port) { bench.Remove(LinkSerial, port); }},
         {":No Find ComDevice...  WriteData Failed!",
-         [&](uint32_t port) { EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet), 109); }},
+         [&](uint32_t port) {
+             EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, &bench.owner, packet), 109);
+         }},
         {":No Find ComDevice...  WriteData Failed!",
-         [&](uint32_t port) { EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, bytes), 0); }},
+         [&](uint32_t port) {
+             EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, &bench.owner, bytes), 0);
+         }},
         {":Warning: No Find ComDevice...",
          [&](uint32_t port) { bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, true); }},
         {":No Find ComDevice... ",
@@ -120,6 +124,15 @@ TEST(CommArbiter, SaysWhatItDoesNotFind) {
          [&](uint32_t port) { bench.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port); }},
     };
     test::LogReader log;
+    Recorder other;
+    bench.access.Port(5);
+    bench.Add(LinkSerial, 5, "", &other);
+    for (CommandPacket* sent : {&packet, static_cast<CommandPacket*>(nullptr)}) {  // another owner's link is none
+        sent != nullptr ? bench.arbiter.WriteData(DeviceUsb, LinkSerial, 5, &bench.owner, *sent)
+                        : bench.arbiter.WriteData(DeviceUsb, LinkSerial, 5, &bench.owner, bytes);
+        EXPECT_TRUE(HasLine(log.Take(), notFound));
+        EXPECT_TRUE(bench.access.Port(5).Writes().empty());
+    }
     for (const auto& row : cases) {
         row.call(3);
         const Lines below = log.Take();
@@ -141,21 +154,21 @@ TEST(CommArbiter, WritesBlocksOverUsbAndBytesOverSerial) {
 
     const std::string longest(62, 'b');
     std::string bytes = longest;
-    bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+    bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, bytes);
     EXPECT_EQ(serial.Writes(), std::vector{longest});
     EXPECT_EQ(bytes, longest);
-    bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, bytes);
+    bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, &bench.owner, bytes);
     EXPECT_EQ(usb.Writes(), std::vector{"\x04\x3E" + longest});
     EXPECT_EQ(bytes, "\x04\x3E" + longest);
 
     test::LogReader log;
     std::string tooLong(63, 'b');
-    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, tooLong), 0);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, &bench.owner, tooLong), 0);
     EXPECT_EQ(usb.Writes().size(), 1u);
     EXPECT_TRUE(HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
 
     serial.EndWrites(platform::WriteResult::Outcome::FailedPending, 5);
-    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes), 0);
+    EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, bytes), 0);
     const Lines lines = log.Take();
     EXPECT_TRUE(HasLine(lines, "LLCritical\t:Error: WriteDataError writing data (Code:5)."));
     EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:try lock!!!!!!!!!!!!!!"));
@@ -190,7 +203,7 @@ TEST(CommArbiter, RemovesAllInSpiteOfAStalledWrite) {
     device.StallWrites(true);
     std::thread writer([&] {
         CommandPacket packet(0x40, "x");
-        EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, packet), 0);
+        EXPECT_EQ(bench.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, packet), 0);
     });
     ASSERT_TRUE(Eventually([&] { return device.WriteIsStalled(); }));
     bench.arbiter.RemoveAll();
@@ -231,8 +244,9 @@ TEST(CommArbiter, ServesManyThreadsAtOnce) {
                 }
                 device.Deliver("code");
                 CommandPacket packet(0x40, "x");
-                bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, packet);
-                bench.arbiter.WriteData(DeviceUsb, LinkSerial, 7 - port, packet);  // perhaps the other's
+                bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, &owners[number], packet);
+                bench.arbiter.WriteData(DeviceUsb, LinkSerial, 7 - port, &owners[1 - number],
+                                        packet);  // perhaps the other's
                 bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, round % 3 == 0);
                 bench.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port);
                 bench.Remove(LinkSerial, port);

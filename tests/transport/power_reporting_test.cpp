@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -20,7 +21,7 @@ using States = std::vector<uint32_t>;
 TEST(PowerReporting, ReportsChangesAlone) {
     LinkBench bench;
     const auto link = bench.Serial(3);
-    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->SetPowerCallbacks(&test::Recorder::OnPower, nullptr);
     link->StartPowerReporting();
     const uint64_t before = bench.tree.Looks();
     ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > before + 12; }));  // some passes
@@ -75,53 +76,40 @@ TEST(PowerReporting, EndsInTheMiddleOfItsPause) {
     EXPECT_EQ(bench.tree.Looks(), before) << "a link at its end started a thread";
 }
 
-TEST(PowerReporting, TellsALossThatNoPassHasSeen) {
+// A read thread that ended is no loss: the owner is asked to open the link again, at once and then once a second.
+TEST(PowerReporting, AsksToReopenAndReportsNothing) {
+    static std::vector<bool> asked;
+    asked.clear();
     LinkBench bench;
-    FakeDevice& device = bench.access.Port(3);
-    bench.tree.Plug(SerialPortDevice(3));
+    FakeDevice& device = bench.access.Port(3);  // not listed, or gone before the first pass: never reported
     const auto link = bench.Serial(3);
-    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->SetPowerCallbacks(&test::Recorder::OnPower, [](void*, bool repeated) { asked.push_back(repeated); });
     link->EnableDevice();
-    bench.tree.Unplug(SerialPortDevice(3).id);
-    link->StartPowerReporting();  // gone between the opening and the first pass
-    EXPECT_EQ(bench.owner.AwaitStates(1), States{PowerOffOffline});
-
-    bench.tree.Plug(SerialPortDevice(3));
-    EXPECT_EQ(bench.owner.AwaitStates(2).back(), PowerOnline);
-    device.Unplug();  // and back between two passes: only the read has noticed
-    device.Plug();
-    EXPECT_EQ(bench.owner.AwaitStates(3).back(), PowerOffOffline);
-    link->SetReadyToReConnect(true);
-    link->Reset();
-    link->SetReadyToReConnect(false);
-    EXPECT_TRUE(Eventually([&] { return bench.owner.AwaitStates(0).back() == PowerOnline; }));
-    const size_t reports = bench.owner.AwaitStates(0).size();
-
-    device.Read({test::FakeRead::Kind::FailedPending, "", 31});  // no loss by itself
-    link->EnableDevice();
-    EXPECT_EQ(bench.owner.AwaitBlocks(2).size(), 2u);
-    const uint64_t before = bench.tree.Looks();
-    ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > before + 4; }));
-    EXPECT_EQ(bench.owner.AwaitStates(0).size(), reports);
-}
-
-TEST(PowerReporting, LeavesAPortAloneThatTheSystemDoesNotList) {
-    LinkBench bench;
-    FakeDevice& device = bench.access.Port(3);
-    const auto link = bench.Serial(3);
-    link->SetPowerCallback(&test::Recorder::OnPower);
-    link->EnableDevice();
+    device.Read({test::FakeRead::Kind::FailedPending, "", 12});
+    ASSERT_TRUE(Eventually([&] { return link->HasLostReader(); }));
+    const int64_t start = bench.clock.NowNs();
+    const uint64_t looks = bench.tree.Looks();
     link->StartPowerReporting();
-    const auto somePasses = [&] {
-        return Eventually([&, before = bench.tree.Looks()] { return bench.tree.Looks() > before + 20; });
-    };
-    ASSERT_TRUE(somePasses());
+    ASSERT_TRUE(Eventually([&] { return bench.tree.Looks() > looks + 120; }));
+    link->WriteString("x");  // not ended as one to a device that has gone
+    const auto seconds = static_cast<size_t>((bench.clock.NowNs() - start) / 1'000'000'000);
+    link->Reset();
+    EXPECT_GE(asked.size(), 2u);
+    EXPECT_LE(asked.size(), seconds + 1);
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), false), 1);
     EXPECT_TRUE(bench.owner.AwaitStates(0).empty());
-    link->WriteString("x");  // not ended as one to a device that is gone
     EXPECT_EQ(device.Writes().size(), 1u);
 
-    device.Unplug();  // noticed by the read
-    EXPECT_EQ(bench.owner.AwaitStates(1), States{PowerOffOffline});
+    // Not where somebody asked for the end.
+    asked.clear();
+    bench.owner.answer = [] { return kEndReading; };
+    device.Deliver("auto disable");
+    link->EnableDevice();
+    ASSERT_EQ(bench.owner.AwaitBlocks(2).size(), 2u);
+    link->StartPowerReporting();
+    ASSERT_TRUE(Eventually([&, before = bench.tree.Looks()] { return bench.tree.Looks() > before + 8; }));
+    link->Reset();
+    EXPECT_TRUE(asked.empty());
 }
 
 TEST(PowerReporting, GoesOnAfterAFailedReport) {
@@ -131,7 +119,7 @@ TEST(PowerReporting, GoesOnAfterAFailedReport) {
         if (bench.owner.AwaitStates(0).size() < 3) throw std::runtime_error("no memory");
     };
     const auto link = bench.Serial(3);
-    link->SetPowerCallback(&test::Recorder::OnPower);
+    link->SetPowerCallbacks(&test::Recorder::OnPower, nullptr);
     link->StartPowerReporting();
     EXPECT_EQ(bench.owner.AwaitStates(3), (States{PowerOnline, PowerOnline, PowerOnline}));
 }
@@ -149,12 +137,12 @@ TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
     stalled.StallWrites(true);
     std::thread writer([&] {
         std::string bytes = "never taken";
-        arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+        arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, bytes);
     });
     ASSERT_TRUE(Eventually([&] { return stalled.WriteIsStalled(); }));
     bench.tree.Unplug(SerialPortDevice(3).id);
     std::string bytes = "waits for the lock";
-    arbiter.WriteData(DeviceUsb, LinkSerial, 4, bytes);
+    arbiter.WriteData(DeviceUsb, LinkSerial, 4, &bench.owner, bytes);
     writer.join();
     EXPECT_EQ(other.Writes().size(), 1u);
 
@@ -162,7 +150,7 @@ TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
     stalled.StallWrites(false);
     bench.tree.Plug(SerialPortDevice(3));
     EXPECT_TRUE(Eventually([&] {
-        arbiter.WriteData(DeviceUsb, LinkSerial, 3, bytes);
+        arbiter.WriteData(DeviceUsb, LinkSerial, 3, &bench.owner, bytes);
         return !stalled.Writes().empty();
     }));
     arbiter.RemoveAll();

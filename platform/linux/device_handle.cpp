@@ -10,13 +10,17 @@
 namespace quillet::platform {
 namespace {
 
-constexpr std::array<uint32_t, 5> kGoneCodes = {EIO, ENODEV, ENXIO, EPIPE, ECONNRESET};
+constexpr std::array<uint32_t, 3> kGoneCodes = {EIO, ENODEV, ENXIO};
 constexpr short kHangUpEvents = POLLHUP | POLLERR | POLLNVAL | POLLRDHUP;
 
 }  // namespace
 
 bool MeansGone(uint32_t error) noexcept {
     return std::find(kGoneCodes.begin(), kGoneCodes.end(), error) != kGoneCodes.end();
+}
+
+bool MeansSocketGone(uint32_t error) noexcept {
+    return MeansGone(error) || error == EPIPE || error == ECONNRESET;
 }
 
 DeviceHandle::DeviceHandle(UniqueFd fd) : m_File(std::make_shared<const UniqueFd>(std::move(fd))) {}

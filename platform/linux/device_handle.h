@@ -24,6 +24,8 @@ struct DeviceWake {
 
 // True for the codes with which the kernel tells that a device went away.
 bool MeansGone(uint32_t error) noexcept;
+// The same for a socket that stands for a device. From a hidraw node EPIPE is no loss: the device refused one report.
+bool MeansSocketGone(uint32_t error) noexcept;
 
 // The reading and the writing thread use one file side by side, and either may find that the device is gone.
 // The file has to be closed then (as long as it is open, a device that is plugged in again gets another

@@ -22,7 +22,7 @@ WriteResult HandleFile::Write(std::string_view bytes, const WriteEnd& end) {
         return {Outcome::FailedAtOnce, 0, ENODEV};
     }
     const WriteResult result = WriteTo(*file, bytes, end);
-    if (result.outcome != Outcome::Written && MeansGone(result.error)) {
+    if (result.outcome != Outcome::Written && IsGone(result.error)) {
         m_Handle.ReportLoss();
     }
     return result;

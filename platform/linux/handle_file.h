@@ -21,6 +21,8 @@ class HandleFile : public DeviceFile {
     virtual ssize_t WritePiece(int fd, std::string_view bytes) = 0;
     // True if a piece that was taken, however short, is the whole write.
     virtual bool IsOnePiece() const = 0;
+    // A write failed with this code because the device went away.
+    virtual bool IsGone(uint32_t error) const { return MeansGone(error); }
     // The stop signal, or the limit, cut a write short.
     virtual void OnWriteCut() {}
 

@@ -57,7 +57,7 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
             return IsOnePiece() ? ReadWait::Finished : TakeMore(*file, stop);
         }
         const uint32_t error = ErrorOfEmptyRead(count, LastErrno(), wake);
-        if (MeansGone(error)) {
+        if (IsGone(error)) {
             m_Handle.Close();
         }
         if (error != 0) {
@@ -90,7 +90,7 @@ ReadWait HandleReader::TakeMore(const UniqueFd& file, const StopSignal& stop) {
 
 IoFinish HandleReader::Finish() {
     if (m_Error != 0) {
-        return {false, 0, m_Error, MeansGone(m_Error)};
+        return {false, 0, m_Error, IsGone(m_Error)};
     }
     return {true, m_Count, 0, false};
 }

@@ -29,6 +29,8 @@ class HandleReader : public DeviceReader {
     // True if the first piece is the whole read, else how long the next piece is waited for.
     virtual bool IsOnePiece() const = 0;
     virtual uint32_t NextPieceMs() const { return 0; }
+    // A read failed with this code because the device went away.
+    virtual bool IsGone(uint32_t error) const { return MeansGone(error); }
 
   private:
     ReadWait TakeMore(const UniqueFd& file, const StopSignal& stop);

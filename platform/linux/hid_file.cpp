@@ -13,6 +13,10 @@ namespace {
 
 constexpr size_t kReportSize = 64;
 
+bool MeansGoneFrom(HidFile::Kind kind, uint32_t error) {
+    return kind == HidFile::Kind::Socket ? MeansSocketGone(error) : MeansGone(error);
+}
+
 class HidReader final : public HandleReader {
   public:
     HidReader(DeviceHandle& handle, HidFile::Kind kind) : HandleReader(handle), m_Kind(kind) {}
@@ -20,6 +24,7 @@ class HidReader final : public HandleReader {
   private:
     ssize_t ReadPiece(int fd, uint8_t* buffer, size_t size) override { return ReadReport(fd, m_Kind, buffer, size); }
     bool IsOnePiece() const override { return true; }
+    bool IsGone(uint32_t error) const override { return MeansGoneFrom(m_Kind, error); }
 
     const HidFile::Kind m_Kind;
 };
@@ -102,6 +107,10 @@ ssize_t HidFile::WritePiece(int fd, std::string_view bytes) {
         return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
     return ::write(fd, bytes.data(), bytes.size());
+}
+
+bool HidFile::IsGone(uint32_t error) const {
+    return MeansGoneFrom(m_Kind, error);
 }
 
 }  // namespace quillet::platform

@@ -22,6 +22,7 @@ class HidFile final : public HandleFile {
   private:
     ssize_t WritePiece(int fd, std::string_view bytes) override;
     bool IsOnePiece() const override { return true; }
+    bool IsGone(uint32_t error) const override;
 
     const Kind m_Kind;
 };

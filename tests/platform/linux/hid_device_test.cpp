@@ -1,5 +1,7 @@
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -148,6 +150,20 @@ TEST_F(HidDevice, PathsStandForTheDeviceFromPlugToPlug) {
     EXPECT_EQ(m_Access.Open("registered:" + file, Sharing::Shared).error, static_cast<uint32_t>(ECONNREFUSED));
     EXPECT_EQ(m_Access.Open("", Sharing::Shared).error, static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(m_Access.Open(m_Tree.Write("plain", ""), Sharing::Shared).error, static_cast<uint32_t>(ENOTTY));
+}
+
+// A pipe without a reader refuses each write with EPIPE, as a hidraw node does whose device stalls.
+TEST(HidNode, IsAliveAfterAReportThatTheDeviceRefused) {
+    const auto before = std::signal(SIGPIPE, SIG_IGN);
+    int ends[2] = {};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    HidFile node(UniqueFd(ends[1]), HidFile::Kind::Numbered);
+    const StopSignal stop;
+    for (int write = 0; write < 2; ++write) {
+        EXPECT_EQ(node.Write(Report('w'), stop).error, static_cast<uint32_t>(EPIPE));
+    }
+    std::signal(SIGPIPE, before);
 }
 
 TEST(HidReport, ZeroStandsInFrontWhereReportsHaveNoId) {

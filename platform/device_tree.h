@@ -51,11 +51,25 @@ class DeviceSet {
     virtual bool InterfaceDeviceId(std::string& id) = 0;
 };
 
+// What a look at one device alone told.
+struct QuickLook {
+    enum class Outcome {
+        NotFound,  // only a set tells whether the class has it
+        Found,     // a set opened now would have it
+        Failed     // no file descriptor or no memory for it: nothing is known
+    };
+    Outcome outcome = Outcome::NotFound;
+    std::string deviceId;  // instance ID of a HID device that was found
+};
+
 class DeviceTree {
   public:
     virtual ~DeviceTree() = default;
-    // Any thread may call it. Null if the class can't be searched.
+    // Any thread may call these. Null if the class can't be searched.
     virtual std::unique_ptr<DeviceSet> OpenSet(DeviceClass deviceClass) = 0;
+    // Looks at one device of the Ports class, by its port name, or of the HidInterface class, by its interface path,
+    // at a small part of a set's cost where the system knows a way, as for who asks ten times a second.
+    virtual QuickLook LookFor(DeviceClass /*deviceClass*/, const std::string& /*device*/) { return {}; }
 };
 
 // The tree in use: the system's, unless a test has put one of its own in its place.

@@ -33,7 +33,8 @@ std::string FileOfDevicePath(const LinuxRoots& roots, const std::string& path) {
         return path;
     }
     if (path.starts_with("hid:")) {
-        return NodeOf(FindKernelHidDevices(roots), &FoundDevice::interfacePath, path);
+        const auto address = ReadHidPath(path);
+        return address ? KernelHidNodeAt(roots, *address) : std::string();
     }
     if (path.starts_with("registered:")) {
         return NodeOf(FindRegisteredHidDevices(roots), &FoundDevice::interfacePath, path);

@@ -2,7 +2,7 @@
 // device from plug to plug, while the file behind it changes; so it is looked up at each open:
 //
 //   \\.\COM3, COM3     a registered port of that name, else the tty that has the number by the fixed table
-//   hid:<text>         the hidraw device with this place on the bus, or, without one, with this serial number
+//   hid:<...>          the hidraw device of an identity at a place; see hid_address.h
 //   registered:<file>  the HID device that this registration file tells
 //   /...               the file itself
 #pragma once
@@ -13,7 +13,7 @@
 
 namespace quillet::platform {
 
-// Empty if the path stands for nothing at this moment.
+// Empty if the path stands for nothing at this moment. May throw LookFailed.
 std::string FileOfDevicePath(const LinuxRoots& roots, const std::string& path);
 
 }  // namespace quillet::platform

@@ -10,7 +10,8 @@ struct FoundDevice {
     std::string portName;  // serial ports: such as COM3
     // HID devices: what stands for the device from plug to plug. See device_path.h for its forms.
     std::string interfacePath;
-    std::string node;  // the file behind it at this moment
+    std::string node;          // the file behind it at this moment
+    std::string registration;  // the file that registers it; empty for the kernel's own
     std::string instanceId;
     std::string parentId;
     std::string description;

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <fcntl.h>
 #include <optional>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 
 #include "platform/linux/small_file.h"
@@ -135,36 +137,100 @@ std::string UeventValue(std::string_view uevent, std::string_view key) {
     return {};
 }
 
+// What a hidraw device's uevent file tells.
+struct HidNode {
+    std::string name;  // such as hidraw3
+    bool isBluetooth = false;
+    std::string vendor;  // four digits, upper case; product too
+    std::string product;
+    std::string phys;
+    std::string uniq;
+    std::string description;
+
+    bool HasIdentity(const std::string& itsVendor, const std::string& itsProduct) const {
+        return vendor == itsVendor && product == itsProduct;
+    }
+};
+
 // HID_ID is <bus>:<vendor>:<product> in 4, 8 and 8 digits; the last 4 of vendor and product count.
-std::string HidIdTags(const std::string& hidId) {
+bool ReadHidId(const std::string& hidId, HidNode& node) {
     constexpr size_t kSize = 22;
     if (hidId.size() != kSize || hidId[4] != ':' || hidId[13] != ':') {
-        return {};
-    }
-    return "VID_" + UpperAscii(hidId.substr(9, 4)) + "&PID_" + UpperAscii(hidId.substr(18, 4));
-}
-
-std::string HidInterfacePath(const std::string& phys, const std::string& uniq, const std::string& node) {
-    if (!phys.empty()) {
-        return "hid:" + phys;
-    }
-    return uniq.empty() ? node : "hid:" + uniq;
-}
-
-// False for a device that tells no identity, as one that is just going away.
-bool DescribeHid(const LinuxRoots& roots, int classFolder, const std::string& name, FoundDevice& device) {
-    const std::string uevent = ReadAttribute(classFolder, name + "/device/uevent");
-    const std::string tags = HidIdTags(UeventValue(uevent, "HID_ID"));
-    if (tags.empty()) {
         return false;
     }
-    const std::string uniq = UeventValue(uevent, "HID_UNIQ");
-    device.node = roots.dev + "/" + name;
-    device.interfacePath = HidInterfacePath(UeventValue(uevent, "HID_PHYS"), uniq, device.node);
-    device.instanceId = "HID\\" + tags + "\\" + AsIdPart(uniq.empty() ? name : uniq);
-    device.description = UeventValue(uevent, "HID_NAME");
-    device.manufacturer = ReadAttribute(classFolder, name + "/device/../../manufacturer");
+    node.isBluetooth = hidId.starts_with("0005");
+    node.vendor = UpperAscii(hidId.substr(9, 4));
+    node.product = UpperAscii(hidId.substr(18, 4));
     return true;
+}
+
+// Nothing for a device that tells no identity, as one that is just going away.
+std::optional<HidNode> ReadHidNode(int classFolder, std::string name) {
+    const std::string uevent = ReadAttribute(classFolder, name + "/device/uevent");
+    HidNode node;
+    if (!ReadHidId(UeventValue(uevent, "HID_ID"), node)) {
+        return std::nullopt;
+    }
+    node.name = std::move(name);
+    node.phys = UeventValue(uevent, "HID_PHYS");
+    node.uniq = UeventValue(uevent, "HID_UNIQ");
+    node.description = UeventValue(uevent, "HID_NAME");
+    return node;
+}
+
+// Their names, in the order of their numbers.
+std::vector<std::string> HidrawNames(Directory& folder) {
+    std::vector<std::pair<uint32_t, std::string>> found;
+    while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
+        if (const auto number = NumberBehind("hidraw", entry->d_name)) {
+            found.emplace_back(*number, entry->d_name);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    std::vector<std::string> names;
+    for (auto& node : found) {
+        names.push_back(std::move(node.second));
+    }
+    return names;
+}
+
+bool TellsItsPlace(const HidNode& node, const std::vector<HidNode>& all) {
+    // Over Bluetooth it is the adapter's address, the same for every device.
+    return !node.isBluetooth && !node.phys.empty() && std::count_if(all.begin(), all.end(), [&](const HidNode& other) {
+                                                          return other.phys == node.phys &&
+                                                                 other.HasIdentity(node.vendor, node.product);
+                                                      }) == 1;
+}
+
+HidAddress AddressOf(const HidNode& node, const std::vector<HidNode>& all) {
+    if (TellsItsPlace(node, all)) {
+        return {node.vendor, node.product, HidAddress::Kind::Phys, node.phys};
+    }
+    if (!node.uniq.empty()) {
+        return {node.vendor, node.product, HidAddress::Kind::Uniq, node.uniq};
+    }
+    return {node.vendor, node.product, HidAddress::Kind::Node, node.name};
+}
+
+// Only what the address names is compared, whichever kind the device would get by now.
+bool IsAt(const HidNode& node, const HidAddress& address) {
+    if (!node.HasIdentity(address.vendor, address.product)) {
+        return false;
+    }
+    switch (address.kind) {
+        case HidAddress::Kind::Phys: return node.phys == address.place;
+        case HidAddress::Kind::Uniq: return node.uniq == address.place;
+        default: return node.name == address.place;
+    }
+}
+
+std::string InstanceIdOf(const HidNode& node) {
+    return "HID\\VID_" + node.vendor + "&PID_" + node.product + "\\" +
+           AsIdPart(node.uniq.empty() ? node.name : node.uniq);
+}
+
+std::string HidClassFolder(const LinuxRoots& roots) {
+    return roots.sys + "/class/hidraw";
 }
 
 }  // namespace
@@ -186,23 +252,60 @@ FoundDevices FindKernelPorts(const LinuxRoots& roots) {
     return devices;
 }
 
+bool IsKernelPortListed(const LinuxRoots& roots, const std::string& portName) {
+    const std::string tty = TtyOfPortName(portName);
+    const auto found = ReadTtyName(tty);
+    const std::string folder = roots.sys + "/class/tty/";
+    struct stat ignored {};
+    if (!found) {
+        return false;
+    }
+    if (::lstat((folder + tty).c_str(), &ignored) != 0) {
+        ThrowIfExhausted();
+        return false;
+    }
+    return !found->kind->hasPhantoms || ReadAttribute(AT_FDCWD, folder + tty + "/type") != "0";
+}
+
 FoundDevices FindKernelHidDevices(const LinuxRoots& roots) {
-    Directory folder = Directory::Open(roots.sys + "/class/hidraw");
-    std::vector<std::pair<uint32_t, std::string>> nodes;
-    while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
-        if (const auto number = NumberBehind("hidraw", entry->d_name)) {
-            nodes.emplace_back(*number, entry->d_name);
+    Directory folder = Directory::Open(HidClassFolder(roots));
+    std::vector<HidNode> nodes;
+    for (std::string& name : HidrawNames(folder)) {
+        if (auto node = ReadHidNode(folder.Fd(), std::move(name))) {
+            nodes.push_back(std::move(*node));
         }
     }
-    std::sort(nodes.begin(), nodes.end());
     FoundDevices devices;
-    for (const auto& node : nodes) {
+    for (const HidNode& node : nodes) {
         FoundDevice device;
-        if (DescribeHid(roots, folder.Fd(), node.second, device)) {
-            devices.push_back(std::move(device));
-        }
+        device.node = roots.dev + "/" + node.name;
+        device.interfacePath = PathOf(AddressOf(node, nodes));
+        device.instanceId = InstanceIdOf(node);
+        device.description = node.description;
+        device.manufacturer = ReadAttribute(folder.Fd(), node.name + "/device/../../manufacturer");
+        devices.push_back(std::move(device));
     }
     return devices;
+}
+
+std::string KernelHidNodeAt(const LinuxRoots& roots, const HidAddress& address) {
+    Directory folder = Directory::Open(HidClassFolder(roots));
+    for (std::string& name : HidrawNames(folder)) {
+        const auto node = ReadHidNode(folder.Fd(), std::move(name));
+        if (node && IsAt(*node, address)) {
+            return roots.dev + "/" + node->name;
+        }
+    }
+    return {};
+}
+
+std::string KernelHidInstanceId(const LinuxRoots& roots, const std::string& name) {
+    auto node = ReadHidNode(AT_FDCWD, HidClassFolder(roots) + "/" + name);
+    if (!node) {
+        return {};
+    }
+    node->name = name;
+    return InstanceIdOf(*node);
 }
 
 std::string TtyOfPortName(const std::string& portName) {

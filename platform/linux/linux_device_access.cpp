@@ -2,13 +2,16 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include "platform/linux/device_path.h"
+#include "platform/linux/hid_address.h"
 #include "platform/linux/hid_file.h"
 #include "platform/linux/serial_file.h"
+#include "platform/linux/small_file.h"
 #include "platform/no_destroy.h"
 
 namespace quillet::platform {
@@ -46,12 +49,16 @@ UniqueFd ConnectSocket(const std::string& file) {
     return fd;
 }
 
-OpenResult OpenHid(const std::string& file) {
+// With the address of a kernel's device, nothing else is taken for it.
+OpenResult OpenHid(const std::string& file, const std::optional<HidAddress>& address) {
     struct stat found {};
     const bool isSocket = ::stat(file.c_str(), &found) == 0 && S_ISSOCK(found.st_mode);
     UniqueFd fd = isSocket ? ConnectSocket(file) : OpenNode(file);
     if (!fd.IsOpen()) {
         return {nullptr, LastErrno()};
+    }
+    if (address && !IsAtAddress(fd.Get(), *address)) {
+        return {nullptr, ENODEV};
     }
     if (isSocket) {
         return {std::make_unique<HidFile>(std::move(fd), HidFile::Kind::Socket), 0};
@@ -61,16 +68,21 @@ OpenResult OpenHid(const std::string& file) {
 
 }  // namespace
 
-OpenResult LinuxDeviceAccess::Open(const std::string& path, Sharing sharing) {
+OpenResult LinuxDeviceAccess::Open(const std::string& path, Sharing sharing) try {
+    const std::optional<HidAddress> address = ReadHidPath(path);
     const std::string file = FileOfDevicePath(m_Roots, path);
     if (file.empty()) {
-        return {nullptr, ENOENT};
+        return {nullptr, address ? static_cast<uint32_t>(ENODEV) : ENOENT};
     }
     if (sharing == Sharing::Shared) {
-        return OpenHid(file);
+        return OpenHid(file, address);
     }
     UniqueFd fd = OpenNode(file);
     return fd.IsOpen() ? SerialFile::Take(std::move(fd)) : OpenResult{nullptr, LastErrno()};
+} catch (const LookFailed& failed) {
+    // Not what the path stands for without the files that couldn't be read: a kernel's port in place of the registered
+    // one that hides it.
+    return {nullptr, failed.error};
 }
 
 DeviceAccess& SystemDeviceAccess() noexcept {

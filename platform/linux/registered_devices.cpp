@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <map>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <utility>
@@ -26,8 +27,17 @@ bool IsOursOrRoots(const struct stat& found) {
     return found.st_uid == 0 || found.st_uid == ::geteuid();
 }
 
+// Not open if there is none that may be read.
+UniqueFd OpenAt(int folder, const std::string& name, int flags) {
+    UniqueFd fd(RetryInterrupted([&] { return ::openat(folder, name.c_str(), flags); }));
+    if (!fd.IsOpen()) {
+        ThrowIfExhausted();
+    }
+    return fd;
+}
+
 UniqueFd OpenTrustedFolder(int base, const std::string& name) {
-    UniqueFd fd(RetryInterrupted([&] { return ::openat(base, name.c_str(), kFolderFlags); }));
+    UniqueFd fd = OpenAt(base, name, kFolderFlags);
     struct stat found {};
     const bool trusted = fd.IsOpen() && ::fstat(fd.Get(), &found) == 0 && IsOursOrRoots(found) &&
                          (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
@@ -35,10 +45,10 @@ UniqueFd OpenTrustedFolder(int base, const std::string& name) {
 }
 
 // The folder above a directory of devices has to be trusted as much as the directory.
-Directory OpenTrustedDirectory(const std::string& path) {
+UniqueFd OpenTrustedDirectory(const std::string& path) {
     const size_t cut = path.rfind('/');
     const UniqueFd parent = OpenTrustedFolder(AT_FDCWD, path.substr(0, cut));
-    return Directory(parent.IsOpen() ? OpenTrustedFolder(parent.Get(), path.substr(cut + 1)) : UniqueFd());
+    return parent.IsOpen() ? OpenTrustedFolder(parent.Get(), path.substr(cut + 1)) : UniqueFd();
 }
 
 std::vector<std::string> DeviceFileNames(Directory& directory) {
@@ -53,14 +63,35 @@ std::vector<std::string> DeviceFileNames(Directory& directory) {
     return names;
 }
 
-bool ReadDeviceFile(int directory, const std::string& name, std::string& content) {
-    const UniqueFd fd(RetryInterrupted([&] { return ::openat(directory, name.c_str(), kFileFlags); }));
+UniqueFd OpenTrustedFile(int directory, const std::string& name) {
+    UniqueFd fd = OpenAt(directory, name, kFileFlags);
     struct stat found {};
-    if (!fd.IsOpen() || ::fstat(fd.Get(), &found) != 0 || !S_ISREG(found.st_mode) || !IsOursOrRoots(found)) {
+    const bool trusted =
+        fd.IsOpen() && ::fstat(fd.Get(), &found) == 0 && S_ISREG(found.st_mode) && IsOursOrRoots(found);
+    return trusted ? std::move(fd) : UniqueFd();
+}
+
+bool ReadDeviceFile(int directory, const std::string& name, std::string& content) {
+    const UniqueFd fd = OpenTrustedFile(directory, name);
+    return fd.IsOpen() && ReadAll(fd.Get(), kFileLimit, content) && content.size() <= kFileLimit &&
+           content.find('\0') == std::string::npos;
+}
+
+// True while somebody has a write lock on the whole file. As one who wants to read, so that nothing is taken and only a
+// write lock stands in the way.
+bool IsHeld(int directory, const std::string& name) {
+    const UniqueFd fd = name.find('/') == std::string::npos ? OpenTrustedFile(directory, name) : UniqueFd();
+    struct flock lock {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    if (!fd.IsOpen()) {
         return false;
     }
-    return ReadAll(fd.Get(), kFileLimit, content) && content.size() <= kFileLimit &&
-           content.find('\0') == std::string::npos;
+    if (::fcntl(fd.Get(), F_OFD_GETLK, &lock) != 0) {
+        ThrowIfExhausted();
+        return false;
+    }
+    return lock.l_type == F_WRLCK && lock.l_start == 0 && lock.l_len == 0;
 }
 
 Keys ReadKeys(std::string_view content) {
@@ -99,19 +130,33 @@ bool DescribeDevice(const Keys& keys, RegisteredClass wanted, const std::string&
     return device.node.starts_with('/') && (!serial || !device.portName.empty());
 }
 
+std::optional<FoundDevice> ReadRegistration(int directory, const std::string& path, const std::string& name,
+                                            RegisteredClass wanted) {
+    std::string content;
+    FoundDevice device;
+    if (!ReadDeviceFile(directory, name, content)) {
+        return std::nullopt;
+    }
+    const Keys keys = ReadKeys(content);
+    const std::string lock = ValueOr(keys, "lock", "");
+    if (!DescribeDevice(keys, wanted, name, device) || !(lock.empty() || IsHeld(directory, lock))) {
+        return std::nullopt;
+    }
+    device.registration = std::string(path).append("/").append(name);
+    if (wanted == RegisteredClass::Hid) {
+        device.interfacePath = "registered:" + device.registration;
+    }
+    return device;
+}
+
 void AddDevices(const std::string& path, RegisteredClass wanted, FoundDevices& devices) {
-    Directory directory = OpenTrustedDirectory(path);
+    Directory directory(OpenTrustedDirectory(path));
     if (!directory.IsOpen()) {
         return;
     }
     for (const std::string& name : DeviceFileNames(directory)) {
-        std::string content;
-        FoundDevice device;
-        if (ReadDeviceFile(directory.Fd(), name, content) && DescribeDevice(ReadKeys(content), wanted, name, device)) {
-            if (wanted == RegisteredClass::Hid) {
-                device.interfacePath = std::string("registered:").append(path).append("/").append(name);
-            }
-            devices.push_back(std::move(device));
+        if (auto device = ReadRegistration(directory.Fd(), path, name, wanted)) {
+            devices.push_back(std::move(*device));
         }
     }
 }
@@ -132,6 +177,17 @@ FoundDevices FindRegisteredPorts(const LinuxRoots& roots) {
 
 FoundDevices FindRegisteredHidDevices(const LinuxRoots& roots) {
     return FindRegistered(roots, RegisteredClass::Hid);
+}
+
+std::optional<FoundDevice> FindRegistration(const FoundDevice& before) {
+    const size_t cut = before.registration.rfind('/');
+    const std::string path = before.registration.substr(0, cut);
+    const UniqueFd directory = OpenTrustedDirectory(path);
+    if (!directory.IsOpen()) {
+        return std::nullopt;
+    }
+    const RegisteredClass wanted = before.portName.empty() ? RegisteredClass::Hid : RegisteredClass::Serial;
+    return ReadRegistration(directory.Get(), path, before.registration.substr(cut + 1), wanted);
 }
 
 }  // namespace quillet::platform

@@ -10,18 +10,41 @@ constexpr size_t kAttributeLimit = 4096;  // the kernel's own
 
 }  // namespace
 
-Directory::Directory(UniqueFd fd) noexcept {
-    if (fd.IsOpen()) {
-        m_Stream.reset(::fdopendir(fd.Get()));
-        if (m_Stream) {
-            fd.Release();
-        }
+void ThrowIfExhausted() {
+    const int error = errno;
+    if (error == EMFILE || error == ENFILE || error == ENOMEM) {
+        throw LookFailed(static_cast<uint32_t>(error));
     }
 }
 
-Directory Directory::Open(const std::string& path) noexcept {
+Directory::Directory(UniqueFd fd) {
+    if (fd.IsOpen()) {
+        m_Stream.reset(::fdopendir(fd.Get()));
+        if (!m_Stream) {
+            ThrowIfExhausted();
+            return;
+        }
+        fd.Release();
+    }
+}
+
+Directory Directory::Open(const std::string& path) {
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    return Directory(UniqueFd(RetryInterrupted([&] { return ::open(path.c_str(), kFlags); })));
+    UniqueFd fd(RetryInterrupted([&] { return ::open(path.c_str(), kFlags); }));
+    if (!fd.IsOpen()) {
+        ThrowIfExhausted();
+    }
+    return Directory(std::move(fd));
+}
+
+const dirent* Directory::Next() {
+    errno = 0;  // the only way to tell an error from the end
+    // Safe between threads, as each has a stream of its own.
+    const dirent* entry = ::readdir(m_Stream.get());  // NOLINT(concurrency-mt-unsafe)
+    if (entry == nullptr) {
+        ThrowIfExhausted();
+    }
+    return entry;
 }
 
 bool ReadAll(int fd, size_t limit, std::string& content) {
@@ -31,6 +54,7 @@ bool ReadAll(int fd, size_t limit, std::string& content) {
         const ssize_t count =
             RetryInterrupted([&] { return ::read(fd, content.data() + size, content.size() - size); });
         if (count < 0) {
+            ThrowIfExhausted();
             content.clear();
             return false;
         }
@@ -46,7 +70,11 @@ bool ReadAll(int fd, size_t limit, std::string& content) {
 std::string ReadAttribute(int directory, const std::string& path) {
     const UniqueFd fd(RetryInterrupted([&] { return ::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC); }));
     std::string text;
-    if (fd.IsOpen() && ReadAll(fd.Get(), kAttributeLimit, text) && text.ends_with('\n')) {
+    if (!fd.IsOpen()) {
+        ThrowIfExhausted();
+        return text;
+    }
+    if (ReadAll(fd.Get(), kAttributeLimit, text) && text.ends_with('\n')) {
         text.pop_back();
     }
     return text;

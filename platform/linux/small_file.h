@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <dirent.h>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -10,18 +12,30 @@
 
 namespace quillet::platform {
 
+// A look for which the system had no descriptor or no memory: what it has seen so far, and missed, tells nothing.
+class LookFailed : public std::exception {
+  public:
+    explicit LookFailed(uint32_t code) noexcept : error(code) {}
+    const char* what() const noexcept override { return "no descriptor or no memory for a look at the devices"; }
+
+    const uint32_t error;
+};
+
+// For a system call that has just failed: throws LookFailed if errno tells of such a shortage. Any other failure
+// concerns one file alone. Everything below asks it.
+void ThrowIfExhausted();
+
 // An open directory and its entries.
 class Directory {
   public:
     // Takes the descriptor; not open if it wasn't.
-    explicit Directory(UniqueFd fd) noexcept;
-    static Directory Open(const std::string& path) noexcept;
+    explicit Directory(UniqueFd fd);
+    static Directory Open(const std::string& path);
 
     bool IsOpen() const noexcept { return m_Stream != nullptr; }
     int Fd() const noexcept { return ::dirfd(m_Stream.get()); }
     // The next entry, in no order; null at the end.
-    // Safe between threads, as each has a stream of its own.
-    const dirent* Next() noexcept { return ::readdir(m_Stream.get()); }  // NOLINT(concurrency-mt-unsafe)
+    const dirent* Next();
 
   private:
     struct Closer {

@@ -7,6 +7,7 @@ set(quillet_platform_sources
   linux/files.cpp
   linux/handle_file.cpp
   linux/handle_reader.cpp
+  linux/hid_address.cpp
   linux/hid_file.cpp
   linux/kernel_devices.cpp
   linux/line_settings.cpp

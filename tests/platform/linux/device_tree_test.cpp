@@ -1,12 +1,16 @@
 #include "platform/device_tree.h"
 
+#include <fcntl.h>
 #include <functional>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/linux/device_path.h"
+#include "platform/linux/linux_device_access.h"
 #include "platform/linux/linux_device_tree.h"
+#include "platform/linux/unique_fd.h"
 #include "support/temp_tree.h"
 
 namespace quillet::platform {
@@ -18,12 +22,6 @@ using testing::IsEmpty;
 // A tree as the kernel lays it: folders of devices, and classes of links into them.
 class DeviceTreeTest : public testing::Test {
   protected:
-    DeviceTreeTest() {
-        m_Roots.sys = m_Tree.Path("sys");
-        m_Roots.dev = m_Tree.Path("dev");
-        m_Roots.registered = {m_Tree.Path("run/devices"), m_Tree.Path("user/devices")};
-    }
-
     void AddTty(const std::string& name, const std::string& folder, const std::string& type = "") {
         m_Tree.Write("sys/devices/" + folder + "/tty/" + name + "/type", type);
         m_Tree.Link("sys/devices/" + folder + "/tty/" + name + "/device", m_Tree.Path("sys/devices/" + folder));
@@ -52,7 +50,7 @@ class DeviceTreeTest : public testing::Test {
 
     // One line a device: what the set tells of it.
     std::vector<std::string> Ports() {
-        const auto set = LinuxDeviceTree(m_Roots).OpenSet(DeviceClass::Ports);
+        const auto set = m_System.OpenSet(DeviceClass::Ports);
         std::vector<std::string> lines;
         for (size_t i = 0; set->SelectDevice(i); ++i) {
             const KeyValue name = set->ReadKeyValue("PortName");
@@ -65,7 +63,7 @@ class DeviceTreeTest : public testing::Test {
     }
 
     std::vector<std::string> Hids() {
-        const auto set = LinuxDeviceTree(m_Roots).OpenSet(DeviceClass::HidInterface);
+        const auto set = m_System.OpenSet(DeviceClass::HidInterface);
         std::vector<std::string> lines;
         for (size_t i = 0; set->SelectDevice(i); ++i) {
             std::string path;
@@ -93,15 +91,49 @@ class DeviceTreeTest : public testing::Test {
 
     std::string FileOf(const std::string& path) { return FileOfDevicePath(m_Roots, path); }
 
-    test::TempTree m_Tree;
-    LinuxRoots m_Roots;
+    QuickLook::Outcome Look(DeviceClass deviceClass, const std::string& device) {
+        return m_System.LookFor(deviceClass, device).outcome;
+    }
+
+    // In place of the lock that an open file had.
+    static void Lock(const UniqueFd& file, short type, off_t size = 0) {
+        struct flock lock {};
+        lock.l_type = F_UNLCK;
+        EXPECT_EQ(fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
+        lock.l_type = type;
+        lock.l_len = size;
+        EXPECT_EQ(fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
+    }
+
+    const test::TempTree m_Tree;
+    const LinuxRoots m_Roots{
+        m_Tree.Path("sys"), m_Tree.Path("dev"), {m_Tree.Path("run/devices"), m_Tree.Path("user/devices")}};
+    LinuxDeviceTree m_System{m_Roots};
+};
+
+// While it lives this process gets no more than so many new descriptors.
+class NoDescriptors {
+  public:
+    explicit NoDescriptors(int room = 0) {
+        getrlimit(RLIMIT_NOFILE, &m_Before);
+        const UniqueFd next(dup(0));
+        rlimit few = m_Before;
+        few.rlim_cur = static_cast<rlim_t>(next.Get() + room);
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_Before); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+  private:
+    rlimit m_Before{};
 };
 
 TEST_F(DeviceTreeTest, EmptyMachine) {
     EXPECT_THAT(Ports(), IsEmpty());
     EXPECT_THAT(Hids(), IsEmpty());
     for (const auto other : {DeviceClass::Modem, DeviceClass::ComPortInterface, DeviceClass::ModemInterface}) {
-        const auto set = LinuxDeviceTree(m_Roots).OpenSet(other);
+        const auto set = m_System.OpenSet(other);
         ASSERT_NE(set, nullptr);
         EXPECT_FALSE(set->SelectDevice(0));
     }
@@ -123,20 +155,40 @@ TEST_F(DeviceTreeTest, KernelPortsInOrderOfTheirNumbers) {
                                      "COM66 USB\\VID_18D1&PID_0009\\SN_1_ x USB\\ROOT_HUB\\1 Scanner/Maker"));
 }
 
-TEST_F(DeviceTreeTest, KernelHidDevices) {
+TEST_F(DeviceTreeTest, KernelHidDevicesAreFoundAgainByIdentityAndPlace) {
     m_Tree.Write("sys/devices/usb1/1-3/manufacturer", "Maker\n");
-    AddHidraw("hidraw10", "0003:000018D1:0000010B", "usb-0000:00:14.0-3/input0", "SN7");
-    AddHidraw("hidraw2", "0005:000018d1:0000010b", "", "aa:bb");
+    const std::string scanner = "0003:000018D1:0000010B";
+    AddHidraw("hidraw10", scanner, "usb-0000:00:14.0-3/input0", "SN7");
+    AddHidraw("hidraw2", "0005:000018d1:0000010b", "12:34", "aa:bb");
     AddHidraw("hidraw3", "0003:00000001:00000002", "", "");
     AddHidraw("hidraw4", "nonsense", "usb-9", "");
-    const std::string node = m_Tree.Path("dev/hidraw3");
-    EXPECT_THAT(Hids(), ElementsAre("hid:aa:bb HID\\VID_18D1&PID_010B\\aa:bb Maker Scanner/Maker",
-                                    node + " HID\\VID_0001&PID_0002\\hidraw3 Maker Scanner/Maker",
-                                    "hid:usb-0000:00:14.0-3/input0 HID\\VID_18D1&PID_010B\\SN7 Maker Scanner/Maker"));
-    EXPECT_EQ(FileOf("hid:usb-0000:00:14.0-3/input0"), m_Tree.Path("dev/hidraw10"));
-    EXPECT_EQ(FileOf("hid:aa:bb"), m_Tree.Path("dev/hidraw2"));
-    EXPECT_EQ(FileOf("hid:gone"), "");
-    EXPECT_EQ(FileOf("hid:"), "");
+    AddHidraw("hidraw5", scanner, "hub", "SN8");
+    AddHidraw("hidraw6", scanner, "hub", "");
+    AddHidraw("hidraw7", "0003:00000001:00000002", "hub", "");
+    EXPECT_THAT(Hids(), ElementsAre("hid:18D1:010B:uniq:aa:bb HID\\VID_18D1&PID_010B\\aa:bb Maker Scanner/Maker",
+                                    "hid:0001:0002:node:hidraw3 HID\\VID_0001&PID_0002\\hidraw3 Maker Scanner/Maker",
+                                    "hid:18D1:010B:uniq:SN8 HID\\VID_18D1&PID_010B\\SN8 Maker Scanner/Maker",
+                                    "hid:18D1:010B:node:hidraw6 HID\\VID_18D1&PID_010B\\hidraw6 Maker Scanner/Maker",
+                                    "hid:0001:0002:phys:hub HID\\VID_0001&PID_0002\\hidraw7 Maker Scanner/Maker",
+                                    "hid:18D1:010B:phys:usb-0000:00:14.0-3/input0 "
+                                    "HID\\VID_18D1&PID_010B\\SN7 Maker Scanner/Maker"));
+    const std::pair<const char*, const char*> files[] = {
+        {"hid:18D1:010B:phys:usb-0000:00:14.0-3/input0", "hidraw10"},
+        {"hid:18D1:010B:uniq:aa:bb", "hidraw2"},
+        {"hid:18D1:010B:phys:hub", "hidraw5"},  // of a time when the place was its own
+        {"hid:18D1:010B:node:hidraw5", "hidraw5"},
+        {"hid:0001:0002:phys:hub", "hidraw7"},
+        {"hid:18D1:0009:phys:hub", nullptr},
+        {"hid:18D1:010B:uniq:hub", nullptr},
+        {"hid:18D1:010B:node:hidraw7", nullptr},  // another has the place by now
+        {"hid:18D1:010B:phys:", nullptr},
+        {"hid:18D1:010B:place:hub", nullptr},
+        {"hid:hub", nullptr},
+        {"hid:", nullptr},
+    };
+    for (const auto& [path, node] : files) {
+        EXPECT_EQ(FileOf(path), node != nullptr ? m_Tree.Path(std::string("dev/") + node) : "") << path;
+    }
 }
 
 TEST_F(DeviceTreeTest, RegisteredDevicesComeFirstInByteOrderAndHideKernelPorts) {
@@ -153,7 +205,7 @@ TEST_F(DeviceTreeTest, RegisteredDevicesComeFirstInByteOrderAndHideKernelPorts) 
                                      "COM1 ROOT\\PORTS\\b  /", "COM98 ROOT\\PORTS\\a  /", "COM2 ACPI\\PNP0501\\2  /"));
     const std::string registered = "registered:" + m_Tree.Path("run/devices/C.device");
     EXPECT_THAT(Hids(), ElementsAre(registered + " ROOT\\HID\\C H/",
-                                    "hid:usb-1 HID\\VID_18D1&PID_010B\\hidraw0 Maker Scanner/"));
+                                    "hid:18D1:010B:phys:usb-1 HID\\VID_18D1&PID_010B\\hidraw0 Maker Scanner/"));
 
     EXPECT_EQ(FileOf("\\\\.\\COM1"), "/dev/pts/1");
     EXPECT_EQ(FileOf("\\\\.\\COM2"), m_Tree.Path("dev/ttyS1"));
@@ -166,6 +218,87 @@ TEST_F(DeviceTreeTest, RegisteredDevicesComeFirstInByteOrderAndHideKernelPorts) 
     EXPECT_EQ(FileOf(registered), "/run/scanner");
     std::filesystem::remove(m_Tree.Path("run/devices/C.device"));
     EXPECT_EQ(FileOf(registered), "");
+}
+
+TEST_F(DeviceTreeTest, RegistrationsWithALockCountWhileItIsHeld) {
+    const std::string path = Register("run", "a.device", "class=serial\nport=COM97\npath=/dev/pts/1\nlock=a.lock\n");
+    Register("run", "b.device", "class=hid\npath=/run/scanner\nlock=../devices/a.lock\n");
+    const auto counts = [&] {
+        const bool listed = !Ports().empty();
+        EXPECT_EQ(FileOf("\\\\.\\COM97") == "/dev/pts/1", listed);
+        EXPECT_EQ(Look(DeviceClass::Ports, "COM97") == QuickLook::Outcome::Found, listed);
+        return listed;
+    };
+    EXPECT_FALSE(counts()) << "no such file";
+    const std::string file = m_Tree.Write("run/devices/a.lock", "");
+    EXPECT_FALSE(counts()) << "held by nobody";
+    const UniqueFd holder(open(file.c_str(), O_RDWR | O_CLOEXEC));
+    Lock(holder, F_WRLCK);
+    EXPECT_TRUE(counts());
+    EXPECT_THAT(Hids(), IsEmpty()) << "a lock lies beside its registration";
+    Lock(holder, F_RDLCK);
+    EXPECT_FALSE(counts()) << "held for reading";
+    Lock(holder, F_WRLCK, 1);
+    EXPECT_FALSE(counts()) << "not on the whole file";
+    Lock(holder, F_WRLCK);
+    std::filesystem::rename(file, m_Tree.Path("elsewhere.lock"));
+    m_Tree.Link("run/devices/a.lock", m_Tree.Path("elsewhere.lock"));
+    EXPECT_FALSE(counts()) << "a link";
+}
+
+TEST_F(DeviceTreeTest, LooksWithoutADescriptorTellTheLastSet) {
+    AddTty("ttyACM0", "usb1/1-2/1-2:1.0");
+    AddHidraw("hidraw0", "0003:000018D1:0000010B", "usb-1", "");
+    Register("run", "a.device", "class=serial\nport=COM97\npath=/dev/pts/1\n");
+    LinuxDeviceAccess access(m_Roots);
+    {
+        const NoDescriptors none;
+        EXPECT_THAT(Ports(), IsEmpty());
+    }
+    EXPECT_EQ(Ports().size(), 2U);
+    EXPECT_EQ(Hids().size(), 1U);
+    std::filesystem::remove(m_Tree.Path("sys/class/tty/ttyACM0"));
+    for (int room = 0; room < 3; ++room) {  // a walk has two open at a time
+        const NoDescriptors none(room);
+        EXPECT_EQ(Ports().size(), room < 2 ? 2U : 1U) << room;
+        EXPECT_EQ(Hids().size(), 1U) << room;
+    }
+    const NoDescriptors none;
+    EXPECT_EQ(Look(DeviceClass::Ports, "COM97"), QuickLook::Outcome::Failed);
+    EXPECT_EQ(Look(DeviceClass::HidInterface, "hid:18D1:010B:phys:usb-1"), QuickLook::Outcome::Failed);
+    EXPECT_EQ(access.Open("\\\\.\\COM97", Sharing::Exclusive).error, static_cast<uint32_t>(EMFILE));
+}
+
+// Each answer is the one that a walk would give.
+TEST_F(DeviceTreeTest, QuickLooks) {
+    using Outcome = QuickLook::Outcome;
+    AddTty("ttyS2", "pnp0/00:04", "4\n");
+    AddTty("ttyS3", "platform/serial8250", "0\n");
+    AddTty("ttyACM0", "usb1/1-2/1-2:1.0");
+    AddHidraw("hidraw0", "0003:000018D1:0000010B", "usb-1", "SN");
+    Register("run", "p.device", "class=serial\nport=COM4\npath=/dev/pts/1\n");
+    Register("run", "h.device", "class=hid\npath=/run/scanner\ninstance=HID\\VID_18D1&PID_010B\\7\n");
+    const std::string kernel = "hid:18D1:010B:phys:usb-1";
+    const std::string registered = "registered:" + m_Tree.Path("run/devices/h.device");
+    EXPECT_EQ(Look(DeviceClass::Ports, "COM4"), Outcome::NotFound) << "before the first walk";
+    Ports();
+    Hids();
+    for (const char* port : {"COM3", "COM4", "COM65"}) EXPECT_EQ(Look(DeviceClass::Ports, port), Outcome::Found);
+    for (const char* port : {"COM2", "COM66", "COM99", ""})
+        EXPECT_EQ(Look(DeviceClass::Ports, port), Outcome::NotFound);
+    EXPECT_EQ(m_System.LookFor(DeviceClass::HidInterface, kernel).deviceId, "HID\\VID_18D1&PID_010B\\SN");
+    EXPECT_EQ(m_System.LookFor(DeviceClass::HidInterface, registered).deviceId, "HID\\VID_18D1&PID_010B\\7");
+    EXPECT_EQ(Look(DeviceClass::HidInterface, ""), Outcome::NotFound);
+
+    AddTty("ttyACM1", "usb1/1-3/1-3:1.0");
+    std::filesystem::remove(m_Tree.Path("sys/class/tty/ttyACM0"));
+    Register("run", "p.device", "class=serial\nport=COM5\npath=/dev/pts/1\n");
+    Register("run", "h.device", "class=hid\npath=/run/scanner\ninstance=HID\\VID_0001&PID_0002\\7\n");
+    std::filesystem::remove(m_Tree.Path("sys/class/hidraw/hidraw0/device"));
+    EXPECT_EQ(Look(DeviceClass::Ports, "COM66"), Outcome::Found);
+    for (const char* port : {"COM4", "COM65"}) EXPECT_EQ(Look(DeviceClass::Ports, port), Outcome::NotFound);
+    EXPECT_EQ(Look(DeviceClass::HidInterface, kernel), Outcome::NotFound);
+    EXPECT_EQ(m_System.LookFor(DeviceClass::HidInterface, registered).deviceId, "HID\\VID_0001&PID_0002\\7");
 }
 
 TEST_F(DeviceTreeTest, BrokenRegistrationFilesAreLeftOut) {

@@ -136,10 +136,13 @@ TEST_F(HidDevice, PathsStandForTheDeviceFromPlugToPlug) {
     const std::string uevent = "sys/class/hidraw/hidraw1/device/uevent";
     m_Tree.Write(uevent, "HID_ID=0003:000018D1:0000010B\nHID_PHYS=usb-1/input0\n");
     m_Tree.Link("dev/hidraw1", m_Path);
-    Plug("hid:usb-1/input0");
+    const std::string place = "hid:18D1:010B:phys:usb-1/input0";
+    Plug(place);
     std::filesystem::rename(m_Tree.Path("sys/class/hidraw/hidraw1"), m_Tree.Path("sys/class/hidraw/hidraw7"));
     std::filesystem::rename(m_Tree.Path("dev/hidraw1"), m_Tree.Path("dev/hidraw7"));
-    Plug("hid:usb-1/input0");
+    Plug(place);
+    m_Tree.Write("sys/class/hidraw/hidraw7/device/uevent", "HID_ID=0003:00000001:00000002\nHID_PHYS=usb-1/input0\n");
+    EXPECT_EQ(m_Access.Open(place, Sharing::Shared).error, static_cast<uint32_t>(ENODEV));
 
     const std::string file = m_Tree.Write("run/devices/s.device", "class=hid\npath=" + m_Path + "\n");
     std::filesystem::permissions(m_Tree.Path("run"), std::filesystem::perms(0755));

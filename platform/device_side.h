@@ -15,12 +15,15 @@ namespace quillet::platform {
 // side; destruction, the pulling of the cable, comes after both.
 class DeviceEnd {
   public:
+    static constexpr uint32_t kOwnerOnly = 0600;
+
     // A terminal for hosts to open as a serial port. What is sent while no host has it open waits for the
     // next one, as far as the system's buffer reaches.
-    static std::unique_ptr<DeviceEnd> NewTerminal();
+    // mode: who may open it, as the permission bits of a file; systems without such bits pass over it.
+    static std::unique_ptr<DeviceEnd> NewTerminal(uint32_t mode = kOwnerOnly);
     // A socket for hosts to open as a HID device, at a path that is made anew. Each message is one report.
-    // All hosts get each report, so one that doesn't read holds up the others.
-    static std::unique_ptr<DeviceEnd> NewReportSocket(const std::string& path);
+    // All hosts get each report, so one that doesn't read holds up the others. mode as above.
+    static std::unique_ptr<DeviceEnd> NewReportSocket(const std::string& path, uint32_t mode = kOwnerOnly);
     virtual ~DeviceEnd() = default;
 
     // What a host opens.
@@ -51,7 +54,7 @@ class DeviceEnd {
 using DeviceText = std::string;
 
 // A place for one device in a directory of registered devices. The name belongs to this object until its end;
-// what a killed program has left there is replaced.
+// what a killed program has left there is replaced, and hosts pass it over until then.
 class DeviceRegistration {
   public:
     // The directory of the effective user, where hosts of the same user look, and its owner alone may write.

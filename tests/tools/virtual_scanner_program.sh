@@ -14,22 +14,27 @@ fail() {
     failures=$((failures + 1))
 }
 
-# Starts the program with its input on descriptor 8 and its output on 9, and waits until it is plugged in.
+# start [<options...>]: starts the program with its input on descriptor 8 and its output on 9, and waits until it is
+# plugged in.
 start() {
     rm -f "$work/in" "$work/out"
     mkfifo "$work/in" "$work/out"
-    "$program" --link virtual-serial --devices-directory "$devices" <"$work/in" >"$work/out" &
+    "$program" --link virtual-serial --devices-directory "$devices" "$@" <"$work/in" >"$work/out" &
     pid=$!
     exec 8>"$work/in" 9<"$work/out"
     expect 'plugged path=/dev/pts/*'
     [ "$failures" -eq 0 ] || exit 1
 }
 
-# expect <pattern>: the next line of output
+# expect <pattern>: the next line of output, left in $line
 expect() {
-    local line
     # shellcheck disable=SC2053 # the right side is a pattern
     { read -r -t 20 -u 9 line && [[ $line == $1 ]]; } || fail "expected '$1', got '${line:-}'"
+}
+
+# expect_mode <mode>: who may open what has just been plugged in
+expect_mode() {
+    [ "$(stat -c %a "${line#plugged path=}")" = "$1" ] || fail "mode: $(ls -l "${line#plugged path=}")"
 }
 
 # expect_end <what> <wanted status>
@@ -54,12 +59,17 @@ done <<'END'
 --link serial --port COM097
 --link usb --serial-number a/b
 --link usb --serial-number 12345678901234567890123456789012345678901
+--mode 01000
+--mode 680
+--mode rw
 --nonsense
 stray
 END
 
 # The registration, a wrong line that ends nothing, and the ends.
 start
+expect_mode 600
+grep -qx 'lock=virtual-COM97.lock' "$device" || fail "lock: $(cat "$device")"
 grep -qx 'instance=USB\\VID_18D1&PID_0009\\1234567890' "$device" || fail "instance: $(cat "$device")"
 grep -qx 'port=COM97' "$device" || fail "port: $(cat "$device")"
 "$program" --link virtual-serial --devices-directory "$devices" </dev/null >/dev/null 2>"$work/stderr" &&
@@ -74,9 +84,10 @@ echo 'plug' >&8
 expect 'plugged path=*'
 echo 'quit' >&8
 expect 'ok quit'
-expect_end quit 0
+expect_end 'quit after a wrong line' 1
 
-start
+start --mode 0646
+expect_mode 646
 exec 8>&-
 expect_end 'end of input' 0
 

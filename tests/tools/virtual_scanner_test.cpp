@@ -2,6 +2,7 @@
 #include "tools/virtual_scanner/virtual_scanner.h"
 
 #include <atomic>
+#include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "private_directory.h"
 #include "protocol/packet.h"
 #include "protocol/reply_parser.h"
+#include "support/linux/no_descriptors.h"
 
 namespace quillet::tools {
 namespace {
@@ -278,6 +280,23 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
     m_Scanner->Unplug();
     for (std::thread& thread : threads) thread.join();
     EXPECT_FALSE(std::filesystem::exists(m_Directory.path + "/devices/virtual-usb-1234567890.device"));
+}
+
+// A host that can't be accepted for want of a descriptor stays waiting, and nobody spins over it.
+TEST(ReportSocket, WaitsQuietlyForADescriptor) {
+    const PrivateDirectory directory;
+    const auto device = platform::DeviceEnd::NewReportSocket(directory.path + "/scanner");
+    const auto host = platform::SystemDeviceAccess().Open(device->HostPath(), platform::Sharing::Shared);
+    const platform::StopSignal stop;
+    std::string bytes;
+    const auto usedMs = [] { return std::clock() * 1000 / CLOCKS_PER_SEC; };
+    const auto beforeMs = usedMs();
+    {
+        const test::NoDescriptors none;
+        EXPECT_EQ(device->Receive(bytes, 200, stop), platform::DeviceEnd::Received::TimedOut);
+    }
+    EXPECT_LT(usedMs() - beforeMs, 100);
+    EXPECT_EQ(device->Receive(bytes, kPatienceMs, stop), platform::DeviceEnd::Received::HostCame);
 }
 
 class UsbScannerTest : public VirtualScannerTest {};

@@ -168,7 +168,8 @@ std::string Console::Help() {
            "  packet opcode=<> status=<> parameters=<> kind=setting number=<> value=<>\n"
            "         or kind=query of=<opcode> number=<>, kind=version, kind=pattern, kind=other\n"
            "  noise bytes=<>                  bytes that are no packet\n"
-           "  answer bytes=<>                 the scanner has answered\n";
+           "  answer bytes=<>                 the scanner has answered\n"
+           "\nExit status: 0; 1 if a command wrote an error, or the scanner couldn't be made; 2 for a wrong option.\n";
 }
 
 bool Console::Execute(std::string_view line) {
@@ -186,6 +187,7 @@ bool Console::Execute(std::string_view line) {
         }
         (this->*command->run)(rest);
     } catch (const std::exception& error) {
+        m_HadError = true;
         m_Output.Write(std::string("error ") + error.what());
     }
     return !m_Quit;

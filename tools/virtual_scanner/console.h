@@ -44,6 +44,8 @@ class Console {
 
     // False after "quit". A line that is wrong writes a line "error ..." and changes nothing.
     bool Execute(std::string_view line);
+    // True after such a line.
+    bool HadError() const { return m_HadError; }
     void Plug(std::string_view rest);
 
     // Commands and output lines, for the program's help.
@@ -70,6 +72,7 @@ class Console {
     VirtualScanner& m_Scanner;
     LineOutput& m_Output;
     bool m_Quit = false;
+    bool m_HadError = false;
 };
 
 }  // namespace quillet::tools

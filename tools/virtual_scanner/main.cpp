@@ -1,5 +1,6 @@
 // quillet-virtual-scanner: a barcode scanner without hardware, worked by lines on standard input.
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <map>
@@ -27,6 +28,15 @@ struct ProgramOptions {
     bool startUnplugged = false;
 };
 
+uint32_t ParseMode(const std::string& text) {
+    uint32_t mode = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), mode, 8);
+    if (error != std::errc{} || end != text.data() + text.size() || mode > 0777) {
+        throw CLI::ValidationError("--mode", "an octal number up to 0777 is needed, not '" + text + "'");
+    }
+    return mode;
+}
+
 void Describe(CLI::App& app, ProgramOptions& options) {
     static const std::map<std::string, ScannerLink> kLinks{
         {"usb", ScannerLink::Usb}, {"virtual-serial", ScannerLink::VirtualSerial}, {"serial", ScannerLink::Serial}};
@@ -42,6 +52,10 @@ void Describe(CLI::App& app, ProgramOptions& options) {
     app.add_option("--gap", options.scanner.serialGapMs, "serial links: ms of quiet between two sendings")
         ->capture_default_str()
         ->check(CLI::Range(0, 60'000));
+    app.add_option_function<std::string>(
+           "--mode", [&options](const std::string& text) { options.scanner.mode = ParseMode(text); },
+           "who may open it, as permission bits in octal (default 0600, its owner alone; 0666 for all users)")
+        ->type_name("OCTAL");
     app.add_flag("--unplugged", options.startUnplugged, "start unplugged");
     app.footer(Console::Help());
 }
@@ -58,7 +72,7 @@ int Run(const ProgramOptions& options) {
     std::string line;
     while (input.Read(line) == quillet::platform::CommandInput::Next::Line && console.Execute(line)) {
     }
-    return 0;
+    return console.HadError() ? kExitFailure : 0;
 }
 
 }  // namespace

@@ -49,6 +49,9 @@ ScannerOptions Validated(ScannerOptions options) {
     if (options.devicesDirectory.empty()) {
         options.devicesDirectory = platform::DeviceRegistration::UserDirectory();
     }
+    if (options.mode > 0777) {
+        throw std::invalid_argument("a mode is made of the nine permission bits of a file");
+    }
     if (!std::filesystem::path(options.devicesDirectory).has_root_directory()) {
         throw std::invalid_argument("hosts know a devices directory by its absolute path, not by '" +
                                     options.devicesDirectory + "'");
@@ -124,8 +127,8 @@ void VirtualScanner::Plug() {
     const std::lock_guard plugging(m_PlugMutex);
     if (IsPlugged()) return;
     auto session = std::make_shared<Session>();
-    session->end = IsUsb() ? platform::DeviceEnd::NewReportSocket(m_Registration.SocketPath())
-                           : platform::DeviceEnd::NewTerminal();
+    session->end = IsUsb() ? platform::DeviceEnd::NewReportSocket(m_Registration.SocketPath(), m_Options.mode)
+                           : platform::DeviceEnd::NewTerminal(m_Options.mode);
     const std::string path = session->end->HostPath();
     session->receiver = platform::StartThread("scanner", [this, started = session.get()] { Run(*started); });
     {

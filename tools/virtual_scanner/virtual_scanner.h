@@ -28,7 +28,8 @@ struct ScannerOptions {
     ScannerLink link = ScannerLink::Usb;
     std::string port = "COM97";  // name of the serial port; not used over USB
     std::string serialNumber = "1234567890";
-    std::string devicesDirectory;  // empty for the one of the user
+    std::string devicesDirectory;                     // empty for the one of the user
+    uint32_t mode = platform::DeviceEnd::kOwnerOnly;  // who may open it, as the permission bits of a file
     // Quiet time between any two things that it sends over a serial line. Below 30 ms a host takes them for
     // one. The pieces of one thing have 40 ms between them at least.
     uint32_t serialGapMs = 0;

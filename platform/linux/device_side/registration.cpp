@@ -1,7 +1,6 @@
 // Devices that programs register: one small file each, in a directory that hosts look into.
 #include <fcntl.h>
 #include <stdexcept>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "platform/device_side.h"
@@ -60,7 +59,8 @@ struct DeviceRegistration::Impl {
     Impl(const std::string& folder, const std::string& name)
         : devicePath(folder + "/" + name + ".device"),
           socketPath(folder + "/" + name + ".socket"),
-          lockPath(folder + "/" + name + ".lock") {
+          lockName(name + ".lock"),
+          lockPath(folder + "/" + lockName) {
         TakeName();
     }
     ~Impl() { ::unlink(lockPath.c_str()); }
@@ -71,14 +71,21 @@ struct DeviceRegistration::Impl {
 
     const std::string devicePath;
     const std::string socketPath;
+    const std::string lockName;
     const std::string lockPath;
-    UniqueFd lock;  // open and locked from construction to destruction
+    // Open and locked from construction to destruction. Hosts ask after the lock, which ends with the last process that
+    // has this descriptor; so none is handed to a child.
+    UniqueFd lock;
 };
 
 void DeviceRegistration::Impl::TakeName() {
     for (;;) {
         UniqueFd file(Checked(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), lockPath));
-        if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        struct flock whole {};
+        whole.l_type = F_WRLCK;
+        whole.l_whence = SEEK_SET;
+        if (::fcntl(file.Get(), F_OFD_SETLK, &whole) != 0) {
+            if (errno != EAGAIN && errno != EACCES) ThrowErrno(lockPath);
             throw std::runtime_error(devicePath + ": another running program has this device");
         }
         if (!StillNames(lockPath, file.Get())) continue;
@@ -107,7 +114,7 @@ const std::string& DeviceRegistration::SocketPath() const {
 void DeviceRegistration::Publish(const DeviceText& text) {
     const std::string& path = m_Impl->devicePath;
     const std::string draft = path + ".new";  // not a name that hosts look at
-    WriteWholeFile(draft, text);
+    WriteWholeFile(draft, text + "lock=" + m_Impl->lockName + "\n");
     Checked(::rename(draft.c_str(), path.c_str()), path);
 }
 

@@ -1,13 +1,16 @@
 // A message socket as a HID device: the device listens, each open of a host is one connection.
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/device_side.h"
 #include "platform/event.h"
 #include "platform/linux/device_side/checked.h"
@@ -18,21 +21,32 @@ namespace {
 
 constexpr int kBacklog = 16;
 constexpr size_t kLargestMessage = 4096;
+// A host for which there is no descriptor waits in the backlog, and its socket stays ready to be accepted: instead of
+// being polled it is tried again so much later.
+constexpr uint32_t kAcceptAgainMs = 100;
+constexpr int64_t kNsPerMs = 1'000'000;
 
 // Sending and receiving threads both take hosts off the list, so a connection lives as long as one of them
 // uses it.
 using Host = std::shared_ptr<const UniqueFd>;
 
+// What is left of a time-out that began at `start`.
+uint32_t LeftMs(int64_t start, uint32_t timeoutMs) {
+    if (timeoutMs == kNoLimitMs) return kNoLimitMs;
+    const int64_t passedMs = (SystemClock().NowNs() - start) / kNsPerMs;
+    return passedMs < timeoutMs ? timeoutMs - static_cast<uint32_t>(passedMs) : 0;
+}
+
 class ReportSocket final : public DeviceEnd {
   public:
-    explicit ReportSocket(const std::string& path);
+    ReportSocket(const std::string& path, uint32_t mode);
     ~ReportSocket() override { ::unlink(m_HostPath.c_str()); }
     const std::string& HostPath() const override { return m_HostPath; }
     Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override;
     Sent Send(std::string_view bytes, const StopSignal& stop) override;
 
   private:
-    std::vector<Host> AcceptHosts();
+    std::vector<Host> AcceptHosts(bool& othersWait);
     void Drop(const Host& host);
     bool TakeNews(Received& news);
     bool ReadFrom(const Host& host, std::string& bytes);
@@ -46,7 +60,7 @@ class ReportSocket final : public DeviceEnd {
     std::deque<Received> m_News;  // comings and goings that Receive has yet to tell
 };
 
-ReportSocket::ReportSocket(const std::string& path)
+ReportSocket::ReportSocket(const std::string& path, uint32_t mode)
     : m_HostPath(path),
       m_Listener(Checked(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket")) {
     sockaddr_un address{};
@@ -57,15 +71,21 @@ ReportSocket::ReportSocket(const std::string& path)
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     ::unlink(path.c_str());  // of a killed program; a socket's path can't be bound twice
     Checked(::bind(m_Listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), path);
+    Checked(::chmod(path.c_str(), mode), path);  // nobody gets in before it listens
     Checked(::listen(m_Listener.Get(), kBacklog), path);
 }
 
 // Also run before each sending: a host that has just connected is there from its own point of view.
-std::vector<Host> ReportSocket::AcceptHosts() {
+std::vector<Host> ReportSocket::AcceptHosts(bool& othersWait) {
     const std::lock_guard lock(m_Mutex);
     for (;;) {
-        UniqueFd host(::accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!host.IsOpen()) break;
+        UniqueFd host(RetryInterrupted(
+            [this] { return ::accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK); }));
+        if (!host.IsOpen()) {
+            if (errno == ECONNABORTED) continue;
+            othersWait = errno != EAGAIN;
+            break;
+        }
         m_Hosts.push_back(std::make_shared<const UniqueFd>(std::move(host)));
         m_News.push_back(Received::HostCame);
         m_Changed.Set();
@@ -103,19 +123,22 @@ bool ReportSocket::ReadFrom(const Host& host, std::string& bytes) {
 }
 
 DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
-    const int timeout = timeoutMs == kNoLimitMs ? -1 : static_cast<int>(timeoutMs);
+    const int64_t start = SystemClock().NowNs();
     for (;;) {
-        const std::vector<Host> hosts = AcceptHosts();
+        bool othersWait = false;
+        const std::vector<Host> hosts = AcceptHosts(othersWait);
         Received news;
         if (TakeNews(news)) return news;
         std::vector<pollfd> waits{{static_cast<int>(stop.NativeHandle()), POLLIN, 0},
                                   {static_cast<int>(m_Changed.NativeHandle()), POLLIN, 0},
-                                  {m_Listener.Get(), POLLIN, 0}};
+                                  {othersWait ? -1 : m_Listener.Get(), POLLIN, 0}};
         for (const Host& host : hosts) waits.push_back({host->Get(), POLLIN, 0});
-        const int ready = ::poll(waits.data(), waits.size(), timeout);
+        const uint32_t leftMs = LeftMs(start, timeoutMs);
+        const uint32_t waitMs = othersWait ? std::min(leftMs, kAcceptAgainMs) : leftMs;
+        const int ready = ::poll(waits.data(), waits.size(), waitMs == kNoLimitMs ? -1 : static_cast<int>(waitMs));
         if (ready < 0 && errno != EINTR) return Received::Failed;
         if (ready < 0) continue;
-        if (ready == 0) return Received::TimedOut;
+        if (ready == 0 && LeftMs(start, timeoutMs) == 0) return Received::TimedOut;
         if (waits[0].revents != 0) return Received::Stopped;
         for (size_t i = 0; i < hosts.size(); ++i) {
             if (waits[i + 3].revents != 0 && ReadFrom(hosts[i], bytes)) return Received::Bytes;
@@ -125,7 +148,8 @@ DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs
 
 DeviceEnd::Sent ReportSocket::Send(std::string_view bytes, const StopSignal& stop) {
     Sent result = Sent::NoHost;
-    for (const Host& host : AcceptHosts()) {
+    bool othersWait = false;
+    for (const Host& host : AcceptHosts(othersWait)) {
         const Sent sent = SendTo(host, bytes, stop);
         if (sent == Sent::Stopped) return sent;
         if (sent == Sent::All) result = sent;
@@ -149,8 +173,8 @@ DeviceEnd::Sent ReportSocket::SendTo(const Host& host, std::string_view bytes, c
 
 }  // namespace
 
-std::unique_ptr<DeviceEnd> DeviceEnd::NewReportSocket(const std::string& path) {
-    return std::make_unique<ReportSocket>(path);
+std::unique_ptr<DeviceEnd> DeviceEnd::NewReportSocket(const std::string& path, uint32_t mode) {
+    return std::make_unique<ReportSocket>(path, mode);
 }
 
 }  // namespace quillet::platform

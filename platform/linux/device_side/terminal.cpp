@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <termios.h>
 
 #include "platform/device_side.h"
@@ -15,7 +16,7 @@ namespace {
 
 class Terminal final : public DeviceEnd {
   public:
-    Terminal();
+    explicit Terminal(uint32_t mode);
     const std::string& HostPath() const override { return m_HostPath; }
     Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override;
     Sent Send(std::string_view bytes, const StopSignal& stop) override;
@@ -28,12 +29,15 @@ class Terminal final : public DeviceEnd {
     std::string m_HostPath;
 };
 
-Terminal::Terminal() : m_Master(Checked(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "posix_openpt")) {
+// A terminal can't be opened before it is unlocked: nobody who may not gets in.
+Terminal::Terminal(uint32_t mode)
+    : m_Master(Checked(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "posix_openpt")) {
     Checked(::grantpt(m_Master.Get()), "grantpt");
-    Checked(::unlockpt(m_Master.Get()), "unlockpt");
     std::array<char, 128> name{};
     if (::ptsname_r(m_Master.Get(), name.data(), name.size()) != 0) ThrowErrno("ptsname_r");
     m_HostPath = name.data();
+    Checked(::chmod(m_HostPath.c_str(), mode), m_HostPath);
+    Checked(::unlockpt(m_Master.Get()), "unlockpt");
     OpenSlave();
 }
 
@@ -82,8 +86,8 @@ DeviceEnd::Sent Terminal::Send(std::string_view bytes, const StopSignal& stop) {
 
 }  // namespace
 
-std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal() {
-    return std::make_unique<Terminal>();
+std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal(uint32_t mode) {
+    return std::make_unique<Terminal>(mode);
 }
 
 }  // namespace quillet::platform

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <functional>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,11 +10,13 @@
 #include "platform/linux/linux_device_access.h"
 #include "platform/linux/linux_device_tree.h"
 #include "platform/linux/unique_fd.h"
+#include "support/linux/no_descriptors.h"
 #include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
 
+using test::NoDescriptors;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -109,24 +110,6 @@ class DeviceTreeTest : public testing::Test {
     const LinuxRoots m_Roots{
         m_Tree.Path("sys"), m_Tree.Path("dev"), {m_Tree.Path("run/devices"), m_Tree.Path("user/devices")}};
     LinuxDeviceTree m_System{m_Roots};
-};
-
-// While it lives this process gets no more than so many new descriptors.
-class NoDescriptors {
-  public:
-    explicit NoDescriptors(int room = 0) {
-        getrlimit(RLIMIT_NOFILE, &m_Before);
-        const UniqueFd next(dup(0));
-        rlimit few = m_Before;
-        few.rlim_cur = static_cast<rlim_t>(next.Get() + room);
-        setrlimit(RLIMIT_NOFILE, &few);
-    }
-    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_Before); }
-    NoDescriptors(const NoDescriptors&) = delete;
-    NoDescriptors& operator=(const NoDescriptors&) = delete;
-
-  private:
-    rlimit m_Before{};
 };
 
 TEST_F(DeviceTreeTest, EmptyMachine) {

@@ -29,7 +29,7 @@ DeviceEnd::Received ReportPipe::Receive(std::string& bytes, uint32_t timeoutMs, 
 
 }  // namespace
 
-std::unique_ptr<DeviceEnd> DeviceEnd::NewReportSocket(const std::string& /*path*/) {
+std::unique_ptr<DeviceEnd> DeviceEnd::NewReportSocket(const std::string& /*path*/, uint32_t /*mode*/) {
     return std::make_unique<ReportPipe>();
 }
 

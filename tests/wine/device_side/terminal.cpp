@@ -35,7 +35,7 @@ Terminal::~Terminal() {
 
 }  // namespace
 
-std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal() {
+std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal(uint32_t /*mode*/) {
     return std::make_unique<Terminal>();
 }
 

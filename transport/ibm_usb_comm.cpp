@@ -13,7 +13,9 @@ CIbmUsbComm::CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNum
     : CComm(deviceType, LinkUsbHid, key, params, owner, dataCallback), m_ModelNumber(std::move(modelNumber)) {
     LogInfo("    | ModelNumber:  ", m_ModelNumber);
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
-    if (!found.empty()) m_Port = std::move(found.front());
+    m_Present = !found.empty();
+    if (m_Present) m_Port = std::move(found.front());
+    m_SeenPath = m_Port.DevicePath;
     m_ReadSize = kHidBlockSize;
 }
 
@@ -50,7 +52,8 @@ void CIbmUsbComm::WritePacket(CommandPacket& packet) {
 void CIbmUsbComm::AcceptText(std::string) {}
 
 bool CIbmUsbComm::IsDevicePresent() {
-    return !DiscoveredHidScanners().empty();
+    m_Present = IsHidScannerPresent(m_SeenPath, m_Present);
+    return m_Present;
 }
 
 int32_t CIbmUsbComm::OnReadData(uint32_t status, std::string& block) {

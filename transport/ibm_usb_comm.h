@@ -30,6 +30,9 @@ class CIbmUsbComm : public CComm {
 
   private:
     const std::string m_ModelNumber;
+    // Of IsDevicePresent, which the power thread alone asks: what it found last, and the path of the scanner that it saw.
+    bool m_Present = false;
+    std::string m_SeenPath;
 };
 
 }  // namespace quillet

@@ -19,6 +19,7 @@ using platform::DeviceProperty;
 using platform::DeviceSet;
 using platform::InterfaceStep;
 using platform::KeyValue;
+using platform::QuickLook;
 
 // A port that stands in several classes is taken from the first.
 constexpr std::array kSerialClasses = {DeviceClass::Ports, DeviceClass::Modem, DeviceClass::ComPortInterface,
@@ -88,6 +89,12 @@ bool SameHid(const PortDescriptor& left, const PortDescriptor& right) {
 
 bool HasUsbId(const PortDescriptor& port, UsbId id) {
     return port.VendorId == id.vendor && port.ProductId == id.product;
+}
+
+bool IsHidScannerId(const std::string& instanceId) {
+    PortDescriptor port;
+    ParseUsbId(ToUpperAscii(instanceId), port);
+    return HasUsbId(port, ScannerUsbIds::HidDevice);
 }
 
 void AddHid(DeviceSet& set, const UsbId* only, std::vector<PortDescriptor>& ports) {
@@ -199,6 +206,25 @@ std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uin
 std::vector<PortDescriptor> DiscoveredHidScanners() {
     constexpr UsbId id = ScannerUsbIds::HidDevice;
     return GatherHids(&id);
+}
+
+bool IsSerialPortPresent(uint32_t number, bool before) {
+    switch (platform::TheDeviceTree().LookFor(DeviceClass::Ports, ComName(number)).outcome) {
+        case QuickLook::Outcome::Found: return true;
+        case QuickLook::Outcome::Failed: return before;
+        case QuickLook::Outcome::NotFound: break;
+    }
+    return !FindSerialPort(number).empty();
+}
+
+bool IsHidScannerPresent(std::string& path, bool before) {
+    const QuickLook look = platform::TheDeviceTree().LookFor(DeviceClass::HidInterface, path);
+    if (look.outcome == QuickLook::Outcome::Failed) return before;
+    if (look.outcome == QuickLook::Outcome::Found && IsHidScannerId(look.deviceId)) return true;
+    std::vector<PortDescriptor> found = DiscoveredHidScanners();
+    if (found.empty()) return false;
+    path = std::move(found.front().DevicePath);
+    return true;
 }
 
 DiscoveredLists DiscoveredPorts() {

@@ -59,6 +59,13 @@ std::vector<PortDescriptor> DiscoveredHidScanners();
 // The ports named COM<number>.
 std::vector<PortDescriptor> FindSerialPort(uint32_t number);
 
+// Whether FindSerialPort or DiscoveredHidScanners would give any, for links that ask ten times a second: the one device
+// is looked at first, and all of them only where it isn't found. `before` is the last answer, given again where the
+// system has no descriptor or no memory for a look. `path` is that of the scanner to look at first, and becomes that of
+// the one that was found.
+bool IsSerialPortPresent(uint32_t number, bool before);
+bool IsHidScannerPresent(std::string& path, bool before);
+
 // Parts of an instance ID, given in upper case.
 std::string ExtractPortSerial(const std::string& instanceId);
 void ParseUsbId(const std::string& instanceId, PortDescriptor& port);

@@ -45,7 +45,8 @@ CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPor
                          void* owner, DataCallback dataCallback)
     : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
     std::vector<PortDescriptor> found = FindSerialPort(comPort);
-    if (!found.empty()) m_Port = std::move(found.front());
+    m_Present = !found.empty();
+    if (m_Present) m_Port = std::move(found.front());
     m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
 }
 
@@ -132,7 +133,8 @@ void CSerialComm::WritePacket(CommandPacket& packet) {
 void CSerialComm::AcceptText(std::string) {}
 
 bool CSerialComm::IsDevicePresent() {
-    return !FindSerialPort(m_ComPort).empty();
+    m_Present = IsSerialPortPresent(m_ComPort, m_Present);
+    return m_Present;
 }
 
 int32_t CSerialComm::OnReadData(uint32_t status, std::string& block) {

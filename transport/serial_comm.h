@@ -33,6 +33,7 @@ class CSerialComm : public CComm {
     void SetTimeouts();
 
     const int32_t m_PortNumber;
+    bool m_Present = false;  // what IsDevicePresent, which the power thread alone asks, found last
     // In the numbering of the Windows DCB.
     int32_t m_BaudRate = 9600;
     int32_t m_ByteSize = 8;

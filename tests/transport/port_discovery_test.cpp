@@ -176,5 +176,38 @@ TEST(PortDiscovery, KnowsScannersByBothIds) {
     EXPECT_EQ(Paths(lists.usb), std::vector<std::string>{"scanner"});
 }
 
+TEST(PortDiscovery, AsksForTheOneDeviceBeforeAllOfThem) {
+    using platform::QuickLook;
+    struct QuickTree : FakeDeviceTree {
+        QuickLook LookFor(DeviceClass, const std::string& device) override {
+            asked = device;
+            return look;
+        }
+        QuickLook look;
+        std::string asked;
+    } tree;
+    std::string path = "first";
+    for (const bool before : {false, true}) {
+        tree.look = {QuickLook::Outcome::Failed, {}};
+        EXPECT_EQ(IsSerialPortPresent(3, before), before);
+        EXPECT_EQ(tree.asked, "COM3");
+        EXPECT_EQ(IsHidScannerPresent(path, before), before);
+        EXPECT_EQ(tree.asked, "first");
+        tree.look = {QuickLook::Outcome::Found, "HID\\Vid_18d1&Pid_010b\\1"};
+        EXPECT_TRUE(IsSerialPortPresent(3, before) && IsHidScannerPresent(path, before));
+    }
+    EXPECT_EQ(tree.Looks(), 0u);
+
+    tree.look.deviceId = "HID\\VID_18D1&PID_0009\\1";  // another device has the path by now
+    EXPECT_FALSE(IsHidScannerPresent(path, true));
+    tree.Plug(HidDevice("second"));
+    EXPECT_TRUE(IsHidScannerPresent(path, false));
+    EXPECT_EQ(path, "second");
+    tree.look = {};
+    EXPECT_FALSE(IsSerialPortPresent(3, true));
+    tree.Plug(SerialPortDevice(3));
+    EXPECT_TRUE(IsSerialPortPresent(3, false));
+}
+
 }  // namespace
 }  // namespace quillet

@@ -187,10 +187,8 @@ std::vector<std::string> HidrawNames(Directory& folder) {
         }
     }
     std::sort(found.begin(), found.end());
-    std::vector<std::string> names;
-    for (auto& node : found) {
-        names.push_back(std::move(node.second));
-    }
+    std::vector<std::string> names(found.size());
+    std::transform(found.begin(), found.end(), names.begin(), [](auto& node) { return std::move(node.second); });
     return names;
 }
 

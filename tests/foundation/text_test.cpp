@@ -108,19 +108,5 @@ TEST(Paths, CutsAtBothSeparators) {
     EXPECT_EQ(executable.generic_string(), found + executable.extension().generic_string());
 }
 
-TEST(CodePage, ConvertsBothWaysOrNotAtAll) {
-    const std::string utf8 =
-        "\xE4\xB8\xAD"
-        "a";
-    EXPECT_EQ(Utf8ToGbk(utf8),
-              "\xD6\xD0"
-              "a");
-    EXPECT_EQ(GbkToUtf8("\xD6\xD0"
-                        "a"),
-              utf8);
-    EXPECT_EQ(Utf8ToGbk("a\xFF"), "");
-    EXPECT_EQ(GbkToUtf8("a\xD6"), "");
-}
-
 }  // namespace
 }  // namespace quillet

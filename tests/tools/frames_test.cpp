@@ -51,45 +51,5 @@ TEST(Frames, BytesOfABarcode) {
     EXPECT_EQ(blocks[1], "\x04\x02\x01x"s + std::string(57, '\0') + "\x0B\x00\x00"s);
 }
 
-TEST(Frames, FaultsAreWhatTheHostTakesThemFor) {
-    struct {
-        Fault fault;
-        ParseResult serial;
-        ParseResult usb;
-    } const rows[] = {{Fault::Checksum, ParseBadChecksum, ParseOk},
-                      {Fault::Length, ParseNoFrame, ParseNoFrame},
-                      {Fault::Truncate, ParseNoFrame, ParseNoFrame}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(static_cast<int>(row.fault));
-        ReplyPacket reply;
-        std::string serial = SerialBarcode(3, Sample(200), row.fault).back();
-        EXPECT_EQ(ParseSerialBuffer(serial, reply), row.serial);
-        std::string usb = UsbBarcode(3, Sample(200), row.fault).back();
-        EXPECT_EQ(ParseUsbBuffer(usb, reply), row.usb);
-        EXPECT_EQ(UsbBarcode(3, Sample(200), row.fault).front(), UsbBarcode(3, Sample(200)).front());
-    }
-    std::string block = UsbFrame(FrameBytes(0x40, 0x80, "\x0B\x01", Fault::Checksum), 0).front();
-    ReplyPacket reply;
-    EXPECT_EQ(ParseUsbBuffer(block, reply), ParseBadChecksum);
-}
-
-TEST(Frames, PiecesMakeUpTheFrame) {
-    const std::string frame = FrameBytes(0xE8, 0x80, Sample(80));
-    for (const size_t size : {0U, 1U, 7U, 60U, 61U, 200U}) {
-        std::string serial;
-        for (const std::string& piece : SerialFrame(frame, size)) serial += piece;
-        EXPECT_EQ(serial, frame) << size;
-        std::string usb;
-        for (const std::string& block : UsbFrame(frame, size)) {
-            ASSERT_EQ(block.size(), kHidBlockSize);
-            EXPECT_EQ(block[1], 4);
-            usb += block.substr(3, static_cast<uint8_t>(block[2]));
-        }
-        EXPECT_EQ(usb, frame) << size;
-    }
-    EXPECT_EQ(UsbReports("abc"), Pieces{"abc" + std::string(61, '\0')});
-    EXPECT_EQ(UsbReports(std::string(65, 'x')).size(), 2U);
-}
-
 }  // namespace
 }  // namespace quillet::tools

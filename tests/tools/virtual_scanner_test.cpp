@@ -215,21 +215,6 @@ TEST_P(VirtualScannerTest, BehaviourOnRequest) {
     EXPECT_GE(platform::SystemClock().NowNs() - beforeNs, 200'000'000);
 }
 
-TEST_P(VirtualScannerTest, NoiseIsRecordedAndNotAnswered) {
-    Host host(*m_Scanner);
-    host.Write(GetParam() == ScannerLink::Usb ? "\x04\x03"
-                                                "abc" +
-                                                    std::string(59, '\0')
-                                              : "\x09"
-                                                "abc"s);
-    ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
-    EXPECT_FALSE(m_Scanner->Packets()[0].valid);
-    host.Send(Wire(0x41, "\x01"));
-    EXPECT_EQ(host.ReadAnswer(0x41), "\x80\x01");
-    m_Scanner->ClearPackets();
-    EXPECT_FALSE(m_Scanner->WaitForPackets(1, 0));
-}
-
 TEST_P(VirtualScannerTest, BarcodesReachTheHostAndUnpluggingEndsBothSides) {
     Host host(*m_Scanner);
     EXPECT_EQ(m_Scanner->Scan(11, "4006381333931"), Delivery::Sent);

@@ -112,16 +112,6 @@ class DeviceTreeTest : public testing::Test {
     LinuxDeviceTree m_System{m_Roots};
 };
 
-TEST_F(DeviceTreeTest, EmptyMachine) {
-    EXPECT_THAT(Ports(), IsEmpty());
-    EXPECT_THAT(Hids(), IsEmpty());
-    for (const auto other : {DeviceClass::Modem, DeviceClass::ComPortInterface, DeviceClass::ModemInterface}) {
-        const auto set = m_System.OpenSet(other);
-        ASSERT_NE(set, nullptr);
-        EXPECT_FALSE(set->SelectDevice(0));
-    }
-}
-
 TEST_F(DeviceTreeTest, KernelPortsInOrderOfTheirNumbers) {
     AddUsb("usb1/1-2", "0009", "SN\\1\x01 x");
     AddTty("ttyACM1", "usb1/1-2/1-2:1.0");

@@ -89,11 +89,6 @@ TEST_F(HidDevice, OneReadIsOneReportOf64Bytes) {
     EXPECT_EQ(Read().wait, ReadWait::Stopped);
 }
 
-TEST_F(HidDevice, IsNoSerialPort) {
-    SerialSettings settings;
-    EXPECT_EQ(m_Device->GetSerialSettings(settings), static_cast<uint32_t>(ENOTTY));
-}
-
 TEST_F(HidDevice, AWriteThatNobodyTakesEndsWithTheStopSignal) {
     Thread stopper = StartThread("stopper", [&] {
         std::this_thread::sleep_for(20ms);

@@ -192,12 +192,12 @@ std::vector<std::string> HidrawNames(Directory& folder) {
     return names;
 }
 
+// Not over Bluetooth, where HID_PHYS is the adapter's address, the same for every device.
 bool TellsItsPlace(const HidNode& node, const std::vector<HidNode>& all) {
-    // Over Bluetooth it is the adapter's address, the same for every device.
-    return !node.isBluetooth && !node.phys.empty() && std::count_if(all.begin(), all.end(), [&](const HidNode& other) {
-                                                          return other.phys == node.phys &&
-                                                                 other.HasIdentity(node.vendor, node.product);
-                                                      }) == 1;
+    const auto isThere = [&](const HidNode& other) {
+        return other.phys == node.phys && other.HasIdentity(node.vendor, node.product);
+    };
+    return !node.isBluetooth && !node.phys.empty() && std::count_if(all.begin(), all.end(), isThere) == 1;
 }
 
 HidAddress AddressOf(const HidNode& node, const std::vector<HidNode>& all) {

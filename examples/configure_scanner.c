@@ -7,6 +7,7 @@
  * Exit status: 0, 1 if something went wrong.
  */
 #include <stdio.h>
+#include <string.h>
 
 #include <quillet/quillet.h>
 
@@ -19,37 +20,66 @@ static void PrintHex(const uint8_t* bytes, int32_t length) {
     putchar('\n');
 }
 
+/* The time that the scanner's answer to a setting call gets. */
+enum { kAnswerMs = 700, kTries = 5 };
+
+struct Value {
+    uint8_t bytes[16];
+    int32_t length;
+};
+
+static void SleepMs(unsigned milliseconds) {
+    void* never = NULL;
+    if (os_event_init(&never, 0) != 0) return;
+    os_event_timedwait(never, milliseconds);
+    os_event_destroy(never);
+}
+
+static int SameValue(const struct Value* left, const struct Value* right) {
+    return left->length == right->length && memcmp(left->bytes, right->bytes, (size_t)left->length) == 0;
+}
+
 /*
- * A setting call hands its command to the link and waits for nothing; reading back is what tells the outcome.
- * The scanner answers setting calls too, though, and such an answer, coming while a setting is read back, is
- * taken for the wrong reply. Then the reading is repeated.
+ * A setting call hands its command to the link and waits for nothing; reading back is what tells the outcome. The
+ * scanner answers setting calls, too, and whatever it answers late is taken for the reply to the query that is made
+ * then: most often that gives 111, but the late reply to an earlier query can be taken for a value. So the answers get
+ * their time first, and a value counts once it has come twice in a row.
  */
-static ResultCode QuerySetting(ScannerHandle scanner, int32_t id, uint8_t* value, int32_t size, int32_t* length) {
+static ResultCode QuerySetting(ScannerHandle scanner, int32_t id, struct Value* value) {
+    struct Value last = {{0}, -1}; /* equal to no answer */
     ResultCode result = ResultFailure;
     int tries;
-    for (tries = 0; tries < 3 && result == ResultFailure; ++tries) {
-        result = QueryCommandSetting(scanner, id, size, value, length);
+    for (tries = 0; tries < kTries; ++tries) {
+        result = QueryCommandSetting(scanner, id, (int32_t)sizeof value->bytes, value->bytes, &value->length);
+        if (result == ResultSuccess && SameValue(value, &last)) return result;
+        last = *value;
+        if (result != ResultSuccess) last.length = -1;
     }
-    return result;
+    return result == ResultSuccess ? ResultFailure : result;
 }
 
 static int ShowSetting(ScannerHandle scanner, const char* name, int32_t id, uint8_t expected) {
-    uint8_t value[16];
-    int32_t length = 0;
-    const ResultCode result = QuerySetting(scanner, id, value, (int32_t)sizeof value, &length);
+    struct Value value = {{0}, 0};
+    const ResultCode result = QuerySetting(scanner, id, &value);
     if (result != ResultSuccess) {
         printf("%s: not read, result %d\n", name, (int)result);
         return 0;
     }
     printf("%s: ", name);
-    PrintHex(value, length);
-    return length == 1 && value[0] == expected;
+    PrintHex(value.bytes, value.length);
+    return value.length == 1 && value.bytes[0] == expected;
+}
+
+/* Whether a setting call handed its command on; gives the scanner's answer its time. */
+static int Sent(ResultCode result) {
+    SleepMs(kAnswerMs);
+    return result == ResultSuccess;
 }
 
 static int Configure(ScannerHandle scanner) {
-    int good = setCode39(scanner, 1) == ResultSuccess;
-    good &= setBuzzerVolume(scanner, 4) == ResultSuccess;
-    good &= setDecodeTimeOut(scanner, 2500) == ResultSuccess; /* the scanner takes it in tenths of a second */
+    int good = Sent(setCode39(scanner, 1));
+    good &= Sent(setBuzzerVolume(scanner, 4));
+    good &= Sent(setDecodeTimeOut(scanner, 2500)); /* the scanner takes it in tenths of a second */
     good &= ShowSetting(scanner, "Code 39", kCode39, 1);
     good &= ShowSetting(scanner, "buzzer volume", kBuzzerVolume, 4);
     good &= ShowSetting(scanner, "decode time-out", kDecodeTimeOut, 25);

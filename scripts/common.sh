@@ -43,17 +43,35 @@ ensure_packages() {
     as_root true || die "root rights are needed once, for: apt-get install ${missing[*]}"
     # A fresh machine has no package lists; one that isn't fresh may have lists too old to download by.
     if ! apt-cache show "${missing[@]}" >/dev/null 2>&1; then
-        as_root apt-get update -q || die "apt-get update failed"
+        update_package_lists || die "apt-get update failed"
     elif install_packages "${missing[@]}"; then
         return 0
     else
-        as_root apt-get update -q || die "apt-get update failed"
+        update_package_lists || die "apt-get update failed"
     fi
     install_packages "${missing[@]}" || die "apt-get could not install: ${missing[*]}"
 }
 
+# How long another apt-get, such as that of an unattended upgrade, may hold its locks before this one fails.
+readonly APT_LOCK_TIMEOUT_S=600
+
+apt_get() {
+    as_root env DEBIAN_FRONTEND=noninteractive LC_ALL=C apt-get -o "DPkg::Lock::Timeout=$APT_LOCK_TIMEOUT_S" "$@"
+}
+
+# apt-get itself doesn't wait for the lock of the package lists.
+update_package_lists() {
+    local errors deadline=$((SECONDS + APT_LOCK_TIMEOUT_S))
+    until { errors=$(apt_get update -q 2>&1 >&3); } 3>&1; do
+        [[ $errors == *lists/lock* && $SECONDS -lt $deadline ]] || break
+        sleep 1
+    done
+    [ -z "$errors" ] || printf '%s\n' "$errors" >&2
+    [[ $errors != *E:* ]]
+}
+
 install_packages() {
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
+    apt_get install -y -q --no-install-recommends "$@"
 }
 
 # configure <build directory> <cmake options...>

@@ -4,8 +4,9 @@
  * Conventions, by number; the comments below refer to them.
  *
  *  1. Handles. A ScannerHandle stands for one scanner connection. The application owns it from createScanner to
- *     destoryScanner. A null handle is refused with ResultBadArgument by every call; a stale or foreign one is the
- *     caller's fault and isn't noticed.
+ *     destoryScanner. A null handle gives ResultBadArgument, but from QueryCommandSetting (ResultNoExist),
+ *     getSerialPortDevice (an empty text) and the os_ calls, whose handles are others. What happens with a handle that
+ *     was destroyed, or that createScanner didn't give, is undefined.
  *  2. Results. Calls return a ResultCode unless said otherwise. There is no last error besides it and no text of an
  *     error; the log (setLogLevel) tells more.
  *  3. Null pointers and lengths. A pointer that may be null is marked so; any other null pointer gives
@@ -17,18 +18,26 @@
  *  5. Lengths are in bytes, times in milliseconds, texts 8-bit and zero-terminated unless a length goes with them.
  *  6. Threads. Any call may be made from any thread. Opening, closing and destroying one handle exclude each other
  *     and wait for each other. A scanner must be closed on the thread that opened it: the claim of its port belongs
- *     to that thread, and a close elsewhere ends the connection but keeps the port claimed until the process ends.
- *     A call that is waiting on a handle when another thread destroys it ends with ResultTimeout; no call may be
- *     begun on it any more. One consumer of barcodes a handle is the supported use; more are safe and share them.
+ *     to that thread. A close elsewhere ends the connection but leaves the port claimed by this process until it ends:
+ *     its handles get ResultClaimed for that port, while other processes can have it. When a handle is destroyed, what
+ *     other threads have under way on it ends soon: getBarCode and directIO with ResultTimeout, a directIO that hasn't
+ *     sent yet with ResultIllegal, QueryCommandSetting and getScannerVersion with ResultNoExist, getSerialPortDevice
+ *     after the port that it is at, with what it has found; the others as ever. No call may be begun on it any more.
+ *     One consumer of barcodes a handle is the supported use; more are safe and share them.
  *  7. Blocking. A call says so if it waits. Sending waits until the system has taken the bytes, for all handles
- *     together, so a device that takes none holds up every sending call until it goes on or is unplugged.
+ *     together, so a device that takes none holds up every sending call, until it goes on, is unplugged, or its own
+ *     handle is closed or destroyed: what is being written then has 2 s left and fails (one HID report on Linux when
+ *     the kernel gives it up, after 5 s).
  *  8. The library starts threads of its own (on Linux with all signals blocked), never writes to the standard streams,
- *     installs no signal handler, lets no exception out, and passes no file descriptor or handle on to child processes.
+ *     installs no signal handler, lets no exception out, and passes no file descriptor or handle on to programs that
+ *     the process starts. On Linux a thread isn't cancelled (pthread_cancel) inside a call, but after it.
  *  9. Unloading. The library may be unloaded and the process may end with handles open. On Linux the unloading ends the
- *     library's threads; on Windows the library stays loaded until they have ended, so destroy all handles and stop the
- *     log (setLogLevel with 9) for it to go at once. No call may be under way or begun from then on. On Windows closing
- *     and destroying handles, and stopping the log, wait for threads: never do them in DllMain, nor in destructors of a
- *     DLL's global objects, which run there.
+ *     library's threads and gives up its devices and claims; on Windows the library stays loaded until they have ended,
+ *     so destroy all handles and stop the log (setLogLevel with 9) for it to go at once. No call may be under way or
+ *     begun from then on. On Windows closing and destroying handles, and stopping the log, wait for threads: never do
+ *     them in DllMain, nor in destructors of a DLL's global objects, which run there.
+ * 10. Forking (Linux). In a child of fork call nothing but exec or _exit: the library's threads aren't there, and a
+ *     call of the library may wait for ever. Whatever the child does, the parent's scanners aren't harmed.
  */
 #ifndef QUILLET_QUILLET_H
 #define QUILLET_QUILLET_H
@@ -58,20 +67,20 @@ typedef int32_t ResultCode;
 
 enum {
     ResultSuccess = 0,
-    ResultBadArgument = 10,    /* null handle or pointer, or a value outside the call's range; nothing was done */
+    ResultBadArgument = 10,    /* null handle or pointer, or a value that isn't accepted; nothing was done */
     ResultBufferTooSmall = 11, /* the result is longer than the caller's buffer */
     ResultClosed = 101,        /* the scanner isn't open */
     ResultClaimed = 102,       /* another handle or process holds the port */
     ResultNotClaimed = 103,
     ResultDisabled = 105,   /* the scanner isn't connected at present */
-    ResultIllegal = 106,    /* not allowed now: not connected, or another exchange is running */
+    ResultIllegal = 106,    /* not allowed now: not connected, another exchange is running, or no claim can be made */
     ResultNoHardware = 107, /* no scanner was found, or it could not be opened */
     ResultNoExist = 109,    /* no link for this handle, or a query's exchange failed */
     ResultFailure = 111,    /* a reply wasn't the one expected */
     ResultTimeout = 112,
     ResultBusy = 113,         /* used inside the library alone */
     ResultReplyTooLong = 115, /* as ResultBufferTooSmall, from the calls that say so */
-    ResultOpenException = 403 /* opening met an unexpected failure */
+    ResultOpenException = 403 /* most often a value of the connection text that should be a number */
 };
 
 /* States that getScannnerState tells. */
@@ -88,7 +97,8 @@ QUILLET_API ScannerHandle createScanner(void);
 
 /*
  * Ends a handle in any state, closing it first. Waits for calls that other threads have under way on it, which it
- * makes end soon. Destroying any handle also stops the log, for the whole process, until the next setLogLevel.
+ * makes end soon (convention 6). Destroying any handle also stops the log, for the whole process, until the next
+ * setLogLevel; lines that aren't in the file yet are lost.
  * Results: 0, 10.
  */
 QUILLET_API ResultCode destoryScanner(ScannerHandle handle);
@@ -100,24 +110,27 @@ QUILLET_API ResultCode destoryScanner(ScannerHandle handle);
  * connection: "key=value,key=value", case ignored, no blanks around. Keys:
  *   protocol    "usb", "virtual serial port", "serial port"; anything else, or nothing, chooses by what is plugged in,
  *               USB before virtual serial
- *   serialport  number of the COM port, for the serial protocols
+ *   serialport  number of the COM port; counts only beside one of the two serial protocols
  *   baudrate    bits per second, 9600 by default
  *   bytesize    data bits, 8 by default
  *   parity      0 none (default), 1 odd, 2 even, 3 mark, 4 space
  *   stopbits    0 one (default), 1 one and a half, 2 two
- *   module      a text for the device's name in the log
- * An empty text is a good choice where there is one scanner.
+ *   module      accepted, without a visible effect
+ * An empty text is a good choice where there is one scanner. README.md tells which scanners are found, and
+ * docs/troubleshooting.md what each result can come from.
  *
  * From then on the scanner comes back by itself after it was unplugged, and getScannnerState tells whether it is
- * there. On a handle in state 3 the call returns 0 and doesn't look at the text. After a failure the handle is closed
- * and nothing is held.
+ * there. On a handle in state 3 the call returns 0 and doesn't look at the text. In state 2 it closes and opens anew:
+ * barcodes that wait are dropped, and if the scanner is still away the call fails and the handle, closed now, waits for
+ * it no more. So wait for state 3 instead. After a failure the handle is closed and nothing is held.
  * Results: 0, 10, 101, 102, 103, 105, 106, 107, 403.
  */
 QUILLET_API ResultCode openScanner(ScannerHandle handle, const char* connection);
 
 /*
  * Disconnects and gives up the port; barcodes that wait are dropped. An exchange under way on another thread ends with
- * 112. Results: 0, 10, 101 if the handle isn't open.
+ * 112. A getBarCode that is waiting isn't ended. Waits up to 2 s for a device that takes nothing (convention 7), and
+ * for a getSerialPortDevice on the handle. Results: 0, 10, 101 if the handle isn't open.
  */
 QUILLET_API ResultCode closeScanner(ScannerHandle handle);
 
@@ -138,24 +151,26 @@ QUILLET_API ResultCode setScannerPattern(ScannerHandle handle, int32_t pattern);
  * program's executable. It takes no handle. level: 0 to 8 keeps lines of that level and above (1 debug, 2 warnings,
  * 3 errors, 4 failures, 6 and 7 entry and exit of operations, 8 details; the order is the filter's, so 2 keeps all but
  * debug lines and 8 keeps details alone), 9 and above stops the log. Results: 0, also if the file can't be written,
- * 10 for a level below 0.
+ * 10 for a level below 0. README.md tells where the file lies and what stands in it.
  */
 QUILLET_API ResultCode setLogLevel(int32_t level);
 
 /* ---- Barcodes -------------------------------------------------------------------------------------------------- */
 
 /*
- * Takes the oldest waiting barcode; waits for one if there is none. Barcodes wait in the order of their scanning, from
- * the moment of connecting until closeScanner, also while the scanner is unplugged.
+ * Takes the oldest waiting barcode; waits for one if there is none. A time-out of 0 waits, too: up to 100 ms. Barcodes
+ * wait in the order of their scanning, from the moment of connecting until closeScanner, also while the scanner is
+ * unplugged. The longest barcode that is kept has 1 MiB; a longer one is dropped whole.
  *
- * codeType:  receives the number of the symbology, 0 if unknown; may be null
- * buffer:    receives the barcode, any bytes (convention 4)
+ * codeType:  receives the number of the symbology (docs/symbologies.md), 0 if unknown; may be null
+ * buffer:    receives the barcode, any bytes (convention 4); 8192 bytes hold any single symbol
  * length:    receives its length
- * timeoutMs: below 0 waits for ever. The time is looked at every 100 ms, so a call can end up to 100 ms late; with 0
- *            it ends after 100 ms at the latest. A barcode ends the wait at once.
+ * timeoutMs: below 0 waits for ever. The time is looked at every 100 ms, so a call can end up to 100 ms late. A
+ *            barcode ends the wait at once. On a handle that isn't open the call waits as well, and closeScanner
+ *            doesn't end it, only destoryScanner does; so a limit is the better choice.
  *
- * Results: 0; 10; 11 if the barcode is longer than the buffer, and then it is lost, with buffer and length as they
- * were; 112 if none came in time.
+ * Results: 0; 10; 11 if the barcode is longer than the buffer, and then it is lost, with codeType written, buffer and
+ * length as they were; 112 if none came in time.
  */
 QUILLET_API ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8_t* buffer, int32_t bufferSize,
                                   int32_t* length, int64_t timeoutMs);
@@ -180,9 +195,10 @@ QUILLET_API ResultCode getBarCodeCacheCount(ScannerHandle handle, int32_t* count
  *   Characters are single bytes of any value; int8_t where the bytes from 0x80 up count as negative.
  *
  * Results, unless a call says otherwise:
- *   0    handed to the connection, which includes a write that failed there (the log has it)
+ *   0    handed to the connection. That includes a write that failed there (the log has it) and a scanner that is
+ *        away at present (state 2): the setting is lost then
  *   10   null handle or a refused value; nothing was sent
- *   109  the handle has no connection; nothing was sent
+ *   109  the handle has no connection; nothing was sent. Ports above COM132 have none for sending
  *
  * docs/setting-codes.md lists the settings with the numbers that QueryCommandSetting, getBarCodeCmd and
  * getQRBarCodeCmd know them by.
@@ -436,7 +452,8 @@ QUILLET_API ResultCode getQRBarCodeCmd(const char* settings, int32_t bufferSize,
  * reply: the payload of a good reply without its first byte; for any other reply, and for that to a query of a
  *        setting, the raw bytes received.
  * Results: 0, with an empty reply leaving reply and replyLength as they were; 10; 11 if the reply is longer than the
- * buffer; 106 if not connected, or while another exchange is running on the handle; 112 if no reply came in time.
+ * buffer; 106 if not connected, or while another exchange is running on the handle; 112 if no reply came in time, it
+ * was longer than 1 MiB, or the handle was closed or destroyed meanwhile.
  */
 QUILLET_API ResultCode directIO(ScannerHandle handle, const uint8_t* command, int32_t commandSize, uint8_t* reply,
                                 int32_t replySize, int32_t* replyLength, int64_t timeoutMs);
@@ -453,6 +470,9 @@ QUILLET_API ResultCode PortCommandInteraction(ScannerHandle handle, const char* 
 
 /*
  * Reads a setting back. commandId: 0 to 150 without 147, see docs/setting-codes.md. Waits up to 2.3 s.
+ * What the scanner answers late is taken for the reply: the answer to a setting call gives 111, that to an earlier
+ * query 111 or a wrong value. So wait 700 ms after a setting call, and take a value that has come twice in a row, as
+ * examples/configure_scanner.c does.
  * Results: 0; 10 for an unknown id or a null pointer; 109 if the exchange failed, also for a null handle; 111 for a
  * reply that isn't to this setting or isn't whole; 115 if the value is longer than the buffer, which is then zero.
  */
@@ -467,9 +487,11 @@ QUILLET_API ResultCode getScannerVersion(ScannerHandle handle, uint8_t* buffer, 
 
 /*
  * Opens every serial port of the machine in turn as a virtual serial scanner and gives a text such as
- * "COM3,SN:1234||COM7,SN:5678||" of those where one answers, empty if there is none. Takes up to 2 s a port and ends
- * with the handle closed; a handle that is open answers for the first port. buffer and length may be null (convention
- * 3: then as a buffer of length 0). Results: 0; 115 if the text is longer than the buffer.
+ * "COM3,SN:1234||COM7,SN:5678||" of those where one answers, empty if there is none. It sends the bytes of three
+ * commands to each of them, whatever is connected: a scale or a printer gets them, too. Takes up to 2 s a port, and
+ * opening and closing the handle wait for it. Ends with the handle closed; on a machine without a port it is left as it
+ * was. A handle that is open answers for the first port. buffer and length may be null (convention 3: then as a buffer
+ * of length 0). Results: 0, also for a null handle; 115 if the text is longer than the buffer.
  */
 QUILLET_API ResultCode getSerialPortDevice(ScannerHandle handle, int32_t bufferSize, uint8_t* buffer, int32_t* length);
 

@@ -31,11 +31,6 @@ TEST_F(SettingsTest, TruthValues) {
         const char* on;
     } samples[] = {
         {setAimAtPrasing, "53 00", "53 01"},
-        {setAztecCodeInverse, "50 04 4D 00", "50 04 4D 01"},
-        {setUDIFullDataOutput, "2F 07 20 00", "2F 07 20 01"},
-        {setQRCodeInverse, "40 04 4B 00", "40 04 4B 01"},
-        {setQRCode, "40 28 00", "40 28 01"},
-        {setQRcode, "68 00", "68 01"},
         {setMSI, "40 15 00 00", "40 15 01 00"},
         {setConvertEAN_8ToEAN_13, "40 2E 01", "40 2E 00"},
         {setUPC_ACheckBit, "50 00 28 01", "50 00 28 00"},

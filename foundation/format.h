@@ -2,8 +2,12 @@
 // type.
 #pragma once
 
+#include <array>
+#include <charconv>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -13,28 +17,44 @@
 
 namespace quillet {
 
-// A value ready to be filled in: its own text, and its text at "%x".
-struct FormatValue {
-    std::string text;
-    std::string hex;
+// A value ready to be filled in; lives no longer than the text that it was made of.
+class FormatValue {
+  public:
+    FormatValue(std::string_view value) : m_Text(value) {}
+    FormatValue(const std::string& value) : m_Text(value) {}
+    FormatValue(const char* value) : m_Text(value) {}
+    FormatValue(char value) : m_Digits{value}, m_Text(m_Digits.data(), 1) {}
+    FormatValue(bool value) : FormatValue(static_cast<uint8_t>(value)) {}
+    // A negative number shows the hexadecimal digits of its own width.
+    template <std::integral T>
+    FormatValue(T value)
+        : m_Text(m_Digits.data(), DecimalDigits(value)), m_Number(static_cast<std::make_unsigned_t<T>>(value)) {}
+    FormatValue(const FormatValue&) = delete;
+    FormatValue& operator=(const FormatValue&) = delete;
 
-    FormatValue(const std::string& value) : text(value), hex(NumToHexText(value)) {}
-    FormatValue(std::string_view value) : FormatValue(std::string(value)) {}
-    FormatValue(const char* value) : FormatValue(std::string(value)) {}
-    FormatValue(char value) : FormatValue(std::string(1, value)) {}
-    FormatValue(bool value) : text(NumToString(value)), hex(NumToHexText(static_cast<uint64_t>(value))) {}
-    template <std::signed_integral T>
-    requires(sizeof(T) > 1) FormatValue(T value) : text(std::to_string(value)), hex(HexOfWidth(value)) {}
-    template <std::unsigned_integral T>
-    FormatValue(T value) : text(std::to_string(value)), hex(NumToHexText(static_cast<uint64_t>(value))) {}
+    std::string_view Text() const { return m_Text; }
+    // Its text at "%x".
+    std::string Hex() const { return m_Number ? NumToHexText(*m_Number) : NumToHexText(std::string(m_Text)); }
 
   private:
-    // A negative number shows the digits of its own width.
-    template <std::signed_integral T>
-    static std::string HexOfWidth(T value) {
-        return NumToHexText(static_cast<uint64_t>(static_cast<std::make_unsigned_t<T>>(value)));
+    template <std::integral T>
+    size_t DecimalDigits(T value) {
+        return static_cast<size_t>(std::to_chars(m_Digits.begin(), m_Digits.end(), value).ptr - m_Digits.begin());
     }
+
+    std::array<char, 20> m_Digits{};  // before m_Text, which shows it; the longest number needs all of it
+    std::string_view m_Text;
+    std::optional<uint64_t> m_Number;
 };
+
+// What a value takes the place of; with `size` 0 nothing, and `at` is the end of the text.
+struct Placeholder {
+    size_t at = 0;
+    size_t size = 0;
+    bool hex = false;
+};
+
+Placeholder FindPlaceholder(std::string_view text);
 
 // True if FillIn would find a place for a value.
 bool HasPlaceholder(std::string_view text);

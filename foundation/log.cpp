@@ -1,11 +1,11 @@
 #include "foundation/log.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdio>
+#include <memory>
 #include <utility>
 
-#include "foundation/no_destroy.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 
@@ -14,55 +14,87 @@ namespace {
 
 // The tabs line the messages up and are part of each line.
 constexpr std::array<std::string_view, 10> kLevelNames = {
-    "LLAll\t\t\t", "LLDebug\t\t",   "LLWarnings\t", "LLError\t\t", "LLCritical\t",
-    "LLFatal\t\t", "LLTraceIn\t\t", "LLTraceOut\t", "LLInfo\t\t",  "LLOFF\t\t\t"};
+    "LLAll\t\t\t:", "LLDebug\t\t:",   "LLWarnings\t:", "LLError\t\t:", "LLCritical\t:",
+    "LLFatal\t\t:", "LLTraceIn\t\t:", "LLTraceOut\t:", "LLInfo\t\t:",  "LLOFF\t\t\t:"};
+
+constexpr std::string_view kBeforeThread = "]  Thread Id: ";
+constexpr std::string_view kBehindThread = ", ";
+constexpr size_t kDateSize = std::string_view("[MM/DD/YYYY hh:mm:ss.mmm").size();
 
 struct LogRecord {
     int32_t level;
-    const std::string& message;
-    const std::string& module;
-    std::string threadId;
+    const MessagePieces& message;
+    std::string_view module;
+    FormatValue threadId;
 };
 
 std::string_view LevelName(int32_t level) {
     const bool known = level >= 0 && static_cast<size_t>(level) < kLevelNames.size();
-    return known ? kLevelNames[static_cast<size_t>(level)] : std::string_view{};
+    return known ? kLevelNames[static_cast<size_t>(level)] : ":";
 }
 
-std::string TimeStamp() {
-    const platform::LocalTime now = platform::TheClock().Local();
-    char text[128];
-    std::snprintf(text, sizeof text, "[%02d/%02d/%04d %02d:%02d:%02d.%03d]  ", now.month, now.day, now.year, now.hour,
-                  now.minute, now.second, now.millisecond);
-    return text;
+// "00", "01" and so on to "99".
+constexpr std::array<char, 200> kPairs = [] {
+    std::array<char, 200> pairs{};
+    for (size_t i = 0; i < pairs.size(); ++i) pairs[i] = static_cast<char>('0' + (i % 2 == 0 ? i / 20 : i / 2 % 10));
+    return pairs;
+}();
+
+// The last two digits of the number.
+char* PutPair(char* at, int number) {
+    return std::copy_n(&kPairs[static_cast<unsigned>(number) % 100 * 2], 2, at);
 }
 
-std::string ComposeLine(const LogRecord& record) {
-    std::string line = TimeStamp();
-    line += "Thread Id: ";
-    line += record.threadId;
-    line += ", ";
-    line += record.module;
-    line += LevelName(record.level);
-    line += ':';
-    line += record.message;
-    line += '\n';
-    return line;
+char* PutText(char* at, std::string_view text) {
+    return std::copy(text.begin(), text.end(), at);
 }
+
+char* PutDate(char* at, const platform::LocalTime& now) {
+    at = PutPair(PutText(at, "["), now.month);
+    at = PutPair(PutText(at, "/"), now.day);
+    at = PutPair(PutText(at, "/"), now.year / 100);
+    at = PutPair(at, now.year);
+    at = PutPair(PutText(at, " "), now.hour);
+    at = PutPair(PutText(at, ":"), now.minute);
+    at = PutPair(PutText(at, ":"), now.second);
+    *at++ = '.';
+    *at++ = static_cast<char>('0' + now.millisecond / 100 % 10);
+    return PutPair(at, now.millisecond);
+}
+
+// The text of a line, in memory of its own only if it is long.
+class LineText {
+  public:
+    explicit LineText(const LogRecord& record) {
+        const auto& [first, second, third] = record.message;
+        const std::array<std::string_view, 9> pieces = {kBeforeThread,
+                                                        record.threadId.Text(),
+                                                        kBehindThread,
+                                                        record.module,
+                                                        LevelName(record.level),
+                                                        first,
+                                                        second,
+                                                        third,
+                                                        "\n"};
+        m_Size = kDateSize;
+        for (const std::string_view piece : pieces) m_Size += piece.size();
+        if (!IsShort()) m_Long = std::make_unique_for_overwrite<char[]>(m_Size);
+        char* at = PutDate(Begin(), platform::TheClock().Local());
+        for (const std::string_view piece : pieces) at = PutText(at, piece);
+    }
+
+    operator std::string_view() { return {Begin(), m_Size}; }
+
+  private:
+    bool IsShort() const { return m_Size <= m_Short.size(); }
+    char* Begin() { return IsShort() ? m_Short.data() : m_Long.get(); }
+
+    size_t m_Size;
+    std::unique_ptr<char[]> m_Long;
+    std::array<char, 160> m_Short;  // moved whole, which costs less than to ask how much of it
+};
 
 thread_local LogHold* t_Hold = nullptr;  // of the calling thread, or null
-
-void WritePair(int32_t level, std::string_view first, std::string_view second) noexcept {
-    if (!LogWanted(level)) return;
-    try {
-        std::string text;
-        text.reserve(first.size() + second.size());
-        text += first;
-        text += second;
-        log_detail::Write(level, text);
-    } catch (...) {  // as in Write
-    }
-}
 
 }  // namespace
 
@@ -102,35 +134,28 @@ void myLogManager::ShutDown() {
     file.Close();
 }
 
-void myLogManager::Log(int32_t lineLevel, const std::string& module, const std::string& message) {
+void myLogManager::Log(int32_t lineLevel, std::string_view module, std::string_view message) {
+    LogPieces(lineLevel, module, {message});
+}
+
+void myLogManager::LogPieces(int32_t lineLevel, std::string_view module, const MessagePieces& message) {
     if (!Wants(lineLevel)) return;
-    std::string line = ComposeLine({lineLevel, message, module, NumToString(platform::CurrentThreadId())});
+    LineText line({lineLevel, message, module, platform::CurrentThreadId()});
     if (t_Hold != nullptr) {
-        t_Hold->m_Lines.push_back(std::move(line));
+        t_Hold->m_Lines.emplace_back(std::string_view(line));
     } else {
         Enqueue(std::move(line));
     }
 }
 
-void myLogManager::Enqueue(std::string line) {
+template <typename Line>
+void myLogManager::Enqueue(Line&& line) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    if (pool) pool->Enqueue([this, line = std::move(line)] { WriteLine(line); });
+    if (pool) pool->Enqueue([this, line = std::forward<Line>(line)]() mutable { WriteLine(line); });
 }
 
-void myLogManager::WriteLine(const std::string& line) {
+void myLogManager::WriteLine(std::string_view line) {
     file.Write(line);
-}
-
-myLogManager& TheLog() noexcept {
-    static NoDestroy<myLogManager> log;
-    return log.Get();
-}
-
-void LogTraceIn(std::string_view prefix, std::string_view name) noexcept {
-    WritePair(LLTraceIn, prefix, name);
-}
-void LogTraceOut(std::string_view prefix, std::string_view name) noexcept {
-    WritePair(LLTraceOut, prefix, name);
 }
 
 LogHold::LogHold(bool hold) noexcept : m_Holding(hold) {
@@ -153,16 +178,23 @@ void LogHold::LetGo() noexcept {
 
 namespace log_detail {
 
-void Write(int32_t level, std::string_view text) noexcept {
-    if (!LogWanted(level)) return;
+NoDestroy<myLogManager> g_Log;
+
+void WritePieces(int32_t level, const MessagePieces& message) noexcept {
     try {
-        TheLog().Log(level, std::string(), std::string(text));
-    } catch (...) {  // no memory for a line is no reason to fail the operation that it tells of
+        TheLog().LogPieces(level, {}, message);
+    } catch (...) {  // as the header says
     }
 }
 
-std::string Join(std::string_view format, const FormatValue& value) {
-    return HasPlaceholder(format) ? FillIn(std::string(format), value) : std::string(format) + value.text;
+void WriteFilled(int32_t level, std::string_view format, const FormatValue& value) noexcept {
+    try {
+        const Placeholder place = FindPlaceholder(format);
+        const std::string hex = place.hex ? value.Hex() : std::string();
+        WritePieces(level,
+                    {format.substr(0, place.at), place.hex ? hex : value.Text(), format.substr(place.at + place.size)});
+    } catch (...) {  // as in WritePieces
+    }
 }
 
 }  // namespace log_detail

@@ -4,6 +4,7 @@
 // wait for the disk, and cost one comparison while the log is off. The log's own worker must not call them.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -14,6 +15,7 @@
 
 #include "foundation/format.h"
 #include "foundation/log_file.h"
+#include "foundation/no_destroy.h"
 #include "foundation/text.h"
 #include "foundation/thread_pool.h"
 
@@ -34,12 +36,15 @@ enum LogLevel : int32_t {
     LLOFF = 9  // a threshold that lets nothing through
 };
 
+// Parts of a message, which stand one behind the other in the line.
+using MessagePieces = std::array<std::string_view, 3>;
+
 class ILog {
   public:
     virtual ~ILog() = default;
     virtual void SetLevel(int32_t level) = 0;
-    virtual void Log(int32_t level, const std::string& module, const std::string& message) = 0;
-    virtual void WriteLine(const std::string& line) = 0;
+    virtual void Log(int32_t level, std::string_view module, std::string_view message) = 0;
+    virtual void WriteLine(std::string_view line) = 0;
 };
 
 class myLogManager : public ILog {
@@ -57,18 +62,21 @@ class myLogManager : public ILog {
     // Stop, and closes the file: the next Start opens one of a name of its own time.
     void ShutDown();
 
-    void Log(int32_t level, const std::string& module, const std::string& message) override;
+    void Log(int32_t level, std::string_view module, std::string_view message) override;
+    // The same for a message in pieces.
+    void LogPieces(int32_t level, std::string_view module, const MessagePieces& message);
     // Runs on the worker.
-    void WriteLine(const std::string& line) override;
+    void WriteLine(std::string_view line) override;
 
     // False if a line of this level would be dropped at once.
     bool Wants(int32_t wantedLevel) const noexcept {
-        return wantedLevel >= level.load(std::memory_order_relaxed) && running.load(std::memory_order_relaxed);
+        return running.load(std::memory_order_relaxed) && wantedLevel >= level.load(std::memory_order_relaxed);
     }
 
   private:
     friend class LogHold;
-    void Enqueue(std::string line);
+    template <typename Line>
+    void Enqueue(Line&& line);
 
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
@@ -77,8 +85,17 @@ class myLogManager : public ILog {
     std::atomic<bool> running{false};  // mirrors `pool` for the test that takes no lock
 };
 
+namespace log_detail {
+
+// Made when the library is loaded, and not on first use: that may be anywhere, and must neither fail nor cost anything.
+extern NoDestroy<myLogManager> g_Log;
+
+}  // namespace log_detail
+
 // The process's log; lives until the library is unloaded, and past that for threads that are late.
-myLogManager& TheLog() noexcept;
+inline myLogManager& TheLog() noexcept {
+    return log_detail::g_Log.Get();
+}
 
 inline bool LogWanted(int32_t level) noexcept {
     return TheLog().Wants(level);
@@ -105,16 +122,24 @@ const T& ValueText(const T& value) {
     return value;
 }
 
-void Write(int32_t level, std::string_view text) noexcept;
+// No memory for a line is no reason to fail the operation that it tells of: the line is lost.
+void WritePieces(int32_t level, const MessagePieces& message) noexcept;
 // The value at the format's placeholder; directly behind the format if it holds none.
-std::string Join(std::string_view format, const FormatValue& value);
+void WriteFilled(int32_t level, std::string_view format, const FormatValue& value) noexcept;
+
+inline void Write(int32_t level, std::string_view text) noexcept {
+    if (LogWanted(level)) WritePieces(level, {text});
+}
+inline void WritePair(int32_t level, std::string_view first, std::string_view second) noexcept {
+    if (LogWanted(level)) WritePieces(level, {first, second});
+}
 
 template <typename T>
 void WriteJoined(int32_t level, std::string_view format, const T& value) noexcept {
     if (!LogWanted(level)) return;
     try {
-        Write(level, Join(format, FormatValue(ValueText(value))));
-    } catch (...) {  // no memory for a line is no reason to fail the operation that it tells of
+        WriteFilled(level, format, FormatValue(ValueText(value)));
+    } catch (...) {  // as in WritePieces
     }
 }
 
@@ -158,8 +183,12 @@ void LogInfo(std::string_view format, const T& value) noexcept {
     log_detail::WriteJoined(LLInfo, format, value);
 }
 
-void LogTraceIn(std::string_view prefix, std::string_view name) noexcept;
-void LogTraceOut(std::string_view prefix, std::string_view name) noexcept;
+inline void LogTraceIn(std::string_view prefix, std::string_view name) noexcept {
+    log_detail::WritePair(LLTraceIn, prefix, name);
+}
+inline void LogTraceOut(std::string_view prefix, std::string_view name) noexcept {
+    log_detail::WritePair(LLTraceOut, prefix, name);
+}
 
 // Writes ">>> name" now and "<<< name" once, on whichever road the scope is left.
 class LogTrace {

@@ -20,7 +20,7 @@ void LogFile::Close() {
     stream.reset();
 }
 
-void LogFile::Write(const std::string& line) {
+void LogFile::Write(std::string_view line) {
     if (stream) stream->Write(line);
 }
 

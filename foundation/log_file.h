@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -22,7 +23,7 @@ class LogFile {
     bool IsOpen() const { return stream != nullptr; }
 
     // Hands the line to the system at once.
-    void Write(const std::string& line);
+    void Write(std::string_view line);
 
     // "<prefix>_<year>-<month>-<day>_<hour>.log"; the hour isn't padded. Without a prefix, without its "_"
     // too.

@@ -1,8 +1,12 @@
 #include "foundation/thread_pool.h"
 
-#include <utility>
-
 namespace quillet::mylib {
+namespace {
+
+constexpr size_t kKeptTasks = 1024;
+
+}  // namespace
+
 ThreadPool::~ThreadPool() {
     Stop();
 }
@@ -21,14 +25,6 @@ void ThreadPool::Start() {
     wakeUp.notify_all();
 }
 
-void ThreadPool::Enqueue(std::function<void()> task) {
-    {
-        std::lock_guard<std::mutex> lock(tasksMutex);
-        tasks.push_back(std::move(task));
-    }
-    wakeUp.notify_one();
-}
-
 void ThreadPool::Stop() {
     std::lock_guard<std::mutex> lock(threadsMutex);
     if (state != Running) return;
@@ -40,24 +36,38 @@ void ThreadPool::Stop() {
 }
 
 void ThreadPool::RunWorker() {
-    for (;;) {
-        std::function<void()> task;
-        {
-            std::unique_lock<std::mutex> lock(tasksMutex);
-            const bool woken = wakeUp.wait_for(
-                lock, idleWait, [this] { return (!tasks.empty() && state == Running) || state == Stopping; });
-            if (state == Stopping) return;
-            if (!woken) continue;
-            task = std::move(tasks.front());
-            tasks.pop_front();
-        }
-        ++activeCount;
-        try {
-            task();
-        } catch (...) {  // a task that fails must not end the worker of those behind it
-        }
-        --activeCount;
+    while (TakeTasks()) {
+        while (HasTaken() && state == Running) RunNextTask();
+        if (!HasTaken()) EndRound();
     }
+}
+
+// Waits for tasks, or for a round without any; false at the end. What a Stop has left of those taken comes first after
+// the next Start.
+bool ThreadPool::TakeTasks() {
+    std::unique_lock<std::mutex> lock(tasksMutex);
+    wakeUp.wait_for(lock, idleWait,
+                    [this] { return (state == Running && (!tasks.empty() || HasTaken())) || state == Stopping; });
+    if (state == Running && !HasTaken()) taken.swap(tasks);
+    return state != Stopping;
+}
+
+void ThreadPool::RunNextTask() {
+    Task& task = taken[nextTaken++];
+    ++activeCount;
+    try {
+        task();
+    } catch (...) {  // a task that fails must not end the worker of those behind it
+    }
+    --activeCount;
+    task.Drop();
+}
+
+// The list keeps its memory for the next round, but not what a long queue has taken.
+void ThreadPool::EndRound() {
+    taken.clear();
+    nextTaken = 0;
+    if (taken.capacity() > kKeptTasks) taken.shrink_to_fit();
 }
 
 void ThreadPool::SetState(State newState) {

@@ -4,12 +4,13 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <functional>
 #include <mutex>
+#include <utility>
 #include <vector>
 
+#include "foundation/task.h"
 #include "platform/thread.h"
 
 namespace quillet::mylib {
@@ -28,7 +29,14 @@ class ThreadPool {
 
     // Adds a task and wakes the worker; never waits for a task. There is no limit to the queue. An exception
     // out of a task is swallowed.
-    void Enqueue(std::function<void()> task);
+    template <typename F>
+    void Enqueue(F&& task) {
+        {
+            std::lock_guard<std::mutex> lock(tasksMutex);
+            tasks.emplace_back(std::forward<F>(task));
+        }
+        wakeUp.notify_one();
+    }
 
     // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped
     // pool.
@@ -38,12 +46,19 @@ class ThreadPool {
     enum State : int32_t { Running = 1, Stopped = 2, Stopping = 3 };
 
     void RunWorker();
+    bool TakeTasks();
+    void RunNextTask();
+    void EndRound();
+    bool HasTaken() const { return nextTaken < taken.size(); }
     void SetState(State newState);
 
     const std::chrono::milliseconds idleWait;
-    std::deque<std::function<void()>> tasks;  // guarded by tasksMutex
-    std::mutex tasksMutex;                    // also held at each change of `state`, or a wake-up could be lost
-    std::mutex threadsMutex;                  // guards `threads`
+    // Two lists that change places, so that neither thread asks for memory while they are long enough.
+    std::vector<Task> tasks;  // guarded by tasksMutex
+    std::vector<Task> taken;  // the worker's alone: what it has taken out of `tasks`, all at once
+    size_t nextTaken = 0;     // the worker's alone
+    std::mutex tasksMutex;    // also held at each change of `state`, or a wake-up could be lost
+    std::mutex threadsMutex;  // guards `threads`
     std::vector<platform::Thread> threads;
     std::condition_variable wakeUp;
     std::atomic<uint64_t> threadCount{0};

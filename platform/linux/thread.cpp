@@ -41,6 +41,10 @@ void RunBody(const std::string& name, const std::function<void()>& body) {
     }
 }
 
+// The system is asked once a thread. In a child of fork its one thread has another id than the thread it is a copy of.
+thread_local uint32_t t_ThreadId = 0;
+const bool g_ForgetsAtFork = ::pthread_atfork(nullptr, nullptr, [] { t_ThreadId = 0; }) == 0;
+
 }  // namespace
 
 struct Thread::Impl {
@@ -79,7 +83,10 @@ Thread StartThread(const char* name, std::function<void()> body) {
 }
 
 uint32_t CurrentThreadId() noexcept {
-    return static_cast<uint32_t>(::gettid());
+    if (t_ThreadId != 0) return t_ThreadId;
+    const auto id = static_cast<uint32_t>(::gettid());
+    if (g_ForgetsAtFork) t_ThreadId = id;
+    return id;
 }
 
 void SetCurrentThreadName(const char* name) noexcept {

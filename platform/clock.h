@@ -38,7 +38,7 @@ Clock& TheClock() noexcept;
 // until then and sees to it that no other thread is using the old one any more.
 void ReplaceClock(Clock* clock) noexcept;
 
-// Given by the operating system's folder.
+// Given by the operating system's folder; needs no memory.
 Clock& SystemClock() noexcept;
 
 }  // namespace quillet::platform

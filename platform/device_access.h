@@ -135,13 +135,14 @@ class DeviceAccess {
     virtual OpenResult Open(const std::string& path, Sharing sharing) = 0;
 };
 
-// The access in use: the system's, unless a test has put one of its own in its place.
-DeviceAccess& TheDeviceAccess() noexcept;
+// The access in use: the system's, unless a test has put one of its own in its place. Made on first use:
+// std::bad_alloc if there is no memory then, and the next use tries again.
+DeviceAccess& TheDeviceAccess();
 // Null puts the system's back. The caller keeps the object alive until then; no device may be open across the
 // change.
 void ReplaceDeviceAccess(DeviceAccess* access) noexcept;
 
-// Given by the operating system's folder.
-DeviceAccess& SystemDeviceAccess() noexcept;
+// Given by the operating system's folder; throws as TheDeviceAccess.
+DeviceAccess& SystemDeviceAccess();
 
 }  // namespace quillet::platform

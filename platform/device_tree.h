@@ -72,13 +72,14 @@ class DeviceTree {
     virtual QuickLook LookFor(DeviceClass /*deviceClass*/, const std::string& /*device*/) { return {}; }
 };
 
-// The tree in use: the system's, unless a test has put one of its own in its place.
-DeviceTree& TheDeviceTree() noexcept;
+// The tree in use: the system's, unless a test has put one of its own in its place. Made on first use:
+// std::bad_alloc if there is no memory then, and the next use tries again.
+DeviceTree& TheDeviceTree();
 // Null puts the system's back. The caller keeps the object alive until then and sees to it that nobody is
 // looking.
 void ReplaceDeviceTree(DeviceTree* tree) noexcept;
 
-// Given by the operating system's folder.
-DeviceTree& SystemDeviceTree() noexcept;
+// Given by the operating system's folder; throws as TheDeviceTree.
+DeviceTree& SystemDeviceTree();
 
 }  // namespace quillet::platform

@@ -23,7 +23,7 @@ void ReplaceClock(Clock* clock) noexcept {
     g_Clock.store(clock, std::memory_order_release);
 }
 
-DeviceAccess& TheDeviceAccess() noexcept {
+DeviceAccess& TheDeviceAccess() {
     DeviceAccess* replaced = g_DeviceAccess.load(std::memory_order_acquire);
     return replaced != nullptr ? *replaced : SystemDeviceAccess();
 }
@@ -32,7 +32,7 @@ void ReplaceDeviceAccess(DeviceAccess* access) noexcept {
     g_DeviceAccess.store(access, std::memory_order_release);
 }
 
-DeviceTree& TheDeviceTree() noexcept {
+DeviceTree& TheDeviceTree() {
     DeviceTree* replaced = g_DeviceTree.load(std::memory_order_acquire);
     return replaced != nullptr ? *replaced : SystemDeviceTree();
 }

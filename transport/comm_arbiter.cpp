@@ -23,6 +23,9 @@ bool IsSerial(uint32_t linkType) {
     return linkType == LinkSerial || linkType == LinkVirtualSerial;
 }
 
+// Made when the library is loaded: the first use may be anywhere, and must not fail.
+NoDestroy<CCommArbiter> g_Arbiter;
+
 void LogKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
     LogInfo("    | DeviceType:         ", deviceType);
     LogInfo("    | LinkType:         ", linkType);
@@ -277,8 +280,7 @@ void CCommArbiter::RemoveClaim(const std::string& name) {
 }
 
 CCommArbiter& TheCommArbiter() noexcept {
-    static NoDestroy<CCommArbiter> arbiter;
-    return arbiter.Get();
+    return g_Arbiter.Get();
 }
 
 }  // namespace quillet

@@ -85,7 +85,7 @@ OpenResult LinuxDeviceAccess::Open(const std::string& path, Sharing sharing) try
     return {nullptr, failed.error};
 }
 
-DeviceAccess& SystemDeviceAccess() noexcept {
+DeviceAccess& SystemDeviceAccess() {
     static NoDestroy<LinuxDeviceAccess> access(SystemRoots());
     return access.Get();
 }

@@ -165,7 +165,7 @@ QuickLook LinuxDeviceTree::LookForHid(const std::string& path) {
     return {id.empty() ? QuickLook::Outcome::NotFound : QuickLook::Outcome::Found, std::move(id)};
 }
 
-DeviceTree& SystemDeviceTree() noexcept {
+DeviceTree& SystemDeviceTree() {
     static NoDestroy<LinuxDeviceTree> tree(SystemRoots());
     return tree.Get();
 }

@@ -15,7 +15,7 @@ OpenResult WindowsDeviceAccess::Open(const std::string& path, Sharing sharing) {
     return {std::make_unique<WindowsDeviceFile>(std::move(handle)), 0};
 }
 
-DeviceAccess& SystemDeviceAccess() noexcept {
+DeviceAccess& SystemDeviceAccess() {
     static NoDestroy<WindowsDeviceAccess> access;
     return access.Get();
 }

@@ -38,7 +38,7 @@ std::unique_ptr<DeviceSet> WindowsDeviceTree::OpenSet(DeviceClass deviceClass) {
     return std::make_unique<WindowsDeviceSet>(std::move(list), search.guid);
 }
 
-DeviceTree& SystemDeviceTree() noexcept {
+DeviceTree& SystemDeviceTree() {
     static NoDestroy<WindowsDeviceTree> tree;
     return tree.Get();
 }

@@ -24,8 +24,8 @@ namespace {
 
 using namespace quillet;
 
-constexpr int kTtysOfAKind = 32;  // as many as have a port number
-constexpr int kKinds = 3;
+constexpr size_t kTtysOfAKind = 32;  // as many as have a port number
+constexpr size_t kKinds = 3;
 constexpr int kTerminals = 4;  // ttys that are no ports
 constexpr int kHids = 100;
 constexpr char kSys[] = "/sys";
@@ -35,10 +35,11 @@ class SysTree {
   public:
     SysTree() : m_Root(std::filesystem::temp_directory_path() / ("quillet-listing-" + std::to_string(::getpid()))) {
         for (int i = 0; i < kTerminals; ++i) AddTty("tty" + std::to_string(i), "devices/virtual", "");
-        for (int i = 0; i < kTtysOfAKind; ++i) {
+        for (size_t i = 0; i < kTtysOfAKind; ++i) {
             const std::string number = std::to_string(i);
             AddTty("ttyS" + number, "devices/pnp0/00:" + number, "../../../00:" + number);
-            Write("devices/pnp0/00:" + number + "/tty/ttyS" + number + "/type", "4\n");
+            Write(std::string("devices/pnp0/00:").append(number).append("/tty/ttyS").append(number).append("/type"),
+                  "4\n");
             const std::string acm = AddUsbDevice("0009");
             AddTty("ttyACM" + number, acm, "../../../" + Name(acm));
             const std::string usb = AddUsbDevice("6001") + "/ttyUSB" + number;
@@ -84,11 +85,11 @@ class SysTree {
                                                                                           {"product", "Scanner"},
                                                                                           {"manufacturer", "Maker"},
                                                                                           {"serial", "S" + place}}) {
-            Write(device + "/" + name, value + "\n");
+            Write(std::string(device).append("/").append(name), value + "\n");
         }
         Write(device + "/uevent", number);
         Link(device + "/subsystem", "/bus/usb");
-        const std::string interface = device + "/1-" + place + ":1.0";
+        std::string interface = device + "/1-" + place + ":1.0";
         Write(interface + "/uevent", "DEVTYPE=usb_interface\n");
         Write(interface + "/bInterfaceNumber", "00\n");
         Link(interface + "/subsystem", "/bus/usb");

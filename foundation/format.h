@@ -27,8 +27,9 @@ class FormatValue {
     FormatValue(bool value) : FormatValue(static_cast<uint8_t>(value)) {}
     // A negative number shows the hexadecimal digits of its own width.
     template <std::integral T>
-    FormatValue(T value)
-        : m_Text(m_Digits.data(), DecimalDigits(value)), m_Number(static_cast<std::make_unsigned_t<T>>(value)) {}
+    FormatValue(T value) : m_Number(static_cast<std::make_unsigned_t<T>>(value)) {
+        m_Text = {m_Digits.data(), DecimalDigits(value)};
+    }
     FormatValue(const FormatValue&) = delete;
     FormatValue& operator=(const FormatValue&) = delete;
 

@@ -42,7 +42,7 @@ constexpr std::array<char, 200> kPairs = [] {
 
 // The last two digits of the number.
 char* PutPair(char* at, int number) {
-    return std::copy_n(&kPairs[static_cast<unsigned>(number) % 100 * 2], 2, at);
+    return std::copy_n(&kPairs[size_t{static_cast<unsigned>(number) % 100} * 2], 2, at);
 }
 
 char* PutText(char* at, std::string_view text) {
@@ -140,18 +140,18 @@ void myLogManager::Log(int32_t lineLevel, std::string_view module, std::string_v
 
 void myLogManager::LogPieces(int32_t lineLevel, std::string_view module, const MessagePieces& message) {
     if (!Wants(lineLevel)) return;
-    LineText line({lineLevel, message, module, platform::CurrentThreadId()});
+    LineTask<LineText> task{this, LineText({lineLevel, message, module, platform::CurrentThreadId()})};
     if (t_Hold != nullptr) {
-        t_Hold->m_Lines.emplace_back(std::string_view(line));
+        t_Hold->m_Lines.emplace_back(std::string_view(task.line));
     } else {
-        Enqueue(std::move(line));
+        Enqueue(task);
     }
 }
 
 template <typename Line>
-void myLogManager::Enqueue(Line&& line) {
+void myLogManager::Enqueue(LineTask<Line>& task) {
     std::lock_guard<std::recursive_mutex> lock(mutex);
-    if (pool) pool->Enqueue([this, line = std::forward<Line>(line)]() mutable { WriteLine(line); });
+    if (pool) pool->Enqueue(std::move(task));
 }
 
 void myLogManager::WriteLine(std::string_view line) {
@@ -170,7 +170,10 @@ void LogHold::LetGo() noexcept {
     if (!std::exchange(m_Holding, false)) return;
     t_Hold = nullptr;
     try {
-        for (std::string& line : m_Lines) TheLog().Enqueue(std::move(line));
+        for (std::string& line : m_Lines) {
+            myLogManager::LineTask<std::string> task{&TheLog(), std::move(line)};
+            TheLog().Enqueue(task);
+        }
     } catch (...) {  // as in Write
     }
     m_Lines.clear();

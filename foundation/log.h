@@ -76,7 +76,13 @@ class myLogManager : public ILog {
   private:
     friend class LogHold;
     template <typename Line>
-    void Enqueue(Line&& line);
+    struct LineTask {  // made where the line is composed, and moved into the queue once
+        void operator()() { log->WriteLine(line); }
+        myLogManager* log;
+        Line line;
+    };
+    template <typename Line>
+    void Enqueue(LineTask<Line>& task);  // moved from
 
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped

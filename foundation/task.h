@@ -11,9 +11,8 @@ namespace quillet::mylib {
 // A callable without arguments, kept inside the object: making and moving one needs no memory and can't fail.
 class Task {
   public:
-    template <typename F>
-    requires(!std::is_same_v<std::decay_t<F>, Task>) Task(F&& callable)
-        : m_Operations(&kOperationsOf<std::decay_t<F>>) {
+    template <typename F, typename = std::enable_if_t<!std::is_same_v<std::decay_t<F>, Task>>>
+    Task(F&& callable) : m_Operations(&kOperationsOf<std::decay_t<F>>) {
         using Callable = std::decay_t<F>;
         static_assert(sizeof(Callable) <= kSize && alignof(Callable) <= kAlignment);
         static_assert(std::is_nothrow_move_constructible_v<Callable>);

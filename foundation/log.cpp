@@ -67,20 +67,17 @@ class LineText {
   public:
     explicit LineText(const LogRecord& record) {
         const auto& [first, second, third] = record.message;
-        const std::array<std::string_view, 9> pieces = {kBeforeThread,
-                                                        record.threadId.Text(),
-                                                        kBehindThread,
-                                                        record.module,
-                                                        LevelName(record.level),
-                                                        first,
-                                                        second,
-                                                        third,
-                                                        "\n"};
-        m_Size = kDateSize;
-        for (const std::string_view piece : pieces) m_Size += piece.size();
+        const std::string_view thread = record.threadId.Text();
+        const std::string_view level = LevelName(record.level);
+        // One by one, and not in a loop over a list: the texts' places and sizes stay in registers.
+        m_Size = kDateSize + kBeforeThread.size() + thread.size() + kBehindThread.size() + record.module.size() +
+                 level.size() + first.size() + second.size() + third.size() + 1;
         if (!IsShort()) m_Long = std::make_unique_for_overwrite<char[]>(m_Size);
         char* at = PutDate(Begin(), platform::TheClock().Local());
-        for (const std::string_view piece : pieces) at = PutText(at, piece);
+        at = PutText(PutText(PutText(at, kBeforeThread), thread), kBehindThread);
+        at = PutText(PutText(at, record.module), level);
+        at = PutText(PutText(PutText(at, first), second), third);
+        *at = '\n';
     }
 
     operator std::string_view() { return {Begin(), m_Size}; }

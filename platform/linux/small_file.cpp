@@ -1,6 +1,8 @@
 #include "platform/linux/small_file.h"
 
+#include <array>
 #include <fcntl.h>
+#include <string_view>
 #include <utility>
 
 namespace quillet::platform {
@@ -67,17 +69,21 @@ bool ReadAll(int fd, size_t limit, std::string& content) {
     return true;
 }
 
+// One read gives all of it: the kernel fills a page for each open, and gives no attribute in pieces.
 std::string ReadAttribute(int directory, const std::string& path) {
     const UniqueFd fd(RetryInterrupted([&] { return ::openat(directory, path.c_str(), O_RDONLY | O_CLOEXEC); }));
-    std::string text;
-    if (!fd.IsOpen()) {
+    std::array<char, kAttributeLimit> page;  // NOLINT(cppcoreguidelines-pro-type-member-init): the read fills it
+    const ssize_t count =
+        fd.IsOpen() ? RetryInterrupted([&] { return ::read(fd.Get(), page.data(), page.size()); }) : -1;
+    if (count < 0) {
         ThrowIfExhausted();
-        return text;
+        return {};
     }
-    if (ReadAll(fd.Get(), kAttributeLimit, text) && text.ends_with('\n')) {
-        text.pop_back();
+    std::string_view text(page.data(), static_cast<size_t>(count));
+    if (text.ends_with('\n')) {
+        text.remove_suffix(1);
     }
-    return text;
+    return std::string(text);
 }
 
 }  // namespace quillet::platform

@@ -20,7 +20,8 @@ void MakeDirectory(const std::string& path) noexcept;
 // A text file open for appending, shared with other processes, not inherited by child processes.
 class AppendFile {
   public:
-    // Continues an existing file or makes a new one; null if it can't be opened.
+    // Continues an existing file or makes a new one, which its owner alone may write; null if it can't be opened, and
+    // for what is no plain file.
     static std::unique_ptr<AppendFile> Open(const std::string& path) noexcept;
     ~AppendFile();
     AppendFile(const AppendFile&) = delete;

@@ -13,6 +13,9 @@ namespace quillet::platform {
 namespace {
 
 constexpr size_t kPathLimit = 259;
+// For others to read; the host's umask may take away from it.
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kFileMode = 0644;
 constexpr std::string_view kDeletedMark = " (deleted)";
 
 std::string NativePath(std::string path) {
@@ -48,7 +51,9 @@ bool IsDirectory(const std::string& path) noexcept try {
     return false;
 }
 
-void MakeDirectory(const std::string& path) noexcept try { ::mkdir(NativePath(path).c_str(), 0777); } catch (...) {
+void MakeDirectory(const std::string& path) noexcept try {
+    ::mkdir(NativePath(path).c_str(), kDirectoryMode);
+} catch (...) {
     // As any other failure: the open of the file will tell.
 }
 
@@ -62,12 +67,12 @@ AppendFile::~AppendFile() = default;
 
 std::unique_ptr<AppendFile> AppendFile::Open(const std::string& path) noexcept try {
     // O_NONBLOCK is for a pipe of that name, which would hold up the open.
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
     const std::string native = NativePath(path);
-    UniqueFd fd(RetryInterrupted([&] { return ::open(native.c_str(), kFlags, 0666); }));
+    UniqueFd fd(RetryInterrupted([&] { return ::open(native.c_str(), kFlags, kFileMode); }));
     struct stat found {};
-    // A pipe is refused: writing to one can raise SIGPIPE in the host.
-    if (!fd.IsOpen() || ::fstat(fd.Get(), &found) != 0 || S_ISFIFO(found.st_mode)) {
+    // Writing to a pipe can raise SIGPIPE in the host, and to a device do anything.
+    if (!fd.IsOpen() || ::fstat(fd.Get(), &found) != 0 || !S_ISREG(found.st_mode)) {
         return nullptr;
     }
     auto impl = std::make_unique<Impl>();

@@ -22,14 +22,14 @@ void ThreadPool::Start() {
         }
         SetState(Running);
     }
-    wakeUp.notify_all();
+    wakeUp->notify_all();
 }
 
 void ThreadPool::Stop() {
     std::lock_guard<std::mutex> lock(threadsMutex);
     if (state != Running) return;
     SetState(Stopping);
-    wakeUp.notify_all();
+    wakeUp->notify_all();
     for (platform::Thread& thread : threads) thread.Join();
     SetState(Stopped);
     threads.clear();
@@ -46,8 +46,8 @@ void ThreadPool::RunWorker() {
 // the next Start.
 bool ThreadPool::TakeTasks() {
     std::unique_lock<std::mutex> lock(tasksMutex);
-    wakeUp.wait_for(lock, idleWait,
-                    [this] { return (state == Running && (!tasks.empty() || HasTaken())) || state == Stopping; });
+    wakeUp->wait_for(lock, idleWait,
+                     [this] { return (state == Running && (!tasks.empty() || HasTaken())) || state == Stopping; });
     if (state == Running && !HasTaken()) taken.swap(tasks);
     return state != Stopping;
 }

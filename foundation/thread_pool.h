@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/task.h"
+#include "platform/process_origin.h"
 #include "platform/thread.h"
 
 namespace quillet::mylib {
@@ -35,7 +36,7 @@ class ThreadPool {
             std::lock_guard<std::mutex> lock(tasksMutex);
             tasks.emplace_back(std::forward<F>(task));
         }
-        wakeUp.notify_one();
+        wakeUp->notify_one();
     }
 
     // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped
@@ -60,7 +61,7 @@ class ThreadPool {
     std::mutex tasksMutex;    // also held at each change of `state`, or a wake-up could be lost
     std::mutex threadsMutex;  // guards `threads`
     std::vector<platform::Thread> threads;
-    std::condition_variable wakeUp;
+    platform::ProcessBound<std::condition_variable> wakeUp;
     std::atomic<uint64_t> threadCount{0};
     std::atomic<uint64_t> activeCount{0};  // tasks being run
     std::atomic<int32_t> state{Stopped};

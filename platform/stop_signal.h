@@ -3,10 +3,13 @@
 
 #include <cstdint>
 
+#include "platform/process_origin.h"
+
 namespace quillet::platform {
 
 // A signal that stays set until Reset and that reads and writes of a device can wait on together with the
-// device. Any thread may use it; it must outlive the waits on it.
+// device. Any thread may use it; it must outlive the waits on it. A copy of the process shares the signal, so there
+// Set and Reset do nothing.
 class StopSignal {
   public:
     StopSignal();  // throws std::system_error if the system has no room for one
@@ -25,6 +28,7 @@ class StopSignal {
 
   private:
     intptr_t m_Native;
+    const ProcessOrigin m_Origin;
 };
 
 }  // namespace quillet::platform

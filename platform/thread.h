@@ -18,7 +18,7 @@ class Thread {
     // True until Join, also when the thread has ended by itself.
     bool Joinable() const noexcept { return m_Impl != nullptr; }
     // Waits for the end of the thread, without a limit; the object is empty afterwards. Not from the thread
-    // itself. Harmless on an empty object.
+    // itself. Harmless on an empty object. In a copy of the process, which hasn't the thread, nothing is waited for.
     void Join() noexcept;
     // True on the thread of this object.
     bool IsCurrent() const noexcept;

@@ -44,6 +44,12 @@ void CScanner::SendBytes(std::string bytes) {
     TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, this, bytes);
 }
 
+void CScanner::GiveUp() {
+    std::lock_guard lock(m_EnableMutex);
+    m_Comm.reset();
+    m_ClaimMutex.Close();
+}
+
 void CScanner::EndWaits() {
     m_WriteLimit.Begin(kClosingWriteMs);  // for good
     std::lock_guard lock(m_DataMutex);

@@ -108,6 +108,9 @@ class CScanner : public CDevice {
     // Ends the event thread before the destruction: the library is being taken down with the object still
     // there.
     void EndEventThread() { m_EventQueue.EndThread(); }
+    // Then also lets go of link and claim, without a word to the scanner; the link's threads have ended. As with Open,
+    // no other thread is opening or closing the object.
+    void GiveUp();
 
   protected:
     // Enabling (scanner_enable.cpp).

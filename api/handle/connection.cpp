@@ -7,6 +7,7 @@
 #include "api/handle/scanner_object.h"
 #include "api/handle_calls.h"
 #include "foundation/log.h"
+#include "platform/cancellation.h"
 #include "service/property.h"
 
 namespace quillet {
@@ -77,7 +78,9 @@ int32_t SendOnHandle(void* handle, CommandPacket& packet) noexcept {
 using namespace quillet;
 
 ScannerHandle createScanner(void) {
+    const platform::CancellationHeldOff heldOff;
     try {
+        PrepareEnd();
         auto object = std::make_unique<ScannerObject>();
         AddLiveObject(object.get());
         return object.release();
@@ -122,6 +125,7 @@ ResultCode setLogLevel(int32_t level) {
     if (level < LLAll) return ResultBadArgument;
     return Guarded(ResultSuccess, [&] {
         if (level < LLOFF) {
+            PrepareEnd();
             TheLog().SetFilePrefix("Quillet");
             TheLog().SetLevel(level);
             TheLog().Start();

@@ -24,22 +24,32 @@ LiveObjects& TheLiveObjects() {
     return objects.Get();
 }
 
-// The library is being unloaded, perhaps with handles still open. Ends every thread of ours, so that none
-// runs on in code that is gone; the objects themselves stay, since their owner may be using them on a thread
-// of its own.
+// The memory stays: at the end of a process, which can't be told from an unloading, other threads of the host may be
+// anywhere in our calls. An object that one of them is working on keeps its claim, too.
+void TakeDown(ScannerObject& object) {
+    object.scanner.EndEventThread();
+    const std::unique_lock lock(object.lifecycle, std::try_to_lock);
+    if (lock.owns_lock() && object.calls.IsEmpty()) object.scanner.GiveUp();
+}
+
+// The library is being unloaded, perhaps with handles still open. Ends every thread of ours, so that none runs on in
+// code that is gone, and gives back to the system what was had from it.
 void TakeDownLibrary() {
     TheCommArbiter().RemoveAll();
     {
         std::lock_guard lock(TheLiveObjects().mutex);
         // With the lock held: an object that another thread is destroying waits for it before it goes.
-        for (ScannerObject* object : std::exchange(TheLiveObjects().objects, {})) object->scanner.EndEventThread();
+        for (ScannerObject* object : std::exchange(TheLiveObjects().objects, {})) TakeDown(*object);
     }
     TheLog().ShutDown();
 }
 
-[[maybe_unused]] const bool g_Registered = (platform::OnUnload(&TakeDownLibrary), true);
-
 }  // namespace
+
+void PrepareEnd() {
+    std::lock_guard lock(TheLiveObjects().mutex);
+    if (TheLiveObjects().objects.empty()) platform::OnUnload(&TakeDownLibrary);
+}
 
 void AddLiveObject(ScannerObject* object) {
     std::lock_guard lock(TheLiveObjects().mutex);

@@ -5,7 +5,11 @@ namespace quillet {
 
 struct ScannerObject;
 
-// Handles that live, so that their threads can be ended at unload. Any thread.
+// Has everything taken down at the end of the library, in the process that calls; in a child that inherits handles
+// of its parent's nothing. Before anything is made that has a thread. Any thread.
+void PrepareEnd();
+
+// Handles that live, so that what they hold can be given up at unload. Any thread.
 void AddLiveObject(ScannerObject* object);
 void RemoveLiveObject(ScannerObject* object);
 

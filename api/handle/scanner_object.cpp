@@ -14,7 +14,12 @@ void CallGate::Leave() {
 
 void CallGate::WaitUntilEmpty() {
     std::unique_lock lock(m_Mutex);
-    m_Left.wait(lock, [this] { return m_Inside == 0; });
+    if (m_Origin.IsHere()) m_Left.wait(lock, [this] { return m_Inside == 0; });
+}
+
+bool CallGate::IsEmpty() {
+    std::lock_guard lock(m_Mutex);
+    return m_Inside == 0;
 }
 
 }  // namespace quillet

@@ -7,6 +7,8 @@
 
 #include <quillet/quillet.h>
 
+#include "platform/cancellation.h"
+#include "platform/process_origin.h"
 #include "service/scanner.h"
 
 namespace quillet {
@@ -16,11 +18,14 @@ class CallGate {
   public:
     void Enter();
     void Leave();
+    // In a copy of the process there are none to wait for: what was under way at the copying never ends there.
     void WaitUntilEmpty();
+    bool IsEmpty();
 
   private:
     std::mutex m_Mutex;  // guards m_Inside; a leaving thread's last touch of the object is its unlock
     std::condition_variable m_Left;
+    const platform::ProcessOrigin m_Origin;
     uint32_t m_Inside = 0;
 };
 
@@ -50,9 +55,10 @@ class HandleCall {
 };
 
 // Runs the body of an exported call: whatever leaves it as an exception (no memory, mostly) becomes the given
-// result.
+// result. The calling thread can't be cancelled meanwhile.
 template <typename Body>
 int32_t Guarded(int32_t onException, Body body) noexcept {
+    const platform::CancellationHeldOff heldOff;
     try {
         return body();
     } catch (...) {

@@ -6,6 +6,7 @@
 #include <quillet/quillet.h>
 
 #include "foundation/sync.h"
+#include "platform/cancellation.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "platform/thread.h"
@@ -46,6 +47,7 @@ platform::Semaphore* SemaphoreOf(void* handle) {
 }
 
 int32_t WaitForEvent(void* handle, uint32_t timeoutMs, int32_t notSignalled) {
+    const platform::CancellationHeldOff heldOff;
     platform::Event* event = EventOf(handle);
     if (event == nullptr) return OsEventFailed;
     switch (platform::TheClock().Wait(*event, timeoutMs)) {
@@ -107,6 +109,7 @@ int32_t os_sem_post(void* semaphore) {
 }
 
 int32_t os_sem_wait(void* semaphore) {
+    const platform::CancellationHeldOff heldOff;
     platform::Semaphore* target = SemaphoreOf(semaphore);
     return target != nullptr && target->Wait() ? 0 : kFailed;
 }

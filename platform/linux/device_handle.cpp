@@ -32,7 +32,7 @@ DeviceHandle::File DeviceHandle::ForReading() const {
 
 DeviceHandle::File DeviceHandle::ForWriting() const {
     const std::lock_guard lock(m_Mutex);
-    return m_Lost ? nullptr : m_File;
+    return m_Lost || !m_Origin.IsHere() ? nullptr : m_File;
 }
 
 void DeviceHandle::ReaderStarts() {

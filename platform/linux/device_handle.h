@@ -40,7 +40,7 @@ class DeviceHandle {
 
     // The file, to be held for one operation; null once the device is gone.
     File ForReading() const;
-    File ForWriting() const;  // null also while only the reader may still go on
+    File ForWriting() const;  // null also while only the reader may still go on, and in a copy of the process
 
     void ReaderStarts();
     void ReaderEnds() noexcept;
@@ -63,6 +63,7 @@ class DeviceHandle {
     File m_File;
     bool m_Lost = false;
     int m_Readers = 0;
+    const ProcessOrigin m_Origin;
     StopSignal m_Loss;  // set with m_Lost; wakes who waits in Poll
 };
 

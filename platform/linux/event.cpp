@@ -5,6 +5,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "platform/process_origin.h"
+
 namespace quillet::platform {
 namespace {
 
@@ -31,7 +33,7 @@ struct Event::Impl {
     explicit Impl(Kind eventKind) : kind(eventKind) {}
     const Kind kind;
     std::mutex mutex;  // guards signalled
-    std::condition_variable changed;
+    ProcessBound<std::condition_variable> changed;
     bool signalled = false;
 };
 
@@ -52,9 +54,9 @@ bool Event::Signal() noexcept try {
     const std::lock_guard lock(m_Impl->mutex);
     m_Impl->signalled = true;
     if (m_Impl->kind == Kind::AutoReset) {
-        m_Impl->changed.notify_one();
+        m_Impl->changed->notify_one();
     } else {
-        m_Impl->changed.notify_all();
+        m_Impl->changed->notify_all();
     }
     return true;
 } catch (...) {
@@ -71,7 +73,7 @@ bool Event::Reset() noexcept try {
 
 WaitResult Event::Wait(uint32_t timeoutMs) noexcept try {
     std::unique_lock lock(m_Impl->mutex);
-    if (!WaitFor(m_Impl->changed, lock, timeoutMs, [this] { return m_Impl->signalled; })) {
+    if (!WaitFor(*m_Impl->changed, lock, timeoutMs, [this] { return m_Impl->signalled; })) {
         return WaitResult::TimedOut;
     }
     if (m_Impl->kind == Kind::AutoReset) {
@@ -85,7 +87,7 @@ WaitResult Event::Wait(uint32_t timeoutMs) noexcept try {
 struct Semaphore::Impl {
     Impl(uint32_t initialCount, uint32_t maximumCount) : count(initialCount), maximum(maximumCount) {}
     std::mutex mutex;  // guards count
-    std::condition_variable changed;
+    ProcessBound<std::condition_variable> changed;
     uint32_t count;
     const uint32_t maximum;
 };
@@ -111,7 +113,7 @@ bool Semaphore::Post() noexcept try {
         return false;
     }
     ++m_Impl->count;
-    m_Impl->changed.notify_one();
+    m_Impl->changed->notify_one();
     return true;
 } catch (...) {
     return false;
@@ -119,7 +121,7 @@ bool Semaphore::Post() noexcept try {
 
 bool Semaphore::Wait() noexcept try {
     std::unique_lock lock(m_Impl->mutex);
-    WaitFor(m_Impl->changed, lock, kNoLimitMs, [this] { return m_Impl->count > 0; });
+    WaitFor(*m_Impl->changed, lock, kNoLimitMs, [this] { return m_Impl->count > 0; });
     --m_Impl->count;
     return true;
 } catch (...) {

@@ -70,7 +70,7 @@ OpenResult SerialFile::Take(UniqueFd fd) {
 // in that child itself.
 SerialFile::~SerialFile() {
     const DeviceHandle::File file = m_Handle.ForReading();
-    if (file && m_Opener == ::getpid()) {
+    if (file && m_Origin.IsHere()) {
         DrainOutput(file->Get());
         ::ioctl(file->Get(), TIOCNXCL);
         ::flock(file->Get(), LOCK_UN);

@@ -31,7 +31,7 @@ class SerialFile final : public HandleFile {
 
     std::atomic<uint32_t> m_ReadIntervalMs{0};  // read by the reader's thread
     std::atomic<bool> m_OutputStuck{false};
-    const pid_t m_Opener = ::getpid();
+    const ProcessOrigin m_Origin;
 };
 
 }  // namespace quillet::platform

@@ -1,4 +1,5 @@
 set(quillet_platform_sources
+  linux/cancellation.cpp
   linux/clock.cpp
   linux/code_page.cpp
   linux/device_handle.cpp
@@ -16,6 +17,7 @@ set(quillet_platform_sources
   linux/linux_roots.cpp
   linux/named_mutex.cpp
   linux/poll_device.cpp
+  linux/process_origin.cpp
   linux/registered_devices.cpp
   linux/serial_file.cpp
   linux/small_file.cpp

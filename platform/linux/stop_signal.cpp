@@ -22,11 +22,13 @@ StopSignal::~StopSignal() {
 // A write that would block finds the counter full, so the signal is set anyway; a read that would block finds
 // it clear.
 void StopSignal::Set() noexcept {
+    if (!m_Origin.IsHere()) return;
     const eventfd_t one = 1;
     RetryInterrupted([&] { return ::eventfd_write(static_cast<int>(m_Native), one); });
 }
 
 void StopSignal::Reset() noexcept {
+    if (!m_Origin.IsHere()) return;
     eventfd_t count = 0;
     RetryInterrupted([&] { return ::eventfd_read(static_cast<int>(m_Native), &count); });
 }

@@ -10,6 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/process_origin.h"
+
 namespace quillet::platform {
 namespace {
 
@@ -49,6 +51,7 @@ const bool g_ForgetsAtFork = ::pthread_atfork(nullptr, nullptr, [] { t_ThreadId 
 
 struct Thread::Impl {
     std::thread thread;
+    const ProcessOrigin origin;
 };
 
 Thread::Thread() noexcept = default;
@@ -66,8 +69,14 @@ Thread::~Thread() {
 }
 
 void Thread::Join() noexcept {
-    if (m_Impl != nullptr) m_Impl->thread.join();
-    m_Impl.reset();
+    if (m_Impl == nullptr) return;
+    if (m_Impl->origin.IsHere()) {
+        m_Impl->thread.join();
+        m_Impl.reset();
+    } else {
+        // Not even detached: the C library has given the thread's memory to others in this copy of the process.
+        static_cast<void>(m_Impl.release());
+    }
 }
 
 bool Thread::IsCurrent() const noexcept {

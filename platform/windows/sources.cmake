@@ -1,4 +1,5 @@
 set(quillet_platform_sources
+  windows/cancellation.cpp
   windows/clock.cpp
   windows/code_page.cpp
   windows/device_file.cpp
@@ -9,6 +10,7 @@ set(quillet_platform_sources
   windows/event.cpp
   windows/files.cpp
   windows/named_mutex.cpp
+  windows/process_origin.cpp
   windows/serial_settings.cpp
   windows/stop_signal.cpp
   windows/thread.cpp

@@ -20,6 +20,7 @@ class TempTree {
         } while (!std::filesystem::create_directory(m_Root));
     }
     ~TempTree() {
+        if (ProcessId() != m_Maker) return;  // a child that a test has forked
         std::error_code ignored;
         std::filesystem::remove_all(m_Root, ignored);
     }
@@ -40,6 +41,7 @@ class TempTree {
     }
 
   private:
+    const uint32_t m_Maker = ProcessId();
     std::filesystem::path m_Root;
 };
 

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
@@ -11,10 +12,8 @@
 #include "device_io.h"
 #include "linux/descriptors.h"
 #include "platform/event.h"
-#include "platform/files.h"
 #include "platform/linux/linux_device_access.h"
 #include "platform/linux/unique_fd.h"
-#include "platform/named_mutex.h"
 #include "platform/thread.h"
 #include "support/temp_tree.h"
 
@@ -29,9 +28,6 @@ constexpr uint32_t kReadSize = 4095;
 // A scanner's end of a serial line, and the port open at the other.
 class SerialDevice : public testing::Test {
   protected:
-    // Whoever started this program may have left it descriptors.
-    static void SetUpTestSuite() { s_Foreign = OpenDescriptors(); }
-
     SerialDevice() : m_Scanner(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
         EXPECT_TRUE(grantpt(m_Scanner.Get()) == 0 && unlockpt(m_Scanner.Get()) == 0);
         char name[64] = {};
@@ -69,7 +65,6 @@ class SerialDevice : public testing::Test {
     StopSignal m_Stop;
     std::unique_ptr<DeviceFile> m_Port;
     std::unique_ptr<DeviceReader> m_Reader;
-    static inline std::set<int> s_Foreign;
 };
 
 TEST_F(SerialDevice, ABurstEndsWhenTheLineIsQuiet) {
@@ -249,23 +244,6 @@ TEST_F(SerialDevice, OpensTerminalsAlone) {
     LinuxRoots roots;
     roots.dev = m_Tree.Path("dev");
     EXPECT_NE(LinuxDeviceAccess(roots).Open("\\\\.\\COM35", Sharing::Exclusive).file, nullptr);
-}
-
-TEST_F(SerialDevice, NoDescriptorOfTheLayerIsInherited) {
-    const auto event = Event::Create(Event::Kind::AutoReset);
-    const auto file = AppendFile::Open(m_Tree.Path("log"));
-    const std::string name = "inherit" + std::to_string(getpid());
-    const auto mutex = NamedMutex::Create(name);
-    unlink(("/run/lock/quillet-claim-" + name).c_str());
-    ASSERT_TRUE(event && file && mutex);
-    size_t guarded = 0;
-    for (const int fd : OpenDescriptors()) {
-        if (s_Foreign.count(fd) == 0) {
-            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd;
-            ++guarded;
-        }
-    }
-    EXPECT_GE(guarded, 6U);  // terminal pair, stop and loss signals, log file, claim
 }
 
 }  // namespace

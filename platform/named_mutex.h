@@ -8,14 +8,18 @@
 namespace quillet::platform {
 
 // It has an owner: the object it was taken through and the thread that took it. When the owner's process
-// dies, it goes free. Two objects of one name exclude each other also inside one process.
+// dies, it goes free. Two objects of one name exclude each other also inside one process. In a copy of the process an
+// object can be neither taken nor released, and its destruction leaves the claim alone.
 class NamedMutex {
   public:
     // Opens the mutex if some process has made it before; null if not.
     static std::unique_ptr<NamedMutex> OpenExisting(const std::string& name) noexcept;
     // Makes the mutex, or opens it if it exists; the caller doesn't own it. Null on failure.
     static std::unique_ptr<NamedMutex> Create(const std::string& name) noexcept;
-    // Gives up the claim, if this object still has it.
+    // Gives up the claim, if this object still has it, whichever thread took it. Where the system's mutexes belong to
+    // threads (Windows) and other handles are open on this one, a claim of another thread is given up inside this
+    // process alone: that thread can take it again, through any object, and releases all of it then; for everybody
+    // else it is taken until that, or until the thread ends.
     ~NamedMutex();
     NamedMutex(const NamedMutex&) = delete;
     NamedMutex& operator=(const NamedMutex&) = delete;

@@ -8,17 +8,19 @@
 namespace quillet::platform {
 namespace {
 
-std::string UserDirectory() {
+std::string RuntimeDirectory() {
     const char* runtime = ::secure_getenv("XDG_RUNTIME_DIR");
-    if (runtime != nullptr && runtime[0] == '/') {
-        return std::string(runtime) + "/quillet/devices";
-    }
-    return "/tmp/quillet-" + std::to_string(::geteuid()) + "/devices";
+    return runtime != nullptr && runtime[0] == '/' ? runtime : "";
+}
+
+std::string UserDirectory(const std::string& runtime) {
+    return (runtime.empty() ? "/tmp/quillet-" + std::to_string(::geteuid()) : runtime + "/quillet") + "/devices";
 }
 
 LinuxRoots ReadSystemRoots() {
     LinuxRoots roots;
-    roots.registered = {"/run/quillet/devices", UserDirectory()};
+    roots.claims.runtime = RuntimeDirectory();
+    roots.registered = {"/run/quillet/devices", UserDirectory(roots.claims.runtime)};
     return roots;
 }
 

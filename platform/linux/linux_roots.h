@@ -6,10 +6,18 @@
 
 namespace quillet::platform {
 
+// Where claims can lie.
+struct ClaimRoots {
+    std::string runtime{};  // the user's own; may be empty
+    std::string locks = "/run/lock";
+    std::string temporary = "/tmp";
+};
+
 struct LinuxRoots {
     std::string sys = "/sys";
     std::string dev = "/dev";
-    std::vector<std::string> registered;  // directories of registered devices, the first one first
+    std::vector<std::string> registered{};  // directories of registered devices, the first one first
+    ClaimRoots claims{};
 };
 
 // The machine's own. Reads the environment at the first call and never again: a host may change it from

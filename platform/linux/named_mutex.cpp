@@ -3,7 +3,6 @@
 #include "platform/named_mutex.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <mutex>
@@ -14,15 +13,16 @@
 
 #include "platform/clock.h"
 #include "platform/event.h"
+#include "platform/linux/claim_folder.h"
+#include "platform/linux/linux_roots.h"
 #include "platform/linux/unique_fd.h"
+#include "platform/process_origin.h"
 #include "platform/thread.h"
 
 namespace quillet::platform {
 namespace {
 
-// The second serves where the first can't be written.
-constexpr std::array<const char*, 2> kDirectories = {"/run/lock", "/tmp"};
-constexpr const char* kFilePrefix = "/quillet-claim-";
+constexpr const char* kFilePrefix = "quillet-claim-";
 constexpr int kOpenFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 constexpr uint32_t kRetryMs = 10;
 constexpr int kOpenAttempts = 3;
@@ -31,8 +31,8 @@ bool IsFileName(const std::string& name) {
     return name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
-UniqueFd OpenClaimFile(const std::string& path, int extraFlags) {
-    UniqueFd fd(RetryInterrupted([&] { return ::open(path.c_str(), kOpenFlags | extraFlags, 0666); }));
+UniqueFd OpenFile(int folder, const std::string& file, int extraFlags) {
+    UniqueFd fd(RetryInterrupted([&] { return ::openat(folder, file.c_str(), kOpenFlags | extraFlags, 0666); }));
     struct stat found {};
     if (fd.IsOpen() && (::fstat(fd.Get(), &found) != 0 || !S_ISREG(found.st_mode))) {
         errno = EPERM;
@@ -41,41 +41,32 @@ UniqueFd OpenClaimFile(const std::string& path, int extraFlags) {
     return fd;
 }
 
-// Opens the file, or makes it. The plain open comes first: in a directory that all can write to, the kernel
-// refuses O_CREAT on a file of another user.
-UniqueFd OpenOrMakeClaimFile(const std::string& path) {
+// The plain open comes first: in a folder that all can write to, the kernel refuses O_CREAT on a file of another user.
+UniqueFd OpenOrMakeFile(int folder, const std::string& file) {
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        UniqueFd fd = OpenClaimFile(path, 0);
+        UniqueFd fd = OpenFile(folder, file, 0);
         if (fd.IsOpen() || errno != ENOENT) {
             return fd;
         }
-        fd = OpenClaimFile(path, O_CREAT | O_EXCL);
+        fd = OpenFile(folder, file, O_CREAT | O_EXCL);
         if (fd.IsOpen()) {
             ::fchmod(fd.Get(), 0666);  // whatever the host's umask says, other users lock the same file
             return fd;
         }
         if (errno != EEXIST) {
-            errno = ENOENT;  // this directory can't be written
             return {};
         }
     }
     return {};
 }
 
-// Tries the directories in order; only a file that isn't there leads on to the next, so that all agree on
-// one.
-template <typename OpenOne>
-UniqueFd OpenInDirectories(const std::string& name, OpenOne openOne) {
+template <typename OpenIn>
+UniqueFd OpenClaimFile(const std::string& name, OpenIn openIn) {
     if (!IsFileName(name)) {
         return {};
     }
-    for (const char* directory : kDirectories) {
-        UniqueFd fd = openOne(directory + (kFilePrefix + name));
-        if (fd.IsOpen() || errno != ENOENT) {
-            return fd;
-        }
-    }
-    return {};
+    const UniqueFd folder = OpenClaimFolder(SystemRoots().claims);
+    return folder.IsOpen() ? openIn(folder.Get(), kFilePrefix + name) : UniqueFd();
 }
 
 }  // namespace
@@ -85,7 +76,7 @@ struct NamedMutex::Impl {
     ~Impl() {
         // By name, as a child that the host forked has the lock too as long as it lives; but not in that
         // child itself.
-        if (depth > 0 && ownerProcess == ::getpid()) {
+        if (depth > 0 && origin.IsHere()) {
             ::flock(file.Get(), LOCK_UN);
         }
     }
@@ -99,12 +90,15 @@ struct NamedMutex::Impl {
     std::mutex mutex;  // guards what follows, and the lock on the file against the threads of this process
     uint32_t depth = 0;
     uint32_t ownerThread = 0;
-    pid_t ownerProcess = 0;
+    const ProcessOrigin origin;
 };
 
 // The owner may take it again and has to release it as often. flock alone wouldn't keep out another thread
 // that comes through the same object.
 bool NamedMutex::Impl::TryTake() {
+    if (!origin.IsHere()) {
+        return false;  // a copy of the process has the lock as soon as the original has it
+    }
     const std::lock_guard lock(mutex);
     const uint32_t caller = CurrentThreadId();
     if (depth > 0) {
@@ -119,13 +113,12 @@ bool NamedMutex::Impl::TryTake() {
     }
     depth = 1;
     ownerThread = caller;
-    ownerProcess = ::getpid();
     return true;
 }
 
 bool NamedMutex::Impl::Release() {
     const std::lock_guard lock(mutex);
-    if (depth == 0 || ownerThread != CurrentThreadId()) {
+    if (depth == 0 || ownerThread != CurrentThreadId() || !origin.IsHere()) {
         return false;
     }
     if (depth > 1) {
@@ -144,7 +137,7 @@ NamedMutex::NamedMutex(std::unique_ptr<Impl> impl) : m_Impl(std::move(impl)) {}
 NamedMutex::~NamedMutex() = default;
 
 std::unique_ptr<NamedMutex> NamedMutex::OpenExisting(const std::string& name) noexcept try {
-    UniqueFd fd = OpenInDirectories(name, [](const std::string& path) { return OpenClaimFile(path, 0); });
+    UniqueFd fd = OpenClaimFile(name, [](int folder, const std::string& file) { return OpenFile(folder, file, 0); });
     if (!fd.IsOpen()) {
         return nullptr;
     }
@@ -154,7 +147,7 @@ std::unique_ptr<NamedMutex> NamedMutex::OpenExisting(const std::string& name) no
 }
 
 std::unique_ptr<NamedMutex> NamedMutex::Create(const std::string& name) noexcept try {
-    UniqueFd fd = OpenInDirectories(name, OpenOrMakeClaimFile);
+    UniqueFd fd = OpenClaimFile(name, OpenOrMakeFile);
     if (!fd.IsOpen()) {
         return nullptr;
     }

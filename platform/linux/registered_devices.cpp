@@ -5,51 +5,20 @@
 #include <map>
 #include <optional>
 #include <string_view>
-#include <sys/stat.h>
 #include <utility>
 
 #include "platform/linux/small_file.h"
+#include "platform/linux/trusted_folder.h"
 
 namespace quillet::platform {
 namespace {
 
 constexpr size_t kFileLimit = 4096;
 constexpr std::string_view kSuffix = ".device";
-// Everything is judged on what was opened, never on a name that may mean something else a moment later.
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 enum class RegisteredClass { Serial, Hid };
 
 using Keys = std::map<std::string, std::string, std::less<>>;
-
-bool IsOursOrRoots(const struct stat& found) {
-    return found.st_uid == 0 || found.st_uid == ::geteuid();
-}
-
-// Not open if there is none that may be read.
-UniqueFd OpenAt(int folder, const std::string& name, int flags) {
-    UniqueFd fd(RetryInterrupted([&] { return ::openat(folder, name.c_str(), flags); }));
-    if (!fd.IsOpen()) {
-        ThrowIfExhausted();
-    }
-    return fd;
-}
-
-UniqueFd OpenTrustedFolder(int base, const std::string& name) {
-    UniqueFd fd = OpenAt(base, name, kFolderFlags);
-    struct stat found {};
-    const bool trusted = fd.IsOpen() && ::fstat(fd.Get(), &found) == 0 && IsOursOrRoots(found) &&
-                         (found.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-    return trusted ? std::move(fd) : UniqueFd();
-}
-
-// The folder above a directory of devices has to be trusted as much as the directory.
-UniqueFd OpenTrustedDirectory(const std::string& path) {
-    const size_t cut = path.rfind('/');
-    const UniqueFd parent = OpenTrustedFolder(AT_FDCWD, path.substr(0, cut));
-    return parent.IsOpen() ? OpenTrustedFolder(parent.Get(), path.substr(cut + 1)) : UniqueFd();
-}
 
 std::vector<std::string> DeviceFileNames(Directory& directory) {
     std::vector<std::string> names;
@@ -61,14 +30,6 @@ std::vector<std::string> DeviceFileNames(Directory& directory) {
     }
     std::sort(names.begin(), names.end());
     return names;
-}
-
-UniqueFd OpenTrustedFile(int directory, const std::string& name) {
-    UniqueFd fd = OpenAt(directory, name, kFileFlags);
-    struct stat found {};
-    const bool trusted =
-        fd.IsOpen() && ::fstat(fd.Get(), &found) == 0 && S_ISREG(found.st_mode) && IsOursOrRoots(found);
-    return trusted ? std::move(fd) : UniqueFd();
 }
 
 bool ReadDeviceFile(int directory, const std::string& name, std::string& content) {
@@ -150,7 +111,7 @@ std::optional<FoundDevice> ReadRegistration(int directory, const std::string& pa
 }
 
 void AddDevices(const std::string& path, RegisteredClass wanted, FoundDevices& devices) {
-    Directory directory(OpenTrustedDirectory(path));
+    Directory directory(OpenTrustedFolder(path));
     if (!directory.IsOpen()) {
         return;
     }
@@ -182,7 +143,7 @@ FoundDevices FindRegisteredHidDevices(const LinuxRoots& roots) {
 std::optional<FoundDevice> FindRegistration(const FoundDevice& before) {
     const size_t cut = before.registration.rfind('/');
     const std::string path = before.registration.substr(0, cut);
-    const UniqueFd directory = OpenTrustedDirectory(path);
+    const UniqueFd directory = OpenTrustedFolder(path);
     if (!directory.IsOpen()) {
         return std::nullopt;
     }

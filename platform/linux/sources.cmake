@@ -1,5 +1,6 @@
 set(quillet_platform_sources
   linux/cancellation.cpp
+  linux/claim_folder.cpp
   linux/clock.cpp
   linux/code_page.cpp
   linux/device_handle.cpp
@@ -23,6 +24,7 @@ set(quillet_platform_sources
   linux/small_file.cpp
   linux/stop_signal.cpp
   linux/thread.cpp
+  linux/trusted_folder.cpp
   linux/unload.cpp
 )
 set(quillet_platform_libraries)

@@ -18,10 +18,12 @@ namespace {
 // one thread are one owner, and either could release what the other has taken.
 class HeldNames {
   public:
-    // False if another object has the name.
-    bool Add(const std::string& name, const void* holder) {
+    // False if another object has the name, or if there is no memory to note it.
+    bool Add(const std::string& name, const void* holder) noexcept try {
         const std::lock_guard lock(m_Mutex);
         return m_Holders.emplace(name, holder).first->second == holder;
+    } catch (...) {
+        return false;
     }
     void Remove(const std::string& name) {
         const std::lock_guard lock(m_Mutex);
@@ -58,7 +60,7 @@ struct NamedMutex::Impl {
     uint32_t ownerThread = 0;
 };
 
-// A claim that another thread took can't be released here: the system gives it up with that thread.
+// A claim that another thread took can't be released here: the system leaves it to that thread. Its name goes free.
 NamedMutex::Impl::~Impl() {
     while (IsOwner() && Release()) {
     }
@@ -84,11 +86,18 @@ bool NamedMutex::Impl::Take(uint32_t timeoutMs) {
 bool NamedMutex::Impl::Release() {
     const std::lock_guard lock(mutex);
     if (!IsOwner()) return false;
+    if (depth > 1) {
+        if (::ReleaseMutex(handle.Get()) == FALSE) return false;
+        --depth;
+        return true;
+    }
     // Before the release: once the mutex is free, another object of this process may have it and its name.
-    if (depth == 1) TheHeldNames().Remove(name);
-    if (::ReleaseMutex(handle.Get()) == FALSE) return false;
-    --depth;
-    return true;
+    TheHeldNames().Remove(name);
+    bool released = false;
+    // As often as this thread has it: also for objects that were destroyed elsewhere while they had it.
+    while (::ReleaseMutex(handle.Get()) != FALSE) released = true;
+    if (released) depth = 0;
+    return released;
 }
 
 NamedMutex::NamedMutex(std::unique_ptr<Impl> impl) : m_Impl(std::move(impl)) {}

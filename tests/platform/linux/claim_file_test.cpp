@@ -13,16 +13,19 @@
 namespace quillet::platform {
 namespace {
 
-// A name of this test's own, whose files are removed at the end.
+std::string Chosen(const ClaimRoots& roots) {
+    const UniqueFd folder = OpenClaimFolder(roots);
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.Get())).string();
+}
+
+// A name of this test's own, whose file is removed at the end.
 class ClaimFileTest : public testing::Test {
   protected:
-    ~ClaimFileTest() override {
-        unlink(("/run/lock/quillet-claim-" + m_Name).c_str());
-        unlink(("/tmp/quillet-claim-" + m_Name).c_str());
-    }
+    ~ClaimFileTest() override { unlink(m_Path.c_str()); }
 
-    std::string m_Name =
+    const std::string m_Name =
         std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) + std::to_string(getpid());
+    const std::string m_Path = Chosen(SystemRoots().claims) + "/quillet-claim-" + m_Name;
 };
 
 TEST_F(ClaimFileTest, DestructionGivesItUpAlsoWithAForkedChildAlive) {
@@ -53,22 +56,13 @@ TEST_F(ClaimFileTest, FileIsForAllUsersAndNotForLinks) {
     const mode_t before = umask(077);
     const auto mutex = NamedMutex::Create(m_Name);
     umask(before);
-    std::string path = "/run/lock/quillet-claim-" + m_Name;
     struct stat found {};
-    if (stat(path.c_str(), &found) != 0) {
-        path = "/tmp/quillet-claim-" + m_Name;
-        ASSERT_EQ(stat(path.c_str(), &found), 0);
-    }
+    ASSERT_EQ(stat(m_Path.c_str(), &found), 0);
     EXPECT_EQ(found.st_mode & 0777U, 0666U);
-    unlink(path.c_str());
-    ASSERT_EQ(symlink("/dev/null", path.c_str()), 0);
+    unlink(m_Path.c_str());
+    ASSERT_EQ(symlink("/dev/null", m_Path.c_str()), 0);
     EXPECT_EQ(NamedMutex::Create(m_Name), nullptr);
     EXPECT_EQ(NamedMutex::Create("../" + m_Name), nullptr);
-}
-
-std::string Chosen(const ClaimRoots& roots) {
-    const UniqueFd folder = OpenClaimFolder(roots);
-    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.Get())).string();
 }
 
 TEST(ClaimFolder, IsTheFirstThatIsThereAndCanBeTrusted) {

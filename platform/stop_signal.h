@@ -1,6 +1,7 @@
 // A signal that ends waits for a device.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "platform/process_origin.h"
@@ -23,11 +24,14 @@ class StopSignal {
     // Waits at most timeoutMs of real time for the signal; true if it is set. kNoLimitMs waits for ever.
     bool Wait(uint32_t timeoutMs) const noexcept;
 
+    // Gives the system's object back before the destruction, when no wait is under way: the signal is never set again.
+    void Close() noexcept;
+
     // What the system's waits take: a file descriptor or an event handle.
-    intptr_t NativeHandle() const noexcept { return m_Native; }
+    intptr_t NativeHandle() const noexcept { return m_Native.load(std::memory_order_relaxed); }
 
   private:
-    intptr_t m_Native;
+    std::atomic<intptr_t> m_Native;
     const ProcessOrigin m_Origin;
 };
 

@@ -23,6 +23,11 @@ void WriteLimit::End() noexcept {
     if (--m_Closing == 0) m_Begun.Reset();
 }
 
+void WriteLimit::GiveUp() noexcept {
+    const std::lock_guard lock(m_Mutex);
+    m_Begun.Close();
+}
+
 // Rounded up, so that a wait for the rest ends at 0.
 uint32_t WriteLimit::LeftMs() const noexcept {
     const std::lock_guard lock(m_Mutex);

@@ -19,6 +19,9 @@ class WriteLimit {
     void Begin(uint32_t limitMs) noexcept;
     void End() noexcept;
 
+    // Lets go of what it has of the system, at the library's end: nobody is writing any more.
+    void GiveUp() noexcept;
+
     // kNoLimitMs without a limit; 0 once it is over.
     uint32_t LeftMs() const noexcept;
     // Set as long as there is a limit, for waits that have begun without one.

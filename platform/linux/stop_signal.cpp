@@ -8,6 +8,13 @@
 #include "platform/linux/unique_fd.h"
 
 namespace quillet::platform {
+namespace {
+
+int DescriptorOf(const StopSignal& signal) noexcept {
+    return static_cast<int>(signal.NativeHandle());
+}
+
+}  // namespace
 
 StopSignal::StopSignal() : m_Native(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (m_Native < 0) {
@@ -16,7 +23,12 @@ StopSignal::StopSignal() : m_Native(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 }
 
 StopSignal::~StopSignal() {
-    ::close(static_cast<int>(m_Native));
+    Close();
+}
+
+void StopSignal::Close() noexcept {
+    const auto descriptor = static_cast<int>(m_Native.exchange(-1));
+    if (descriptor >= 0) ::close(descriptor);
 }
 
 // A write that would block finds the counter full, so the signal is set anyway; a read that would block finds
@@ -24,13 +36,13 @@ StopSignal::~StopSignal() {
 void StopSignal::Set() noexcept {
     if (!m_Origin.IsHere()) return;
     const eventfd_t one = 1;
-    RetryInterrupted([&] { return ::eventfd_write(static_cast<int>(m_Native), one); });
+    RetryInterrupted([&] { return ::eventfd_write(DescriptorOf(*this), one); });
 }
 
 void StopSignal::Reset() noexcept {
     if (!m_Origin.IsHere()) return;
     eventfd_t count = 0;
-    RetryInterrupted([&] { return ::eventfd_read(static_cast<int>(m_Native), &count); });
+    RetryInterrupted([&] { return ::eventfd_read(DescriptorOf(*this), &count); });
 }
 
 bool StopSignal::IsSet() const noexcept {
@@ -38,7 +50,7 @@ bool StopSignal::IsSet() const noexcept {
 }
 
 bool StopSignal::Wait(uint32_t timeoutMs) const noexcept {
-    pollfd entry{static_cast<int>(m_Native), POLLIN, 0};
+    pollfd entry{DescriptorOf(*this), POLLIN, 0};
     return PollUntil(&entry, 1, timeoutMs) > 0;
 }
 

@@ -20,7 +20,12 @@ StopSignal::StopSignal() : m_Native(reinterpret_cast<intptr_t>(::CreateEventA(nu
 }
 
 StopSignal::~StopSignal() {
-    ::CloseHandle(HandleOf(m_Native));
+    Close();
+}
+
+void StopSignal::Close() noexcept {
+    const HANDLE handle = HandleOf(m_Native.exchange(0));
+    if (handle != nullptr) ::CloseHandle(handle);
 }
 
 void StopSignal::Set() noexcept {

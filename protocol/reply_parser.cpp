@@ -1,5 +1,6 @@
 #include "protocol/reply_parser.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "foundation/log.h"
@@ -65,15 +66,15 @@ ParseResult ParsePacketBlock(std::string_view buffer, ReplyPacket& reply) {
 ParseResult ParseScanBlock(std::string_view buffer, ReplyPacket& reply) {
     ParseResult result = ParseOk;
     reply.opcode = OpcodeBarcode;
+    reply.status = ByteAt(buffer, kCodeTypeOffset);
+    reply.firstParameter = ByteAt(buffer, kMoreOffset) == 0 ? kLastBlock : uint8_t{0};
     const size_t size = ByteAt(buffer, kScanSizeOffset);
     if (size > kMaxScanSize) {
         LogInvalidLength(LLWarnings, reply.opcode);
         result = ParseNoFrame;
     } else {
-        reply.parameters.assign(buffer.substr(kContentOffset, size));
+        reply.parameters.assign(buffer.substr(kContentOffset, size));  // last: it needs memory
     }
-    reply.status = ByteAt(buffer, kCodeTypeOffset);
-    reply.firstParameter = ByteAt(buffer, kMoreOffset) == 0 ? kLastBlock : uint8_t{0};
     return result;
 }
 
@@ -87,13 +88,10 @@ ParseResult ParseFrame(std::string_view buffer, ReplyPacket& reply) {
     reply.status = ByteAt(buffer, 4);
     if (!LengthFits(reply, buffer.size())) return ParseNoFrame;
     if (reply.length < kReplyMinLength) throw ParseError("reply length below its header");
-    reply.firstParameter = kLastBlock;
-    reply.parameters.assign(buffer.substr(kReplyHeaderSize, reply.length - kReplyMinLength));
+    const std::string_view payload = buffer.substr(kReplyHeaderSize, reply.length - kReplyMinLength);
+    reply.firstParameter = payload.empty() ? kLastBlock : ByteAt(payload, 0);
     reply.checksum = ByteAt(buffer, reply.length + kReplyUncounted - 1);
-    if (!reply.parameters.empty()) {
-        reply.firstParameter = ByteAt(reply.parameters, 0);
-        reply.parameters.erase(0, 1);
-    }
+    reply.parameters.assign(payload.substr(std::min<size_t>(payload.size(), 1)));  // last: it needs memory
     return ParseOk;
 }
 

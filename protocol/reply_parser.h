@@ -1,4 +1,5 @@
-// Takes received bytes apart into ReplyPacket records. Pure functions of the caller's buffer and record.
+// Takes received bytes apart into ReplyPacket records. Pure functions of the caller's buffer and record. Where one throws
+// for want of memory, everything of the record but the payload is filled in already.
 #pragma once
 
 #include <cstdint>

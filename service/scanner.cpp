@@ -18,6 +18,7 @@ void CallerBuffer::Fill(const std::string& result) const {
 }
 
 CScanner::CScanner() : m_CreatorThread(platform::CurrentThreadId()) {
+    m_DataBuffer.reserve(kMaxReadSize);  // so that no block is lost for want of memory
     m_EventQueue.SetCallback(this, &CScanner::EventCallbackEntry);
 }
 
@@ -29,10 +30,8 @@ CScanner::~CScanner() {
 
 void CScanner::ResetState() {
     std::lock_guard lock(m_DataMutex);
-    m_ScanDataList.clear();
-    m_ScanDataLabelList.clear();
-    m_ScanDataTypeList.clear();
-    if (!m_WaitsEnded) m_BarcodeEvent.Reset();
+    m_Cache.Clear();
+    m_BarcodeLost = false;
     CDevice::ResetState();
 }
 

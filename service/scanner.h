@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <list>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "events/event_record.h"
@@ -14,6 +14,7 @@
 #include "platform/write_limit.h"
 #include "protocol/packet.h"
 #include "protocol/reply_parser.h"
+#include "service/barcode_cache.h"
 #include "service/device.h"
 
 namespace quillet {
@@ -96,10 +97,13 @@ class CScanner : public CDevice {
     // second is refused with 106. Ends with 112 when the service closes meanwhile.
     ExchangeOutcome ExchangeBytes(std::string bytes, uint32_t timeoutMs);
 
-    // Takes type and text of the oldest barcode as one. False if there is none; else `result` is the outcome.
-    bool TakeBarcode(int32_t* codeType, const CallerBuffer& buffer, ResultCode& result);
+    // Holds the cache still, so that several reads of it are one step.
+    std::unique_lock<std::recursive_mutex> LockCache() { return std::unique_lock(m_DataMutex); }
+    bool HasBarcode();
+    // What a read of the type's property does, without its traces.
+    void DropBarcodeType();
     // Waits for a barcode at most timeoutMs (platform::kNoLimitMs: for ever); returns at once when there is
-    // one and when EndWaits has been called.
+    // one and when EndWaits has been called. Another thread may have taken it by then.
     void WaitForBarcode(uint32_t timeoutMs);
     // Makes present and later waits for barcodes return at once, and ends an exchange: the object is about to
     // go.
@@ -137,7 +141,7 @@ class CScanner : public CDevice {
     void HandleStatusUpdateEvent(const EventRecord& record);
 
     void RequestStatistics();
-    void LogPropertyName(const char* text, int32_t number);
+    void LogPropertyName(const char* text, int32_t number) noexcept;
 
     const uint32_t m_DeviceType = DeviceUsb;  // of every arbiter call, whatever the link
 
@@ -169,44 +173,47 @@ class CScanner : public CDevice {
     void LinkBack();
 
     bool ReadNumber(int32_t number, int32_t& value);
-    void SetDataEventEnabled(bool flag);
-    void SetDeviceEnabled(bool flag);
-    void SetFreezeEvents(bool flag);
+    ResultCode WriteNumber(int32_t number, int32_t value);
+    ResultCode SetDataEventEnabled(bool flag);
+    ResultCode SetDeviceEnabled(bool flag);
+    ResultCode SetFreezeEvents(bool flag);
     void SetBinaryConversion(int32_t value);
-    void SetPowerNotify(int32_t value);
-    void SetDecodeData(bool flag);
+    ResultCode SetPowerNotify(int32_t value);
+    ResultCode SetDecodeData(bool flag);
     bool ReadText(int32_t number, std::string& value);
-    std::string PopFront(std::list<std::string>& list);
     BinaryConversion ConversionMode() const;
 
-    static void AppendWithinReason(std::string& bytes, const std::string& more);
+    static bool AppendWithinReason(std::string& bytes, const std::string& more);
+    void TakeFrame(const std::string& block);
     void TakePlainBarcode(const std::string& block);
-    void TakeBarcodePart(ReplyPacket& reply);
+    void TakeBarcodePart(const ReplyPacket& reply);
+    void LoseBarcode(uint8_t firstParameterOfPart);
     void AddBarcode(std::string text, int32_t codeType);
     ParseResult ParseCatching(std::string& buffer, ReplyPacket& reply);
 
     ExchangeOutcome RunExchange(const ExchangePlan& plan);
-    ResultCode WaitForReply(const ExchangePlan& plan);
-    ExchangeOutcome TakeReply(const ExchangePlan& plan);
+    ExchangeOutcome AwaitReply(const ExchangePlan& plan);
+    std::optional<ExchangeOutcome> TakeReply(const ExchangePlan& plan);
     void BeginExchange();
     void EndExchange();
     void BreakExchange();
     bool HandleOneReply(std::string& bytes, const EventRecord& record);
     ResultCode RefuseTextOperation(const char* key, const std::string& text, const char* resultFormat);
 
-    // The barcode cache, guarded by m_DataMutex. The type list keeps step with the data list.
-    std::list<std::string> m_ScanDataList;
-    std::atomic<uint32_t> m_DirectIOCode{0};     // code of the last reply; decides nothing
-    std::list<std::string> m_ScanDataLabelList;  // the newest 4,096: nothing in the library reads them off
-    std::list<int32_t> m_ScanDataTypeList;
-    std::string m_StatisticsReply;        // what a scanner tells about itself; nothing fills it at present
-    std::recursive_mutex m_PendingMutex;  // guards m_PendingCalls
+    // Guarded by m_DataMutex:
+    BarcodeCache m_Cache;
+    bool m_BarcodeLost = false;               // the barcode under way is dropped up to its last part
+    bool m_ReplyLost = false;                 // something of the exchange under way is missing: there will be no reply
+    std::atomic<bool> m_BarcodeAdded{false};  // and m_BarcodeEvent not yet set; taken without the mutex
+    std::atomic<uint32_t> m_DirectIOCode{0};  // code of the last reply; decides nothing
+    std::string m_StatisticsReply;            // what a scanner tells about itself; nothing fills it at present
+    std::recursive_mutex m_PendingMutex;      // guards m_PendingCalls
     std::deque<std::function<void(bool&)>> m_PendingCalls;  // the newest 4,096
     const uint32_t m_CreatorThread;
     OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
     OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
     OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
-    OsEvent m_BarcodeEvent{kManualResetEvent};     // set while the cache isn't empty; changed under m_DataMutex
+    OsEvent m_BarcodeEvent{kManualResetEvent};     // a barcode was added; reset under m_DataMutex by who finds none
     platform::WriteLimit m_WriteLimit;             // of this handle's link; has a lock of its own
     std::atomic<bool> m_WaitsEnded{false};
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.

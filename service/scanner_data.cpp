@@ -1,6 +1,7 @@
 // From a block of the read thread to an entry of the barcode cache.
 #include <exception>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "foundation/log.h"
@@ -9,17 +10,13 @@
 #include "protocol/symbology.h"
 #include "service/property.h"
 #include "service/scanner.h"
+#include "service/scope_exit.h"
 
 namespace quillet {
 namespace {
 
-// Entries kept of what only the device model's own operations read off, and those may never be called.
-constexpr size_t kMaxUnreadEntries = 4096;
-
-template <typename Sequence>
-void DropOldest(Sequence& sequence) {
-    if (sequence.size() > kMaxUnreadEntries) sequence.pop_front();
-}
+// Callables kept for Update, which may never be called.
+constexpr size_t kMaxPendingCalls = 4096;
 
 }  // namespace
 
@@ -44,7 +41,7 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
         }
         ProcessEvent(record);
     } catch (const std::exception& error) {  // also no memory: the read thread goes on with the next block
-        const std::string text = error.what();
+        const std::string_view text = error.what();
         LogCritical("Error: ProcessDataEvent", text.empty() ? "Unknown exception" : text);
     }
     const int32_t result = m_Status.Has(StatusAutoDisable) ? kEndReading : kKeepReading;
@@ -53,6 +50,10 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
 }
 
 ResultCode CScanner::ProcessEvent(EventRecord& record) {
+    // Given without the mutex, or the consumer would wake into it.
+    ScopeExit told([this] {
+        if (m_BarcodeAdded.exchange(false)) m_BarcodeEvent.Signal();
+    });
     std::lock_guard lock(m_DataMutex);
     LogTrace trace("CScanner::ProcessEvent");
     switch (record.type) {
@@ -71,14 +72,27 @@ void CScanner::HandleDataEvent(const EventRecord& record) {
     record.GetData(linkType, block);
     m_DataBuffer += block;
     do {
-        ReplyPacket reply;
+        TakeFrame(block);
+    } while (!m_DataBuffer.empty());
+}
+
+// The first frame of m_DataBuffer, or the whole block as it came.
+void CScanner::TakeFrame(const std::string& block) {
+    ReplyPacket reply;
+    bool bareText = false;
+    try {
         const ParseResult result = ParseCatching(m_DataBuffer, reply);
-        if (result == ParseNoFrame || result == ParseNotRun) {
+        bareText = result == ParseNoFrame || result == ParseNotRun;
+        if (bareText) {
             TakePlainBarcode(block);
         } else if (reply.opcode == OpcodeBarcode && result == ParseOk) {
             TakeBarcodePart(reply);
-        }  // else a reply outside of an exchange, or a damaged barcode: consumed and dropped
-    } while (!m_DataBuffer.empty());
+        }            // else a reply outside of an exchange, or a damaged barcode: consumed and dropped
+    } catch (...) {  // no memory
+        m_DataBuffer.clear();
+        if (!bareText && reply.opcode == OpcodeBarcode) LoseBarcode(reply.firstParameter);
+        throw;
+    }
 }
 
 // ParseNotRun if the parser raised.
@@ -102,14 +116,21 @@ ParseResult CScanner::ParsingData(std::string& buffer, ReplyPacket& reply) {
     return result;
 }
 
-// A device that never ends what it has begun must not fill the host's memory: it starts again from nothing.
-void CScanner::AppendWithinReason(std::string& bytes, const std::string& more) {
+// A device that never ends what it has begun must not fill the host's memory. False if there is no room for more.
+bool CScanner::AppendWithinReason(std::string& bytes, const std::string& more) {
     constexpr size_t kMaxAssembledBytes = 1 << 20;
-    if (bytes.size() + more.size() > kMaxAssembledBytes) {
-        LogWarning("Too much data without an end, dropped: ", static_cast<uint64_t>(bytes.size()));
-        bytes.clear();
+    if (bytes.size() + more.size() <= kMaxAssembledBytes) {
+        bytes += more;
+        return true;
     }
-    bytes += more;
+    LogCritical("Error: too much data without an end, dropped: ", static_cast<uint64_t>(bytes.size()));
+    return false;
+}
+
+// A part of the barcode is missing: what is left of it, up to its last part, must not pass for a barcode.
+void CScanner::LoseBarcode(uint8_t firstParameterOfPart) {
+    std::string().swap(m_ScanData);
+    m_BarcodeLost = firstParameterOfPart != kLastBlock;
 }
 
 // Bare text: the block alone is the barcode, whatever waited before it.
@@ -118,31 +139,29 @@ void CScanner::TakePlainBarcode(const std::string& block) {
     AddBarcode(block, 0);
 }
 
-void CScanner::TakeBarcodePart(ReplyPacket& reply) {
-    AppendWithinReason(m_ScanData, reply.parameters);
+void CScanner::TakeBarcodePart(const ReplyPacket& reply) {
+    const bool lost = m_BarcodeLost || !AppendWithinReason(m_ScanData, reply.parameters);
+    if (lost) LoseBarcode(reply.firstParameter);
     if (reply.firstParameter != kLastBlock) {
         m_EventQueue.ChangeEnabledEvents(0, 0);  // only wakes the queue
-        return;
+    } else if (!lost) {
+        AddBarcode(std::exchange(m_ScanData, {}), IsKnownCodeType(reply.status) ? reply.status : 0);
     }
-    AddBarcode(std::exchange(m_ScanData, {}), IsKnownCodeType(reply.status) ? reply.status : 0);
 }
 
 // Whatever stands behind a finished barcode in the buffer is dropped with it.
 void CScanner::AddBarcode(std::string text, int32_t codeType) {
-    m_ScanDataTypeList.push_back(codeType);
-    m_ScanDataLabelList.push_back(text);
-    DropOldest(m_ScanDataLabelList);
-    m_ScanDataList.push_back(std::move(text));
-    PostDataEvent();
+    m_Cache.Add(std::move(text), codeType);
+    m_BarcodeAdded = true;
     m_DataBuffer.clear();
-    m_BarcodeEvent.Signal();
+    PostDataEvent();
 }
 
 void CScanner::PostDataEvent() {
     DataEventEnable(false);  // one-shot: getBarCode sets it again before each wait
     std::lock_guard lock(m_PendingMutex);
     m_PendingCalls.push_back([this](bool& flag) { OnDataEvent(0, 0, 0, flag); });
-    DropOldest(m_PendingCalls);
+    if (m_PendingCalls.size() > kMaxPendingCalls) m_PendingCalls.pop_front();
 }
 
 ResultCode CScanner::OnDataEvent(uint32_t, uint64_t, int64_t, bool&) {
@@ -167,19 +186,24 @@ ResultCode CScanner::ClearInput() {
     return kResultSuccess;
 }
 
-bool CScanner::TakeBarcode(int32_t* codeType, const CallerBuffer& buffer, ResultCode& result) {
+bool CScanner::HasBarcode() {
     std::lock_guard lock(m_DataMutex);
-    int32_t count = 0;
-    GetPropertyNumber(PropCacheCount, &count);
-    if (count == 0) return false;
-    int32_t type = 0;
-    GetPropertyNumber(PropScanDataType, &type);
-    if (codeType != nullptr) *codeType = type;
-    result = GetPropertyString(PropScanData, buffer);
-    return true;
+    return m_Cache.Count() > 0;
 }
 
+void CScanner::DropBarcodeType() {
+    std::lock_guard lock(m_DataMutex);
+    m_Cache.PopType();
+}
+
+// The event is set some time after its barcode was added, perhaps after that was taken, and stays set. So it is reset
+// here, with the mutex held: a barcode that is added later signals later.
 void CScanner::WaitForBarcode(uint32_t timeoutMs) {
+    {
+        std::lock_guard lock(m_DataMutex);
+        if (m_Cache.Count() > 0) return;
+        if (!m_WaitsEnded) m_BarcodeEvent.Reset();
+    }
     m_BarcodeEvent.TimedWait(timeoutMs);
 }
 

@@ -1,10 +1,12 @@
 // Exchanges: one thread sends and sleeps, the read thread recognises the reply and wakes it.
 #include <functional>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "foundation/log.h"
+#include "platform/clock.h"
 #include "protocol/catalogue.h"
 #include "service/scanner.h"
 #include "service/scope_exit.h"
@@ -15,6 +17,12 @@ namespace {
 // No exchange takes less; a reply that comes earlier is found when this is over.
 constexpr uint32_t kReplyDelayMs = 300;
 constexpr uint32_t kDirectIOTimeoutMs = 18000;
+
+uint32_t LeftOf(uint32_t timeoutMs, int64_t startNs) {
+    if (timeoutMs == platform::kNoLimitMs) return timeoutMs;
+    const int64_t passedMs = (platform::TheClock().NowNs() - startNs) / 1'000'000;
+    return passedMs >= timeoutMs ? 0 : timeoutMs - static_cast<uint32_t>(passedMs);
+}
 
 }  // namespace
 
@@ -66,25 +74,28 @@ ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
         return outcome;
     }
     plan.send();
-    outcome.result = WaitForReply(plan);
-    if (plan.waits && outcome.result == kResultSuccess) outcome = TakeReply(plan);
+    outcome = AwaitReply(plan);
     return outcome;
 }
 
-// 0, or 112 if no reply came in time or the exchange was broken off.
-ResultCode CScanner::WaitForReply(const ExchangePlan& plan) {
+// 112 if no reply came in time, something of it was lost, or the exchange was broken off.
+ExchangeOutcome CScanner::AwaitReply(const ExchangePlan& plan) {
     const bool broken = m_BreakEvent.TimedWait(kReplyDelayMs) == OsEventSignalled;
-    if (!broken && !plan.waits) return kResultSuccess;
+    if (!broken && !plan.waits) return {};
+    const int64_t startNs = platform::TheClock().NowNs();
     if (!broken && m_ReplyEvent.TimedWait(plan.timeoutMs) == OsEventSignalled &&
         m_BreakEvent.TimedWait(0) != OsEventSignalled) {
-        return kResultSuccess;
+        if (std::optional<ExchangeOutcome> reply = TakeReply(plan)) return *std::move(reply);
+        m_BreakEvent.TimedWait(LeftOf(plan.timeoutMs, startNs));
     }
     LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
-    return kResultTimeout;
+    return {kResultTimeout, {}};
 }
 
-ExchangeOutcome CScanner::TakeReply(const ExchangePlan& plan) {
+// None if something of the reply is missing.
+std::optional<ExchangeOutcome> CScanner::TakeReply(const ExchangePlan& plan) {
     std::lock_guard lock(m_DataMutex);
+    if (m_ReplyLost) return std::nullopt;
     if (!m_ScanData.empty()) return OnDirectIOEvent(plan.eventNumber, m_DirectIOCode);
     ExchangeOutcome outcome;
     if (plan.rawReply) outcome.reply = m_DirectIORaw;
@@ -95,6 +106,7 @@ void CScanner::BeginExchange() {
     std::lock_guard lock(m_DataMutex);
     m_ScanData.clear();
     m_DirectIORaw.clear();
+    m_ReplyLost = false;
     m_ReplyEvent.Reset();
     m_BreakEvent.Reset();
 }
@@ -139,13 +151,18 @@ void CScanner::HandleDirectIOEvent(const EventRecord& record) {
     LogTrace trace("CScanner::HandleDirectIOEvent");
     const bool late = !m_Status.Has(StatusExchange);  // the exchange ended while this block was on its way here
     if (late) OnDirectIOEventSync(0, 0, record);
-    uint32_t linkType = 0;
-    std::string bytes;
-    record.GetDirectIO(linkType, bytes);
-    AppendWithinReason(m_DirectIORaw, bytes);
-    while (HandleOneReply(bytes, record)) {
+    try {
+        uint32_t linkType = 0;
+        std::string bytes;
+        record.GetDirectIO(linkType, bytes);
+        if (!m_ReplyLost) m_ReplyLost = !AppendWithinReason(m_DirectIORaw, bytes);
+        while (HandleOneReply(bytes, record)) {
+        }
+    } catch (const std::bad_alloc&) {
+        m_ReplyLost = true;
+        throw;
     }
-    if (!late) return;
+    if (!late && !m_ReplyLost) return;
     m_ScanData.clear();
     m_DirectIORaw.clear();
 }
@@ -157,6 +174,7 @@ bool CScanner::HandleOneReply(std::string& bytes, const EventRecord& record) {
     if (result == ParseNotRun) LogWarning("DirectIOEvent Parsing exceptions!");
     if (reply.opcode == OpcodeBarcode) {  // scanned during the exchange: it ends the wait and is lost
         LogWarning("Reveived a CodeBar During DirectIO. Code", HexOf{reply.parameters});
+        if (result == ParseOk && reply.firstParameter == kLastBlock) m_BarcodeLost = false;
         OnDirectIOEventSync(0, 0, record);
         return false;
     }
@@ -170,7 +188,7 @@ bool CScanner::HandleOneReply(std::string& bytes, const EventRecord& record) {
         return true;
     }
     if (reply.status == kReplyAccepted && result == ParseOk) {
-        AppendWithinReason(m_ScanData, reply.parameters);
+        if (!m_ReplyLost) m_ScanData += reply.parameters;  // never more than m_DirectIORaw
         const bool hasText = reply.opcode == OpcodeReplyD8 || reply.opcode == OpcodeVersion;
         OnDirectIOEventSync(reply.opcode, hasText ? 1 : 0, record);
         return false;

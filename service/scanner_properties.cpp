@@ -1,7 +1,6 @@
 // The service's state by numbered properties.
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "foundation/log.h"
 #include "service/property.h"
@@ -58,32 +57,34 @@ bool KeepsResultCode(int32_t number) {
 
 }  // namespace
 
-void CScanner::LogPropertyName(const char* text, int32_t number) {
+void CScanner::LogPropertyName(const char* text, int32_t number) noexcept {
     if (!LogWanted(LLInfo)) return;
     std::string_view label = kUnknownLabel;
     for (const PropertyLabel& row : kLabels) {
         if (row.number == number) label = row.label;
     }
-    LogInfo(text + std::string(label));
+    LogInfo(text, label);
 }
 
 ResultCode CScanner::GetPropertyNumber(int32_t number, int32_t* value) {
     LogPropertyName(">>> GetPropertyNumber", number);
     LogInfo("    | PropIndex: ", number);
-    if (!KeepsResultCode(number)) {
-        m_ResultCode = kResultSuccess;
+    ResultCode result = ReadNumber(number, *value) ? kResultSuccess : kResultIllegal;
+    if (KeepsResultCode(number)) {
+        result = m_ResultCode;
+    } else {
+        m_ResultCode = result;
         m_ResultCodeExtended = 0;
     }
-    if (!ReadNumber(number, *value)) m_ResultCode = kResultIllegal;
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", *value);
     LogPropertyName("<<< GetPropertyNumber", number);
-    return m_ResultCode;
+    return result;
 }
 
-// False for a number that can't be read now or at all.
+// False for a number that can't be read now or at all. Only the lists are read with m_DataMutex: the state must be there
+// to ask for while the read thread holds it.
 bool CScanner::ReadNumber(int32_t number, int32_t& value) {
-    std::lock_guard lock(m_DataMutex);
     switch (number) {
         case PropClaimed: value = m_Status.Has(StatusClaimed); return true;
         case PropDataEventEnabled: value = m_Status.Has(StatusDataEventEnabled); return true;
@@ -104,20 +105,22 @@ bool CScanner::ReadNumber(int32_t number, int32_t& value) {
             value = m_Status.Has(StatusBinaryNibble) ? 1 : m_Status.Has(StatusBinaryDecimal) ? 2 : 0;
             return true;
         case PropDataCount:
-        case PropCacheCount: value = static_cast<int32_t>(m_ScanDataList.size()); return true;
+        case PropCacheCount: {
+            const auto lock = LockCache();
+            value = static_cast<int32_t>(m_Cache.Count());
+            return true;
+        }
         case PropPowerNotify: value = static_cast<int32_t>(m_PowerNotify.load()); return true;
         case PropPowerState: value = static_cast<int32_t>(m_PowerState.load()); return true;
         case PropCapPowerReporting:
         case PropCapStatisticsReporting: value = 1; return true;
         case PropCapUpdateStatistics: value = 0; return true;
         case PropScanDecodeData: value = m_Status.Has(StatusDecodeData); return true;
-        case PropScanDataType:
-            value = 0;
-            if (!m_ScanDataTypeList.empty()) {
-                value = m_ScanDataTypeList.front();
-                m_ScanDataTypeList.pop_front();
-            }
+        case PropScanDataType: {
+            const auto lock = LockCache();
+            value = m_Cache.PopType();
             return true;
+        }
         default:
             LogWarning("Invalid property number specified.");
             value = 0;
@@ -131,45 +134,47 @@ ResultCode CScanner::SetPropertyNumber(int32_t number, int32_t value) {
     LogInfo("    | Number: ", value);
     m_ResultCode = kResultSuccess;
     m_ResultCodeExtended = 0;
+    const ResultCode result = WriteNumber(number, value);
+    m_ResultCode = result;
+    LogPropertyName("<<< SetPropertyNumber", number);
+    return result;
+}
+
+ResultCode CScanner::WriteNumber(int32_t number, int32_t value) {
     const bool flag = value != 0;
     switch (number) {
-        case PropDataEventEnabled: SetDataEventEnabled(flag); break;
-        case PropDeviceEnabled: SetDeviceEnabled(flag); break;
-        case PropFreezeEvents: SetFreezeEvents(flag); break;
+        case PropDataEventEnabled: return SetDataEventEnabled(flag);
+        case PropDeviceEnabled: return SetDeviceEnabled(flag);
+        case PropFreezeEvents: return SetFreezeEvents(flag);
         case PropAutoDisable:
             m_Status.Put(StatusAutoDisable, flag);
             m_EventQueue.SetAutoDisable(flag);
-            break;
-        case PropBinaryConversion: SetBinaryConversion(value); break;
-        case PropPowerNotify: SetPowerNotify(value); break;
-        case PropScanDecodeData: SetDecodeData(flag); break;
-        default: LogWarning("An invalid property number was specified."); m_ResultCode = kResultIllegal;
+            return kResultSuccess;
+        case PropBinaryConversion: SetBinaryConversion(value); return kResultSuccess;
+        case PropPowerNotify: return SetPowerNotify(value);
+        case PropScanDecodeData: return SetDecodeData(flag);
+        default: LogWarning("An invalid property number was specified."); return kResultIllegal;
     }
-    LogPropertyName("<<< SetPropertyNumber", number);
-    return m_ResultCode;
 }
 
-void CScanner::SetDataEventEnabled(bool flag) {
+ResultCode CScanner::SetDataEventEnabled(bool flag) {
     DataEventEnable(flag);
     const bool frozen = m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
     // The bit is stored all the same; a barcode that came in between isn't a failure either.
-    if (flag && frozen) m_ResultCode = kResultFailure;
+    return flag && frozen ? kResultFailure : kResultSuccess;
 }
 
-void CScanner::SetDeviceEnabled(bool flag) {
-    if (!m_Status.Has(StatusClaimed)) {
-        LogWarning("The device must be claimed before it can be enabled.");
-        m_ResultCode = kResultNotClaimed;
-        return;
-    }
-    m_ResultCode = DeviceEnable(flag);
+ResultCode CScanner::SetDeviceEnabled(bool flag) {
+    if (m_Status.Has(StatusClaimed)) return DeviceEnable(flag);
+    LogWarning("The device must be claimed before it can be enabled.");
+    return kResultNotClaimed;
 }
 
-void CScanner::SetFreezeEvents(bool flag) {
+ResultCode CScanner::SetFreezeEvents(bool flag) {
     m_Status.Put(StatusFreezeEvents, flag);
     m_EventQueue.SetFreeze(flag);
     OnFreezeEvents();
-    if (!flag && m_Status.Has(StatusFreezeEvents | StatusCOFreeze)) m_ResultCode = kResultFailure;
+    return !flag && m_Status.Has(StatusFreezeEvents | StatusCOFreeze) ? kResultFailure : kResultSuccess;
 }
 
 // A value without a mode leaves none; coding is decimal then, and reads give 0.
@@ -179,39 +184,26 @@ void CScanner::SetBinaryConversion(int32_t value) {
     if (value >= 0 && value <= 2) m_Status.Set(kModes[value]);
 }
 
-void CScanner::SetPowerNotify(int32_t value) {
-    if (m_Status.Has(StatusEnabled)) {
-        m_ResultCode = kResultIllegal;
-        return;
-    }
+ResultCode CScanner::SetPowerNotify(int32_t value) {
+    if (m_Status.Has(StatusEnabled)) return kResultIllegal;
     m_PowerNotify = static_cast<uint32_t>(value);
+    return kResultSuccess;
 }
 
-void CScanner::SetDecodeData(bool flag) {
+ResultCode CScanner::SetDecodeData(bool flag) {
     if (!m_Status.Has(StatusEnabled)) {
         LogWarning("The device must be enable before it can be enabled.");
-        m_ResultCode = kResultDisabled;
-        return;
+        return kResultDisabled;
     }
     m_Status.Put(StatusDecodeData, flag);
     EnableDeocdeData(flag);
+    return kResultSuccess;
 }
 
 // A closed service has no mode either; its texts are read as they are.
 BinaryConversion CScanner::ConversionMode() const {
     if (m_Status.Has(StatusBinaryNone) || !m_Status.Has(StatusOpened)) return BinaryConversion::None;
     return m_Status.Has(StatusBinaryNibble) ? BinaryConversion::Nibble : BinaryConversion::Decimal;
-}
-
-// An empty text if there is nothing to take.
-std::string CScanner::PopFront(std::list<std::string>& list) {
-    std::string front;
-    if (!list.empty()) {
-        front = std::move(list.front());
-        list.pop_front();
-    }
-    if (m_ScanDataList.empty() && !m_WaitsEnded) m_BarcodeEvent.Reset();
-    return front;
 }
 
 bool CScanner::ReadText(int32_t number, std::string& value) {
@@ -222,11 +214,11 @@ bool CScanner::ReadText(int32_t number, std::string& value) {
         case PropDeviceName: value = m_DeviceName; return true;
         case PropServiceName: value = "Tovra Quillet."; return true;
         case PropScanData:
-            value = PopFront(m_ScanDataList);
+            value = m_Cache.PopText();
             LogInfo("out ScanData :", value);
             return true;
         case PropScanDataLabel:
-            value = PopFront(m_ScanDataLabelList);
+            value = m_Cache.PopLabel();
             LogDebug("out ScanDataLabel :", value);
             return true;
         default:
@@ -239,9 +231,9 @@ bool CScanner::ReadText(int32_t number, std::string& value) {
 ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffer) {
     LogTrace trace("CScanner::GetPropertyString");
     LogInfo("    | PropIndex: ", number);
-    m_ResultCode = kResultSuccess;
     std::string value;
-    if (!ReadText(number, value)) m_ResultCode = kResultIllegal;
+    const ResultCode result = ReadText(number, value) ? kResultSuccess : kResultIllegal;
+    m_ResultCode = result;
     const BinaryConversion mode = ConversionMode();
     if (mode != BinaryConversion::None) value = EncodeBinaryText(value, mode);
     if (!buffer.Fits(value)) {
@@ -251,7 +243,7 @@ ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffe
     buffer.Fill(value);
     LogInfo("    | String Ascii : ", AsciiOf{value});
     LogInfo("    | String Hex : ", HexOf{value});
-    return m_ResultCode;
+    return result;
 }
 
 ResultCode CScanner::SetPropertyString(int32_t number, const char* text) {
@@ -272,9 +264,10 @@ ResultCode CScanner::COFreezeEvents(int16_t freeze) {
     m_EventQueue.SetFreeze(flag);
     OnFreezeEvents();
     const bool frozen = m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
-    m_ResultCode = frozen == flag ? kResultSuccess : kResultFailure;
-    LogInfo("    | ResultCode: %d", m_ResultCode.load());
-    return m_ResultCode;
+    const ResultCode result = frozen == flag ? kResultSuccess : kResultFailure;
+    m_ResultCode = result;
+    LogInfo("    | ResultCode: %d", result);
+    return result;
 }
 
 }  // namespace quillet

@@ -31,6 +31,9 @@ enum PowerState : uint32_t { PowerUnknown = 2000, PowerOnline = 2001, PowerOffOf
 inline constexpr int32_t kKeepReading = 1;
 inline constexpr int32_t kEndReading = 2;  // auto disable: the read thread ends
 
+// The largest block that a data callback gets.
+inline constexpr uint32_t kMaxReadSize = 4095;
+
 // Status of a block that a data callback gets.
 inline constexpr uint32_t kGoodRead = 0;
 inline constexpr uint32_t kFailedRead = 1;  // the block is empty
@@ -121,7 +124,7 @@ class CComm {
     const uint32_t m_DeviceType;
     const uint32_t m_ComPort;  // the link's number in the arbiter's list
     PortDescriptor m_Port;
-    uint32_t m_ReadSize = 4095;  // bytes asked of one read
+    uint32_t m_ReadSize = kMaxReadSize;  // bytes asked of one read
     const ParameterList m_Params;
     void* const m_Owner;
     const DataCallback m_DataCallback;

@@ -1,8 +1,9 @@
 // Barcode retrieval calls.
+#include <utility>
+
 #include "api/handle/scanner_object.h"
 #include "platform/clock.h"
 #include "service/property.h"
-#include "service/scope_exit.h"
 
 namespace quillet {
 namespace {
@@ -10,49 +11,90 @@ namespace {
 // The instants at which a time-out is looked at lie this far apart.
 constexpr int64_t kPollMs = 100;
 
+// DataEventEnabled, on from a wait's beginning to its end.
+class DataEvents {
+  public:
+    explicit DataEvents(CScanner& scanner) : m_Scanner(scanner) {
+        m_Scanner.SetPropertyNumber(PropDataEventEnabled, 1);
+    }
+    ~DataEvents() { SwitchOff(); }
+    DataEvents(const DataEvents&) = delete;
+    DataEvents& operator=(const DataEvents&) = delete;
+
+    // Nothing when it is run again. Needs no memory, and so can't fail.
+    void SwitchOff() {
+        if (std::exchange(m_On, false)) m_Scanner.SetPropertyNumber(PropDataEventEnabled, 0);
+    }
+
+  private:
+    CScanner& m_Scanner;
+    bool m_On = true;
+};
+
+// Where a call's barcode goes, and what came of it.
+struct BarcodeTaking {
+    CScanner& scanner;
+    int32_t* codeType;  // may be null
+    const CallerBuffer& buffer;
+    ResultCode result = ResultTimeout;
+
+    // False if there is none. Count, type and text belong to one barcode, as the cache is held still meanwhile.
+    bool Try(DataEvents* armed) {
+        const auto held = scanner.LockCache();
+        int32_t count = 0;
+        scanner.GetPropertyNumber(PropCacheCount, &count);
+        if (count == 0) return false;
+        if (armed != nullptr) armed->SwitchOff();
+        if (codeType != nullptr) {
+            scanner.GetPropertyNumber(PropScanDataType, codeType);
+        } else {
+            scanner.DropBarcodeType();
+        }
+        result = scanner.GetPropertyString(PropScanData, buffer);
+        return true;
+    }
+};
+
 // Waits for barcodes in slices of kPollMs, on one stopwatch.
 class BarcodeWait {
   public:
-    BarcodeWait(CScanner& scanner, int64_t timeoutMs)
-        : m_Scanner(scanner), m_TimeoutMs(timeoutMs), m_StartNs(platform::TheClock().NowNs()) {}
+    BarcodeWait(BarcodeTaking& taking, int64_t timeoutMs)
+        : m_Taking(taking), m_TimeoutMs(timeoutMs), m_StartNs(platform::TheClock().NowNs()), m_Armed(taking.scanner) {}
 
-    // Takes a barcode, waiting for it; 112 at the time-out, or when the handle is about to go.
-    int32_t Take(int32_t* codeType, const CallerBuffer& buffer) {
-        int32_t result = ResultTimeout;
+    // Until a barcode is taken, the time is over, or the handle is about to go.
+    void Run() {
         for (;;) {
-            if (m_Scanner.TakeBarcode(codeType, buffer, result)) return result;
-            if (m_Scanner.WaitsAreEnded() || (m_TimeoutMs >= 0 && ElapsedMs() > m_TimeoutMs)) return ResultTimeout;
-            if (WaitSlice(codeType, buffer, result)) return result;
+            if (m_Taking.Try(&m_Armed)) return;
+            if (m_Taking.scanner.WaitsAreEnded() || (m_TimeoutMs >= 0 && ElapsedMs() > m_TimeoutMs)) return;
+            if (RunSlice()) return;
         }
     }
 
   private:
     // One slice, or the whole wait if it has no limit. A barcode ends it at once; if another thread takes it
     // first, the rest of the slice goes on. True with a barcode taken.
-    bool WaitSlice(int32_t* codeType, const CallerBuffer& buffer, int32_t& result) {
+    bool RunSlice() {
         const int64_t sliceEnd = ElapsedMs() + kPollMs;
         for (;;) {
             const int64_t leftMs = m_TimeoutMs < 0 ? platform::kNoLimitMs : sliceEnd - ElapsedMs();
-            if (leftMs <= 0 || m_Scanner.WaitsAreEnded()) return false;
-            m_Scanner.WaitForBarcode(static_cast<uint32_t>(leftMs));
-            if (m_Scanner.TakeBarcode(codeType, buffer, result)) return true;
+            if (leftMs <= 0 || m_Taking.scanner.WaitsAreEnded()) return false;
+            m_Taking.scanner.WaitForBarcode(static_cast<uint32_t>(leftMs));
+            const auto held = m_Taking.scanner.LockCache();
+            if (m_Taking.scanner.HasBarcode()) return m_Taking.Try(&m_Armed);
         }
     }
 
     int64_t ElapsedMs() const { return (platform::TheClock().NowNs() - m_StartNs) / 1'000'000; }
 
-    CScanner& m_Scanner;
+    BarcodeTaking& m_Taking;
     const int64_t m_TimeoutMs;
     const int64_t m_StartNs;
+    DataEvents m_Armed;
 };
 
-int32_t GetBarcode(CScanner& scanner, int32_t* codeType, const CallerBuffer& buffer, int64_t timeoutMs) {
-    int32_t result = ResultSuccess;
-    if (scanner.TakeBarcode(codeType, buffer, result)) return result;  // DataEventEnabled isn't touched
-    BarcodeWait wait(scanner, timeoutMs);
-    scanner.SetPropertyNumber(PropDataEventEnabled, 1);
-    ScopeExit disarm([&] { scanner.SetPropertyNumber(PropDataEventEnabled, 0); });
-    return wait.Take(codeType, buffer);
+ResultCode GetBarcode(BarcodeTaking taking, int64_t timeoutMs) {
+    if (!taking.Try(nullptr)) BarcodeWait(taking, timeoutMs).Run();
+    return taking.result;
 }
 
 }  // namespace
@@ -65,7 +107,8 @@ ResultCode getBarCode(ScannerHandle handle, int32_t* codeType, uint8_t* buffer, 
     if (handle == nullptr || buffer == nullptr || bufferSize <= 0 || length == nullptr) return ResultBadArgument;
     return Guarded(ResultFailure, [&] {
         const CallerBuffer result{buffer, CallerLength(bufferSize), length};
-        return GetBarcode(HandleCall(handle).Scanner(), codeType, result, timeoutMs);
+        HandleCall call(handle);
+        return GetBarcode({call.Scanner(), codeType, result}, timeoutMs);
     });
 }
 

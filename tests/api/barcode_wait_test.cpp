@@ -1,6 +1,9 @@
 // The waits of getBarCode, on a clock that goes by them alone.
+#include <atomic>
 #include <functional>
+#include <gmock/gmock.h>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -8,10 +11,12 @@
 
 #include "api/handle/scanner_object.h"
 #include "service/service_bench.h"
+#include "support/log_reader.h"
 
 namespace quillet::test {
 namespace {
 
+using ::testing::ElementsAre;
 using Waits = std::vector<uint32_t>;
 
 // In use from its making to its end, by one thread.
@@ -42,11 +47,11 @@ class StepClock : public platform::Clock {
 // A handle that was never opened waits like any other.
 class BarcodeWaitTest : public ::testing::Test {
   protected:
-    ResultCode Take(int64_t timeoutMs) {
+    ResultCode Take(int64_t timeoutMs, int32_t* codeType = nullptr) {
         uint8_t buffer[16];
         int32_t length = 0;
         m_Clock.waits.clear();
-        return getBarCode(&m_Object, nullptr, buffer, sizeof buffer, &length, timeoutMs);
+        return getBarCode(&m_Object, codeType, buffer, sizeof buffer, &length, timeoutMs);
     }
     void Receive(std::string block) { (m_Object.scanner.*(&TestScanner::ProcessDataEvent))(block, kGoodRead); }
     int32_t DataEventEnabled() {
@@ -102,10 +107,46 @@ TEST_F(BarcodeWaitTest, TheEndOfTheHandleEndsAWait) {
     EXPECT_EQ(m_Clock.waits, Waits{platform::kNoLimitMs});
 }
 
-TEST_F(BarcodeWaitTest, AWaitingBarcodeIsTakenWithoutAWait) {
+// What an administrator reads of a call: its steps, each once.
+TEST_F(BarcodeWaitTest, TracesItsStepsAsTheyAre) {
+    LogReader log;
+    const auto steps = [&] {
+        std::vector<std::string> taken;
+        for (const std::string& line : log.Take()) {
+            const size_t at = line.find(":>>> ");
+            if (at != std::string::npos && line.find("etProperty") != std::string::npos)
+                taken.push_back(line.substr(at + 5));
+        }
+        return taken;
+    };
+    const std::string count = "GetPropertyNumber\t Unknown";
+    const std::string dataEvents = "SetPropertyNumber\t DataEventEnabled";
+    const std::string type = "GetPropertyNumber\t Scan_ScanDataType";
+    const std::string text = "CScanner::GetPropertyString";
     Receive("barcode");
-    EXPECT_EQ(Take(-1), ResultSuccess);
+    EXPECT_EQ(Take(-1), ResultSuccess);  // without a pointer for the type
     EXPECT_EQ(m_Clock.waits, Waits{});
+    EXPECT_THAT(steps(), ElementsAre(count, text));
+    m_Clock.duringWait = [&] {
+        Receive("barcode");
+        return 100;
+    };
+    int32_t codeType = 0;
+    EXPECT_EQ(Take(1000, &codeType), ResultSuccess);
+    EXPECT_THAT(steps(), ElementsAre(count, dataEvents, count, count, dataEvents, type, text));
+}
+
+TEST_F(BarcodeWaitTest, AnothersResultIsNotIts) {
+    std::atomic<bool> done{false};
+    std::thread other([&] {
+        while (!done) m_Object.scanner.SetPropertyNumber(PropClaimed, 1);
+    });
+    for (int i = 0; i < 5000; ++i) {
+        Receive("barcode");
+        EXPECT_EQ(Take(0), ResultSuccess);
+    }
+    done = true;
+    other.join();
 }
 
 }  // namespace

@@ -92,6 +92,19 @@ TEST_F(ExchangeTest, OthersDoNotComeIn) {
     EXPECT_EQ(m_Scanner.Number(PropDataCount), 0);
 }
 
+TEST_F(ExchangeTest, AReplyOfMoreThanAMebibyteIsNone) {
+    std::thread scanner([&] {
+        ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
+        const auto held = m_Scanner.LockCache();  // woken by the first block, the exchange sees all of them
+        m_Scanner.Receive(kVersionReply);
+        for (int i = 0; i < 17; ++i) m_Scanner.Receive(std::string(64 << 10, 'x'));
+    });
+    const int64_t start = m_Clock.NowNs();
+    EXPECT_EQ(m_Scanner.ExchangeBytes("x", 2000).result, kResultTimeout);
+    EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
+    scanner.join();
+}
+
 // The handle is being destroyed, or the scanner has gone, while an exchange without a limit is about to begin.
 TEST_F(ExchangeTest, NoneBeginsThatNothingWouldEnd) {
     m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0);

@@ -97,9 +97,35 @@ TEST_F(ScanDataTest, UsbBlocksAreJoined) {
     EXPECT_EQ(TakeAll(), Cached{});
     m_Scanner.Receive("short");
     EXPECT_EQ(TakeAll(), (Cached{{0, "short"}}));
-    // A device that never ends a barcode doesn't fill the memory.
-    for (int i = 0; i < 40'000; ++i) m_Scanner.Receive(ScanBlock(std::string(56, 'x'), 3, true));
-    EXPECT_LT(m_Scanner.m_ScanData.size(), size_t{1} << 20);
+}
+
+// A device that never ends a barcode doesn't fill the memory, and the rest of what it sent is no barcode.
+TEST_F(ScanDataTest, MoreThanAMebibyteIsDroppedToItsEnd) {
+    OpenSerial();
+    const std::string more = Frame(0xEE, 3, '\0' + std::string(32 << 10, 'x'));
+    const std::string last = Frame(0xEE, 3, '\xFF' + std::string(32 << 10, 'x'));
+    const auto receive = [&](int count) {
+        for (int i = 0; i < count; ++i) m_Scanner.Receive(more);
+    };
+    receive(31);
+    m_Scanner.Receive(last);
+    std::vector<uint8_t> buffer(1 << 20);
+    int32_t length = 0;
+    EXPECT_EQ(m_Scanner.GetPropertyString(PropScanData, {buffer.data(), 1 << 20, &length}), kResultSuccess);
+    EXPECT_EQ(length, 1 << 20);
+    receive(33);
+    EXPECT_EQ(m_Scanner.m_ScanData, "");
+    m_Scanner.ExchangeBytes("x", 1);  // is no end
+    receive(1);
+    m_Scanner.Receive(last);
+    EXPECT_EQ(m_Scanner.Number(PropDataCount), 0);
+    m_Scanner.Receive(Frame(0xEE, 3, "\xFFgood"));
+    EXPECT_EQ(m_Scanner.Number(PropDataCount), 1);
+
+    BarcodeCache cache;
+    for (int i = 0; i < 17; ++i) cache.Add(std::string(1 << 20, static_cast<char>('a' + i)), 3);
+    EXPECT_EQ(cache.PopLabel()[0], 'b');  // 16 MiB of labels
+    EXPECT_EQ(cache.PopText()[0], 'a');
 }
 
 TEST_F(ScanDataTest, AFinishedBarcodeTurnsDataEventsOff) {

@@ -49,13 +49,19 @@ void CEventQueue::SetEnabledEvents(int32_t mask) {
         throw OposQueueError("Invalid event type passed to SetEnabledEvents.");
     }
     std::lock_guard lock(mutex);
-    enabledEvents.store(mask);
-    wakeUp.Post();
+    StoreEnabledEvents(mask);
 }
 
 void CEventQueue::ChangeEnabledEvents(int32_t setBits, int32_t clearBits) {
     std::lock_guard lock(mutex);
-    SetEnabledEvents((GetEnabledEvents() | setBits) & ~clearBits);
+    StoreEnabledEvents((GetEnabledEvents() | setBits) & ~clearBits);
+}
+
+// With `mutex` held. A pass over an empty store shows in its detail lines alone. Those of a pass that was due before the
+// log was switched on could have been missed by it anyway.
+void CEventQueue::StoreEnabledEvents(int32_t mask) {
+    enabledEvents.store(mask);
+    if (!records.empty() || LogWanted(LLInfo)) wakeUp.Post();
 }
 
 size_t CEventQueue::CountIndex(uint32_t type) {

@@ -31,7 +31,7 @@ class CEventQueue {
 
     // Throw OposQueueError for a mask of 32 or above, which isn't stored.
     void SetAllowableEvents(int32_t mask);
-    // Wakes the thread for one pass, also if the mask stays the same.
+    // Wakes the thread for one pass, also if the mask stays the same; not where nobody could see the pass.
     void SetEnabledEvents(int32_t mask);
     int32_t GetEnabledEvents() const { return enabledEvents.load(); }
     // Sets and clears bits of the enabled mask as one step, and wakes the thread as SetEnabledEvents does.
@@ -48,6 +48,7 @@ class CEventQueue {
 
   private:
     static size_t CountIndex(uint32_t type);
+    void StoreEnabledEvents(int32_t mask);
     void RunThread();
     void RunPass();
     EventRecord TakeEnabledRecord();

@@ -65,12 +65,9 @@ class LinuxClock final : public Clock {
                 static_cast<int>(now.tv_nsec / 1000000)};
     }
 
+    // No time at all is no wait here: whoever has work goes on with it, and the kernel sees to the others.
     void SleepMs(uint32_t ms) override {
-        if (ms == 0) {
-            std::this_thread::yield();
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     }
 
     WaitResult Wait(Event& event, uint32_t timeoutMs) override { return event.Wait(timeoutMs); }

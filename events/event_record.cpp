@@ -10,7 +10,7 @@ void EventRecord::SetData(uint32_t newStatus, std::string newData) {
     data = std::move(newData);
 }
 
-void EventRecord::GetData(uint32_t& outStatus, std::string& outData) const {
+void EventRecord::GetData(uint32_t& outStatus, std::string_view& outData) const {
     if (type != EventData) throw OposEventError("Invalid Data Event");
     outStatus = status;
     outData = data;
@@ -22,7 +22,7 @@ void EventRecord::SetDirectIO(uint32_t newNumber, std::string newData) {
     data = std::move(newData);
 }
 
-void EventRecord::GetDirectIO(uint32_t& outNumber, std::string& outData) const {
+void EventRecord::GetDirectIO(uint32_t& outNumber, std::string_view& outData) const {
     if (type != EventDirectIO) throw OposEventError("Invalid DirectIO Event");
     outNumber = number;
     outData = data;

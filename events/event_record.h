@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "events/opos_error.h"
 
@@ -19,7 +20,8 @@ enum EventType : uint32_t {
     EventAll = 31
 };
 
-// The getters throw OposEventError for a record of another kind and leave their results as they were.
+// The getters throw OposEventError for a record of another kind and leave their results as they were. The data that
+// they give are the record's own.
 struct EventRecord {
     uint32_t type = EventNone;
     uint32_t status = 0;  // of a data or status event
@@ -27,9 +29,9 @@ struct EventRecord {
     std::string data;     // payload of a data or direct-I/O event
 
     void SetData(uint32_t newStatus, std::string newData);
-    void GetData(uint32_t& outStatus, std::string& outData) const;
+    void GetData(uint32_t& outStatus, std::string_view& outData) const;
     void SetDirectIO(uint32_t newNumber, std::string newData);
-    void GetDirectIO(uint32_t& outNumber, std::string& outData) const;
+    void GetDirectIO(uint32_t& outNumber, std::string_view& outData) const;
     void SetStatusUpdate(uint32_t newStatus);
     void GetStatusUpdate(uint32_t& outStatus) const;
 };

@@ -21,6 +21,8 @@ class StopSignal {
     void Set() noexcept;
     void Reset() noexcept;
     bool IsSet() const noexcept;
+    // As IsSet, without asking the system; late by what a Set or Reset that is under way still has to do.
+    bool LooksSet() const noexcept { return m_LooksSet.load(); }
     // Waits at most timeoutMs of real time for the signal; true if it is set. kNoLimitMs waits for ever.
     bool Wait(uint32_t timeoutMs) const noexcept;
 
@@ -32,6 +34,7 @@ class StopSignal {
 
   private:
     std::atomic<intptr_t> m_Native;
+    std::atomic<bool> m_LooksSet{false};  // set after m_Native and cleared before it: never set beside a clear one
     const ProcessOrigin m_Origin;
 };
 

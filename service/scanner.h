@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "events/event_record.h"
 #include "foundation/text.h"
@@ -183,9 +184,9 @@ class CScanner : public CDevice {
     bool ReadText(int32_t number, std::string& value);
     BinaryConversion ConversionMode() const;
 
-    static bool AppendWithinReason(std::string& bytes, const std::string& more);
-    void TakeFrame(const std::string& block);
-    void TakePlainBarcode(const std::string& block);
+    static bool AppendWithinReason(std::string& bytes, std::string_view more);
+    void TakeFrame(std::string_view block);
+    void TakePlainBarcode(std::string_view block);
     void TakeBarcodePart(const ReplyPacket& reply);
     void LoseBarcode(uint8_t firstParameterOfPart);
     void AddBarcode(std::string text, int32_t codeType);

@@ -31,9 +31,9 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
         LogCritical("Error: ProcessDataEvent code: ", status);
         return kKeepReading;
     }
+    EventRecord record;
     try {
         LogInfo("    | About to try to enqueue event");
-        EventRecord record;
         if (m_Status.Has(StatusExchange)) {
             record.SetDirectIO(m_LinkType, std::move(block));
         } else {
@@ -44,6 +44,7 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
         const std::string_view text = error.what();
         LogCritical("Error: ProcessDataEvent", text.empty() ? "Unknown exception" : text);
     }
+    block = std::move(record.data);  // its memory serves the next read
     const int32_t result = m_Status.Has(StatusAutoDisable) ? kEndReading : kKeepReading;
     LogInfo("    | return code:  ", result);
     return result;
@@ -68,7 +69,7 @@ ResultCode CScanner::ProcessEvent(EventRecord& record) {
 void CScanner::HandleDataEvent(const EventRecord& record) {
     LogTrace trace("CScanner::HandleDataEvent");
     uint32_t linkType = 0;
-    std::string block;
+    std::string_view block;
     record.GetData(linkType, block);
     m_DataBuffer += block;
     do {
@@ -77,7 +78,7 @@ void CScanner::HandleDataEvent(const EventRecord& record) {
 }
 
 // The first frame of m_DataBuffer, or the whole block as it came.
-void CScanner::TakeFrame(const std::string& block) {
+void CScanner::TakeFrame(std::string_view block) {
     ReplyPacket reply;
     bool bareText = false;
     try {
@@ -117,7 +118,7 @@ ParseResult CScanner::ParsingData(std::string& buffer, ReplyPacket& reply) {
 }
 
 // A device that never ends what it has begun must not fill the host's memory. False if there is no room for more.
-bool CScanner::AppendWithinReason(std::string& bytes, const std::string& more) {
+bool CScanner::AppendWithinReason(std::string& bytes, std::string_view more) {
     constexpr size_t kMaxAssembledBytes = 1 << 20;
     if (bytes.size() + more.size() <= kMaxAssembledBytes) {
         bytes += more;
@@ -134,9 +135,9 @@ void CScanner::LoseBarcode(uint8_t firstParameterOfPart) {
 }
 
 // Bare text: the block alone is the barcode, whatever waited before it.
-void CScanner::TakePlainBarcode(const std::string& block) {
+void CScanner::TakePlainBarcode(std::string_view block) {
     LogInfo("    | ScanData: ", HexOf{block});
-    AddBarcode(block, 0);
+    AddBarcode(std::string(block), 0);
 }
 
 void CScanner::TakeBarcodePart(const ReplyPacket& reply) {

@@ -2,6 +2,7 @@
 #include <functional>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -153,8 +154,9 @@ void CScanner::HandleDirectIOEvent(const EventRecord& record) {
     if (late) OnDirectIOEventSync(0, 0, record);
     try {
         uint32_t linkType = 0;
-        std::string bytes;
-        record.GetDirectIO(linkType, bytes);
+        std::string_view block;
+        record.GetDirectIO(linkType, block);
+        std::string bytes(block);
         if (!m_ReplyLost) m_ReplyLost = !AppendWithinReason(m_DirectIORaw, bytes);
         while (HandleOneReply(bytes, record)) {
         }

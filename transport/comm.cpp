@@ -143,10 +143,12 @@ int32_t CComm::RunReadThread() {
 void CComm::ReadUntilTold() {
     const auto reader = m_Handle->NewReader();
     std::vector<uint8_t> buffer(m_ReadSize);
+    std::string block;
     LogInfo("    | About to entered RunReadThread loop");
     while (m_Running) {
+        block.reserve(m_ReadSize);  // before the read: nothing that was read is lost for want of memory
         const uint32_t count = ReadOnce(*reader, buffer.data());
-        if (m_Running) Deliver(std::string(buffer.begin(), buffer.begin() + count));
+        if (m_Running) Deliver(block.assign(buffer.begin(), buffer.begin() + count));
         platform::TheClock().SleepMs(0);
     }
 }
@@ -177,7 +179,7 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     throw CommError(WithCode("Error while waiting for data (Code:", finish.error));
 }
 
-void CComm::Deliver(std::string block) {
+void CComm::Deliver(std::string& block) {
     if (!block.empty() && LogWanted(LLInfo)) {
         const std::string port = "    - Port[" + FormatPortTag(m_PortName);
         LogInfo(port + "]Read(Ascii): " + ToAsciiText(block));

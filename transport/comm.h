@@ -38,7 +38,7 @@ inline constexpr uint32_t kMaxReadSize = 4095;
 inline constexpr uint32_t kGoodRead = 0;
 inline constexpr uint32_t kFailedRead = 1;  // the block is empty
 
-// One finished read, on the link's read thread.
+// One finished read, on the link's read thread. The block's memory serves the next read too, unless it is taken.
 using DataCallback = int32_t (*)(void* owner, std::string& block, uint32_t status);
 // A change of the power state, on the link's power thread. One that throws is called again at the next pass.
 using PowerCallback = void (*)(void* owner, uint32_t powerState);
@@ -143,7 +143,7 @@ class CComm {
     // Bytes of one read; nothing to deliver if m_Running is clear afterwards.
     uint32_t ReadOnce(platform::DeviceReader& reader, uint8_t* buffer);
     uint32_t FinishPendingRead(platform::DeviceReader& reader);
-    void Deliver(std::string block);
+    void Deliver(std::string& block);
 
     void PollPower() noexcept;
     void AskToReopen();

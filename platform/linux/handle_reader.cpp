@@ -22,7 +22,7 @@ uint32_t ErrorOfEmptyRead(ssize_t count, uint32_t error, const DeviceWake& wake)
 }  // namespace
 
 IoStart HandleReader::Start(uint8_t* buffer, uint32_t size) {
-    if (!m_Handle.ForReading()) {
+    if (!m_File) {
         return {IoState::Failed, 0, ENODEV, true};
     }
     m_Buffer = buffer;
@@ -38,12 +38,15 @@ ReadWait HandleReader::End(uint32_t error) {
 }
 
 ReadWait HandleReader::Wait(const StopSignal& stop) {
-    const DeviceHandle::File file = m_Handle.ForReading();
-    if (!file) {
+    if (!m_File) {
         return stop.IsSet() ? ReadWait::Stopped : End(ENODEV);
     }
+    if (m_MoreLikely && !stop.LooksSet() && Read() > 0) {
+        return ReadWait::Finished;
+    }
+    m_MoreLikely = false;
     for (;;) {
-        const DeviceWake wake = m_Handle.Poll(*file, kReadEvents, stop, kNoLimitMs);
+        const DeviceWake wake = m_Handle.Poll(*m_File, kReadEvents, stop, kNoLimitMs);
         if (wake.error != 0) {
             m_Error = wake.error;
             return ReadWait::Failed;
@@ -51,13 +54,14 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
         if (wake.stopped) {
             return ReadWait::Stopped;
         }
-        const ssize_t count = RetryInterrupted([&] { return ReadPiece(file->Get(), m_Buffer, m_Size); });
+        const ssize_t count = Read();
         if (count > 0) {
-            m_Count = static_cast<uint32_t>(count);
-            return IsOnePiece() ? ReadWait::Finished : TakeMore(*file, stop);
+            m_MoreLikely = IsOnePiece();
+            return IsOnePiece() ? ReadWait::Finished : TakeMore(stop);
         }
         const uint32_t error = ErrorOfEmptyRead(count, LastErrno(), wake);
         if (IsGone(error)) {
+            m_File.reset();
             m_Handle.Close();
         }
         if (error != 0) {
@@ -66,22 +70,29 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
     }
 }
 
+// As read, behind what is in the buffer already.
+ssize_t HandleReader::Read() {
+    const ssize_t count =
+        RetryInterrupted([&] { return ReadPiece(m_File->Get(), m_Buffer + m_Count, m_Size - m_Count); });
+    if (count > 0) {
+        m_Count += static_cast<uint32_t>(count);
+    }
+    return count;
+}
+
 // Adds to the burst until the line is quiet. A loss in between ends the burst; the next read will meet it
 // again.
-ReadWait HandleReader::TakeMore(const UniqueFd& file, const StopSignal& stop) {
+ReadWait HandleReader::TakeMore(const StopSignal& stop) {
     while (m_Count < m_Size) {
-        const DeviceWake wake = m_Handle.Poll(file, kReadEvents, stop, NextPieceMs());
+        const DeviceWake wake = m_Handle.Poll(*m_File, kReadEvents, stop, NextPieceMs());
         if (wake.stopped) {
             return ReadWait::Stopped;
         }
         if (wake.timedOut || wake.error != 0) {
             return ReadWait::Finished;
         }
-        const ssize_t count =
-            RetryInterrupted([&] { return ReadPiece(file.Get(), m_Buffer + m_Count, m_Size - m_Count); });
-        if (count > 0) {
-            m_Count += static_cast<uint32_t>(count);
-        } else if (ErrorOfEmptyRead(count, LastErrno(), wake) != 0) {
+        const ssize_t count = Read();
+        if (count <= 0 && ErrorOfEmptyRead(count, LastErrno(), wake) != 0) {
             return ReadWait::Finished;
         }
     }

@@ -13,8 +13,14 @@ namespace quillet::platform {
 // piece is read and whether more belongs to it.
 class HandleReader : public DeviceReader {
   public:
-    explicit HandleReader(DeviceHandle& handle) : m_Handle(handle) { m_Handle.ReaderStarts(); }
-    ~HandleReader() override { m_Handle.ReaderEnds(); }
+    explicit HandleReader(DeviceHandle& handle) : m_Handle(handle) {
+        m_Handle.ReaderStarts();
+        m_File = m_Handle.ForReading();
+    }
+    ~HandleReader() override {
+        m_File.reset();
+        m_Handle.ReaderEnds();
+    }
     HandleReader(const HandleReader&) = delete;
     HandleReader& operator=(const HandleReader&) = delete;
 
@@ -33,10 +39,14 @@ class HandleReader : public DeviceReader {
     virtual bool IsGone(uint32_t error) const { return MeansGone(error); }
 
   private:
-    ReadWait TakeMore(const UniqueFd& file, const StopSignal& stop);
+    ReadWait TakeMore(const StopSignal& stop);
     ReadWait End(uint32_t error);
+    ssize_t Read();
 
     DeviceHandle& m_Handle;
+    DeviceHandle::File m_File;  // given up as soon as a read finds the device gone
+    // Where one report came the next is often there already: the kernel is asked for it without a poll.
+    bool m_MoreLikely = false;
     uint8_t* m_Buffer = nullptr;
     uint32_t m_Size = 0;
     uint32_t m_Count = 0;

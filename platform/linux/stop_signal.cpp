@@ -37,10 +37,12 @@ void StopSignal::Set() noexcept {
     if (!m_Origin.IsHere()) return;
     const eventfd_t one = 1;
     RetryInterrupted([&] { return ::eventfd_write(DescriptorOf(*this), one); });
+    m_LooksSet.store(true);
 }
 
 void StopSignal::Reset() noexcept {
     if (!m_Origin.IsHere()) return;
+    m_LooksSet.store(false);
     eventfd_t count = 0;
     RetryInterrupted([&] { return ::eventfd_read(DescriptorOf(*this), &count); });
 }

@@ -30,9 +30,11 @@ void StopSignal::Close() noexcept {
 
 void StopSignal::Set() noexcept {
     ::SetEvent(HandleOf(m_Native));
+    m_LooksSet.store(true);
 }
 
 void StopSignal::Reset() noexcept {
+    m_LooksSet.store(false);
     ::ResetEvent(HandleOf(m_Native));
 }
 

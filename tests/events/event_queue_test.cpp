@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <string_view>
 
 namespace quillet {
 namespace {
@@ -21,7 +22,7 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     EventRecord record;
     EXPECT_EQ(record.type, EventNone);
     uint32_t number = 7;
-    std::string data = "untouched";
+    std::string_view data = "untouched";
     record.SetStatusUpdate(2001);
     EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetData(number, data); }), "Invalid Data Event");
     EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }), "Invalid DirectIO Event");

@@ -1,5 +1,6 @@
 #include "platform/linux/handle_reader.h"
 
+#include <algorithm>
 #include <poll.h>
 
 #include "platform/event.h"
@@ -41,10 +42,9 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
     if (!m_File) {
         return stop.IsSet() ? ReadWait::Stopped : End(ENODEV);
     }
-    if (m_MoreLikely && !stop.LooksSet() && Read() > 0) {
+    if (IsOnePiece() && !stop.LooksSet() && TryWithoutPoll()) {
         return ReadWait::Finished;
     }
-    m_MoreLikely = false;
     for (;;) {
         const DeviceWake wake = m_Handle.Poll(*m_File, kReadEvents, stop, kNoLimitMs);
         if (wake.error != 0) {
@@ -56,7 +56,6 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
         }
         const ssize_t count = Read();
         if (count > 0) {
-            m_MoreLikely = IsOnePiece();
             return IsOnePiece() ? ReadWait::Finished : TakeMore(stop);
         }
         const uint32_t error = ErrorOfEmptyRead(count, LastErrno(), wake);
@@ -68,6 +67,20 @@ ReadWait HandleReader::Wait(const StopSignal& stop) {
             return End(error);
         }
     }
+}
+
+// The reports of a long barcode follow each other at once, and a poll for each would double the calls; after a single one a
+// read in vain would. So each try in vain doubles the reads until the next one, up to 16.
+bool HandleReader::TryWithoutPoll() {
+    constexpr uint32_t kLongestPause = 15;
+    if (m_ReadsUntilTry > 0) {
+        --m_ReadsUntilTry;
+        return false;
+    }
+    const bool found = Read() > 0;
+    m_PauseOfTries = found ? 0 : std::min(2 * m_PauseOfTries + 1, kLongestPause);
+    m_ReadsUntilTry = m_PauseOfTries;
+    return found;
 }
 
 // As read, behind what is in the buffer already.

@@ -41,12 +41,13 @@ class HandleReader : public DeviceReader {
   private:
     ReadWait TakeMore(const StopSignal& stop);
     ReadWait End(uint32_t error);
+    bool TryWithoutPoll();
     ssize_t Read();
 
     DeviceHandle& m_Handle;
-    DeviceHandle::File m_File;  // given up as soon as a read finds the device gone
-    // Where one report came the next is often there already: the kernel is asked for it without a poll.
-    bool m_MoreLikely = false;
+    DeviceHandle::File m_File;     // given up as soon as a read finds the device gone
+    uint32_t m_ReadsUntilTry = 0;  // that go by a poll
+    uint32_t m_PauseOfTries = 0;   // how many those were after the last try
     uint8_t* m_Buffer = nullptr;
     uint32_t m_Size = 0;
     uint32_t m_Count = 0;

@@ -4,7 +4,6 @@
 
 #include "foundation/text.h"
 #include "service/service_bench.h"
-#include "service/statistics_text.h"
 
 namespace quillet::test {
 namespace {
@@ -140,36 +139,6 @@ TEST_F(ExchangeTest, StatisticsWaitForAReplyOfAnotherExchange) {
     EXPECT_GT(scans, hours);
     EXPECT_NE(xml.find("<Interface>POS USB</Interface>"), std::string::npos);
     EXPECT_EQ(xml.find("ManufacturerSpecific"), std::string::npos);
-}
-
-TEST(StatisticsTextTest, PiecesOfTheReplyReplaceTheDefaults) {
-    const EquipmentInfo info =
-        ReadEquipmentInfo(LinkUsbHid, "UPOS 1.14,,Maker,Model,1215321234,ignored,2,12345,,dropped");
-    EXPECT_EQ(info.unifiedPosVersion, "1.14");
-    EXPECT_EQ(info.deviceCategory, "Scanner");
-    EXPECT_EQ(info.manufacturerName, "Maker");
-    EXPECT_EQ(info.manufactureDate, "2015-mm-dd (Week 32)");
-    EXPECT_EQ(info.firmwareRevision, "12345");
-    EXPECT_EQ(info.interfaceName, "IBM OEM USB");
-    for (const auto& [serial, date] : {std::pair{"1295541234", "1995-mm-dd (Week 54)"},
-                                       {"1215551234", "yyyy-mm-dd"},
-                                       {"1215001234", "yyyy-mm-dd"},
-                                       {"121532123", "yyyy-mm-dd"}}) {
-        EXPECT_EQ(ReadEquipmentInfo(LinkSerial, std::string(",,,,") + serial + ",,").manufactureDate, date) << serial;
-    }
-    const std::string all = WriteStatistics(EquipmentInfo(), SelectStatistics(""));
-    EXPECT_NE(all.find("</Parameter><ManufacturerSpecific></ManufacturerSpecific></Event><Equipment>"),
-              std::string::npos);
-    EXPECT_EQ(WriteStatistics(EquipmentInfo(), SelectStatistics("M_")).find("Parameter"), std::string::npos);
-}
-
-TEST_F(ExchangeTest, HealthIsATextAlone) {
-    EXPECT_EQ(m_Scanner.CheckHealth(2), kResultSuccess);
-    EXPECT_EQ(m_Scanner.Text(PropCheckHealthText), "External HCheck: Complete");
-    EXPECT_EQ(m_Scanner.CheckHealth(4), kResultIllegal);
-    EXPECT_EQ(m_Scanner.Text(PropCheckHealthText), "[Error]");
-    EXPECT_EQ(m_Scanner.ResetStatistics("x"), kResultIllegal);
-    EXPECT_EQ(m_Scanner.UpdateFirmware("x"), kResultIllegal);
 }
 
 }  // namespace

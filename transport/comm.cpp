@@ -2,6 +2,7 @@
 
 #include <array>
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -179,12 +180,17 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     throw CommError(WithCode("Error while waiting for data (Code:", finish.error));
 }
 
+// No memory for a line is no reason to lose the block.
+void CComm::LogBlock(const std::string& block) const noexcept try {
+    if (block.empty() || !LogWanted(LLInfo)) return;
+    const std::string port = "    - Port[" + FormatPortTag(m_PortName);
+    LogInfo(port + "]Read(Ascii): " + ToAsciiText(block));
+    LogInfo(port + "]Read(Hex): " + ToHexText(block));
+} catch (const std::bad_alloc&) {
+}
+
 void CComm::Deliver(std::string& block) {
-    if (!block.empty() && LogWanted(LLInfo)) {
-        const std::string port = "    - Port[" + FormatPortTag(m_PortName);
-        LogInfo(port + "]Read(Ascii): " + ToAsciiText(block));
-        LogInfo(port + "]Read(Hex): " + ToHexText(block));
-    }
+    LogBlock(block);
     if (OnReadData(kGoodRead, block) != kEndReading) return;
     LogInfo("Auto disable is true so will exit read thread");
     m_Running = false;

@@ -144,6 +144,7 @@ class CComm {
     uint32_t ReadOnce(platform::DeviceReader& reader, uint8_t* buffer);
     uint32_t FinishPendingRead(platform::DeviceReader& reader);
     void Deliver(std::string& block);
+    void LogBlock(const std::string& block) const noexcept;
 
     void PollPower() noexcept;
     void AskToReopen();

@@ -206,18 +206,22 @@ class Streams {
     void Run(Taker& taker) {
         constexpr uint32_t kBarcodes = 300'000;
         const double start = NowUs();
-        const double used = UsageOfThisProcess().processorUs;
+        const Usage before = UsageOfThisProcess();
         theDevice->Order(kBarcodes, 1);
         for (uint32_t i = 0; i < kBarcodes; ++i) taker.TakeBarcode();
         m_PerSecond.Add(kBarcodes / (NowUs() - start) * 1e6);
-        m_ProcessorUs.Add((UsageOfThisProcess().processorUs - used) / kBarcodes);
+        const Usage after = UsageOfThisProcess();
+        m_ProcessorUs.Add((after.processorUs - before.processorUs) / kBarcodes);
+        m_Switches.Add((after.switches - before.switches) / kBarcodes);
     }
     double PerSecond() const { return m_PerSecond.Median(); }
     double ProcessorUs() const { return m_ProcessorUs.Median(); }
+    double Switches() const { return m_Switches.Median(); }
 
   private:
     Rounds m_PerSecond;
     Rounds m_ProcessorUs;
+    Rounds m_Switches;
 };
 
 void BM_Stream(benchmark::State& state) {
@@ -238,6 +242,8 @@ void BM_Stream(benchmark::State& state) {
     state.counters["loop_cpu_us"] = loop.ProcessorUs();
     state.counters["thread_cpu_us"] = thread.ProcessorUs();
     state.counters["library_cpu_us"] = library.ProcessorUs();
+    state.counters["thread_switches"] = thread.Switches();
+    state.counters["library_switches"] = library.Switches();
 }
 BENCHMARK(BM_Stream)->Iterations(5)->UseManualTime()->Unit(benchmark::kSecond);
 

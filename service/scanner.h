@@ -3,8 +3,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -43,8 +41,7 @@ struct CallerBuffer {
 // time.
 // - the link's power thread: ProcessStatusEvent, and from there DeviceEnable; ReopenLink.
 // - the link's read thread: ProcessDataEvent. It takes m_DataMutex and never the two locks above it.
-// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, m_DataMutex,
-// m_PendingMutex.
+// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, m_DataMutex.
 class CScanner : public CDevice {
   public:
     CScanner();
@@ -78,7 +75,7 @@ class CScanner : public CDevice {
     virtual ResultCode CompareFirmwareVersion(const std::string& firmwareFileName);
     virtual ResultCode UpdateFirmware(const std::string& firmwareFileName);
 
-    // Runs the callables that barcodes have left, on the thread that made the object; nothing on another.
+    // Makes the calls that barcodes have left, on the thread that made the object; nothing on another.
     virtual ResultCode Update();
 
     // Whoever is about to close this service, or to open it once more, holds this from before it waits for any lock of
@@ -208,8 +205,8 @@ class CScanner : public CDevice {
     std::atomic<bool> m_BarcodeAdded{false};  // and m_BarcodeEvent not yet set; taken without the mutex
     std::atomic<uint32_t> m_DirectIOCode{0};  // code of the last reply; decides nothing
     std::string m_StatisticsReply;            // what a scanner tells about itself; nothing fills it at present
-    std::recursive_mutex m_PendingMutex;      // guards m_PendingCalls
-    std::deque<std::function<void(bool&)>> m_PendingCalls;  // the newest 4,096
+    // Calls of OnDataEvent that Update owes, all alike; added under m_DataMutex.
+    std::atomic<uint32_t> m_PendingCalls{0};
     const uint32_t m_CreatorThread;
     OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
     OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics

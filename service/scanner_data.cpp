@@ -15,8 +15,8 @@
 namespace quillet {
 namespace {
 
-// Callables kept for Update, which may never be called.
-constexpr size_t kMaxPendingCalls = 4096;
+// Calls kept for Update, which may never come.
+constexpr uint32_t kMaxPendingCalls = 4096;
 
 }  // namespace
 
@@ -160,9 +160,7 @@ void CScanner::AddBarcode(std::string text, int32_t codeType) {
 
 void CScanner::PostDataEvent() {
     DataEventEnable(false);  // one-shot: getBarCode sets it again before each wait
-    std::lock_guard lock(m_PendingMutex);
-    m_PendingCalls.push_back([this](bool& flag) { OnDataEvent(0, 0, 0, flag); });
-    if (m_PendingCalls.size() > kMaxPendingCalls) m_PendingCalls.pop_front();
+    if (m_PendingCalls < kMaxPendingCalls) ++m_PendingCalls;
 }
 
 ResultCode CScanner::OnDataEvent(uint32_t, uint64_t, int64_t, bool&) {
@@ -171,10 +169,8 @@ ResultCode CScanner::OnDataEvent(uint32_t, uint64_t, int64_t, bool&) {
 
 ResultCode CScanner::Update() {
     if (platform::CurrentThreadId() != m_CreatorThread) return m_ResultCode;
-    std::lock_guard lock(m_PendingMutex);
     bool flag = false;
-    for (const auto& call : m_PendingCalls) call(flag);
-    m_PendingCalls.clear();
+    for (uint32_t calls = m_PendingCalls.exchange(0); calls > 0; --calls) OnDataEvent(0, 0, 0, flag);
     return kResultSuccess;
 }
 

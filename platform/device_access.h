@@ -51,14 +51,12 @@ struct IoStart {
     IoState state = IoState::Failed;
     uint32_t count = 0;  // bytes moved, when done
     uint32_t error = 0;  // when failed
-    bool gone = false;   // when failed: the device itself went away, not this read alone
 };
 
 struct IoFinish {
     bool ok = false;
     uint32_t count = 0;
     uint32_t error = 0;
-    bool gone = false;  // as in IoStart
 };
 
 enum class ReadWait {

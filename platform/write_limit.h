@@ -34,18 +34,21 @@ class WriteLimit {
     StopSignal m_Begun;
 };
 
-// One limit, from construction to destruction.
+// One limit, from construction to destruction or End; or none.
 class WriteLimitScope {
   public:
+    WriteLimitScope() noexcept = default;
     WriteLimitScope(WriteLimit& limit, uint32_t limitMs) noexcept : m_Limit(&limit) { limit.Begin(limitMs); }
-    ~WriteLimitScope() {
-        if (m_Limit != nullptr) m_Limit->End();
-    }
+    ~WriteLimitScope() { End(); }
     WriteLimitScope(WriteLimitScope&& other) noexcept : m_Limit(std::exchange(other.m_Limit, nullptr)) {}
     WriteLimitScope& operator=(WriteLimitScope&&) = delete;
 
+    void End() noexcept {
+        if (WriteLimit* const limit = std::exchange(m_Limit, nullptr)) limit->End();
+    }
+
   private:
-    WriteLimit* m_Limit;
+    WriteLimit* m_Limit = nullptr;
 };
 
 }  // namespace quillet::platform

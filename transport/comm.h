@@ -51,7 +51,8 @@ std::string FormatPortTag(const std::string& text);
 
 // Threads: EnableDevice, Reset, WriteString and WritePacket are called by one thread at a time (the arbiter's
 // lock sees to it); the read thread and the power thread run beside them. Reset may run on the power thread
-// while m_ReadyToReConnect is set, and never on the read thread. The owner outlives the link.
+// while m_ReadyToReConnect is set and within Reopen, and never on the read thread. The owner outlives the link.
+// Presence alone decides what is reported of the device; a read thread that ended is only asked to be replaced.
 class CComm {
   public:
     CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
@@ -80,7 +81,7 @@ class CComm {
     // the link waits for its device to come back.
     void Reset();
     // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is
-    // gone. Throws CommError for a write that was under way and failed; one that is refused at once isn't
+    // gone, and when the limit of an owner that closes is over. Throws CommError for a write that was under way and failed; one that is refused at once isn't
     // reported.
     void WriteString(const std::string& bytes);
 

@@ -27,7 +27,8 @@ inline constexpr int32_t kMaxLinks = 132;
 int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
 // Threads: any thread but a link's read thread. The lock is held across every open, close and write of a
-// link, so a device that stalls a write holds up all of them until it goes on or goes away.
+// link, so a device that stalls a write holds up all of them until it goes on, its poll finds it gone, or its own handle
+// is closed, which gives the write 2 s more.
 class CCommArbiter {
   public:
     // The open link of the key: made and opened, or the listed one, which keeps the callback, owner and

@@ -1,7 +1,6 @@
 // Handle and connection calls.
 #include <memory>
 #include <mutex>
-#include <optional>
 
 #include "api/handle/library.h"
 #include "api/handle/scanner_object.h"
@@ -33,9 +32,9 @@ uint32_t ReadState(CScanner& scanner) {
 }
 
 // From closed through claimed to enabled; the first failure's number, or 0.
-int32_t RunOpenSteps(CScanner& scanner, const char* connection, std::optional<platform::WriteLimitScope>& givingUp) {
+int32_t RunOpenSteps(CScanner& scanner, const char* connection, platform::WriteLimitScope& givingUp) {
     int32_t result = scanner.Open(connection);
-    givingUp.reset();  // the new link's writes have no limit
+    givingUp.End();  // the new link's writes have no limit
     if (result != ResultSuccess) return result;
     if (ReadState(scanner) < StateOpen) return ResultClosed;
     result = scanner.ClaimDevice(kClaimTimeoutMs);
@@ -51,8 +50,8 @@ int32_t RunOpenSteps(CScanner& scanner, const char* connection, std::optional<pl
 int32_t OpenScanner(ScannerObject& object, const char* connection) noexcept {
     CScanner& scanner = object.scanner;
     return Guarded(ResultOpenException, [&] {
-        std::optional<platform::WriteLimitScope> givingUp;
-        if (scanner.IsOpenAndNotEnabled()) givingUp.emplace(scanner.LimitWrites());
+        platform::WriteLimitScope givingUp =
+            scanner.IsOpenAndNotEnabled() ? scanner.LimitWrites() : platform::WriteLimitScope();
         std::lock_guard lock(object.lifecycle);
         if (ReadState(scanner) == StateEnabled) return static_cast<int32_t>(ResultSuccess);
         const int32_t result =

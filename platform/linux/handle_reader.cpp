@@ -24,13 +24,13 @@ uint32_t ErrorOfEmptyRead(ssize_t count, uint32_t error, const DeviceWake& wake)
 
 IoStart HandleReader::Start(uint8_t* buffer, uint32_t size) {
     if (!m_File) {
-        return {IoState::Failed, 0, ENODEV, true};
+        return {IoState::Failed, 0, ENODEV};
     }
     m_Buffer = buffer;
     m_Size = size;
     m_Count = 0;
     m_Error = 0;
-    return {IoState::Pending, 0, 0, false};
+    return {IoState::Pending, 0, 0};
 }
 
 ReadWait HandleReader::End(uint32_t error) {
@@ -114,9 +114,9 @@ ReadWait HandleReader::TakeMore(const StopSignal& stop) {
 
 IoFinish HandleReader::Finish() {
     if (m_Error != 0) {
-        return {false, 0, m_Error, IsGone(m_Error)};
+        return {false, 0, m_Error};
     }
-    return {true, m_Count, 0, false};
+    return {true, m_Count, 0};
 }
 
 }  // namespace quillet::platform

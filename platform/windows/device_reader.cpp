@@ -1,28 +1,13 @@
 #include "platform/windows/device_reader.h"
 
 #include <algorithm>
-#include <array>
 
 namespace quillet::platform {
-namespace {
-
-// Drivers tell a device that was pulled by very different codes (5, 22, 31, 433, 995, 1167 and more), so every
-// failed read counts as its going, but for these, which are a matter of this process alone.
-constexpr std::array<uint32_t, 8> kOwnFaults = {
-    ERROR_NOT_ENOUGH_MEMORY,   ERROR_OUTOFMEMORY,       ERROR_INVALID_PARAMETER,   ERROR_INSUFFICIENT_BUFFER,
-    ERROR_NO_SYSTEM_RESOURCES, ERROR_WORKING_SET_QUOTA, ERROR_INVALID_USER_BUFFER, ERROR_NOT_ENOUGH_QUOTA};
-
-bool MeansGone(uint32_t error) noexcept {
-    return std::find(kOwnFaults.begin(), kOwnFaults.end(), error) == kOwnFaults.end();
-}
-
-}  // namespace
 
 IoStart WindowsDeviceReader::Start(uint8_t* buffer, uint32_t size) {
     m_Buffer = buffer;
-    IoStart start = m_Request.StartRead(size);
+    const IoStart start = m_Request.StartRead(size);
     if (start.state == IoState::Done) TakeBytes(start.count);
-    start.gone = start.state == IoState::Failed && MeansGone(start.error);
     return start;
 }
 
@@ -35,12 +20,11 @@ ReadWait WindowsDeviceReader::Wait(const StopSignal& stop) {
 }
 
 IoFinish WindowsDeviceReader::Finish() {
-    IoFinish finish = m_Request.Finish();
+    const IoFinish finish = m_Request.Finish();
     if (finish.ok) {
         TakeBytes(finish.count);
     } else {
         m_Error = finish.error;
-        finish.gone = MeansGone(finish.error);
     }
     return finish;
 }

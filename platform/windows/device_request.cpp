@@ -29,14 +29,14 @@ uint32_t DeviceRequest::Prepare(size_t size) {
 }
 
 IoStart DeviceRequest::StartRead(uint32_t size) {
-    if (const uint32_t error = Prepare(size)) return {IoState::Failed, 0, error, false};
+    if (const uint32_t error = Prepare(size)) return {IoState::Failed, 0, error};
     DWORD count = 0;
     const BOOL done = ::ReadFile(m_Device, m_Block->bytes.data(), size, &count, &m_Block->overlapped);
     return Started(done != FALSE, count);
 }
 
 IoStart DeviceRequest::StartWrite(std::string_view bytes) {
-    if (const uint32_t error = Prepare(bytes.size())) return {IoState::Failed, 0, error, false};
+    if (const uint32_t error = Prepare(bytes.size())) return {IoState::Failed, 0, error};
     std::copy(bytes.begin(), bytes.end(), m_Block->bytes.begin());
     DWORD count = 0;
     const auto size = static_cast<DWORD>(bytes.size());
@@ -45,10 +45,10 @@ IoStart DeviceRequest::StartWrite(std::string_view bytes) {
 }
 
 IoStart DeviceRequest::Started(bool done, DWORD count) noexcept {
-    if (done) return {IoState::Done, count, 0, false};
+    if (done) return {IoState::Done, count, 0};
     const DWORD error = ::GetLastError();
     m_Pending = error == ERROR_IO_PENDING;
-    return m_Pending ? IoStart{IoState::Pending, 0, 0, false} : IoStart{IoState::Failed, count, error, false};
+    return m_Pending ? IoStart{IoState::Pending, 0, 0} : IoStart{IoState::Failed, count, error};
 }
 
 DWORD DeviceRequest::Wait(const StopSignal& stop) const noexcept {
@@ -70,7 +70,7 @@ IoFinish DeviceRequest::Finish() noexcept {
     const bool ok = ::GetOverlappedResult(m_Device, &m_Block->overlapped, &count, TRUE) != FALSE;
     const DWORD error = ok ? 0 : ::GetLastError();
     m_Pending = !HasOverlappedIoCompleted(&m_Block->overlapped);
-    return {ok, count, error, false};
+    return {ok, count, error};
 }
 
 // True once the driver has nothing of the request any more. The event may have been consumed by a wait before,

@@ -24,7 +24,6 @@ class DeviceRequest {
     DeviceRequest(const DeviceRequest&) = delete;
     DeviceRequest& operator=(const DeviceRequest&) = delete;
 
-    // `gone` of the results is left to the caller.
     IoStart StartRead(uint32_t size);
     IoStart StartWrite(std::string_view bytes);
 

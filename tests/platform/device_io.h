@@ -26,7 +26,7 @@ inline ReadOutcome ReadFrom(DeviceReader& reader, const StopSignal& stop, uint32
     const bool done = outcome.start.state == IoState::Done;
     outcome.wait = done ? ReadWait::Finished : reader.Wait(stop);
     if (outcome.wait == ReadWait::Finished) {
-        outcome.finish = done ? IoFinish{true, outcome.start.count, 0, false} : reader.Finish();
+        outcome.finish = done ? IoFinish{true, outcome.start.count, 0} : reader.Finish();
         outcome.bytes.assign(buffer.begin(), buffer.begin() + outcome.finish.count);
     }
     return outcome;

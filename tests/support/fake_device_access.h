@@ -136,7 +136,7 @@ class FakeReader : public platform::DeviceReader {
         m_Device.m_LastReadSize = size;
         m_Buffer = buffer;
         m_Size = size;
-        if (m_Device.Dead(m_Plugs)) return {platform::IoState::Failed, 0, kFakeGone, true};
+        if (m_Device.Dead(m_Plugs)) return {platform::IoState::Failed, 0, kFakeGone};
         if (m_Device.m_Reads.empty()) return {platform::IoState::Pending};
         const FakeRead& next = m_Device.m_Reads.front();
         const bool atOnce = next.kind == FakeRead::Kind::DoneAtOnce || next.kind == FakeRead::Kind::FailedAtOnce;
@@ -161,7 +161,7 @@ class FakeReader : public platform::DeviceReader {
         const bool dead = m_Device.Dead(m_Plugs);
         const FakeRead read = dead ? FakeRead{FakeRead::Kind::FailedPending, {}, kFakeGone} : TakeNext();
         m_Error = read.error;
-        if (read.kind == FakeRead::Kind::FailedPending) return {false, 0, read.error, dead};
+        if (read.kind == FakeRead::Kind::FailedPending) return {false, 0, read.error};
         return {true, CopyOut(read.data), 0};
     }
     uint32_t LastError() const override { return m_Error; }

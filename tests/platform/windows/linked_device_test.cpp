@@ -61,17 +61,6 @@ class LinkedDevice : public testing::Test {
     std::unique_ptr<DeviceReader> m_Reader;
 };
 
-class HidDevice : public LinkedDevice {
-  protected:
-    HidDevice() : LinkedDevice(Link::Hid) {}
-};
-
-TEST_F(HidDevice, AReadTooSmallForAReportIsNoLoss) {
-    const ReadOutcome refused = Read(32);
-    EXPECT_EQ(refused.start.state, IoState::Failed);
-    EXPECT_FALSE(refused.start.gone) << refused.start.error;
-}
-
 class SerialPort : public LinkedDevice {
   protected:
     SerialPort() : LinkedDevice(Link::Serial) {}

@@ -18,7 +18,7 @@ constexpr std::string_view kSuffix = ".device";
 
 enum class RegisteredClass { Serial, Hid };
 
-using Keys = std::map<std::string, std::string, std::less<>>;
+using Keys = std::map<std::string_view, std::string_view>;  // into the content of the file
 
 std::vector<std::string> DeviceFileNames(Directory& directory) {
     std::vector<std::string> names;
@@ -34,8 +34,7 @@ std::vector<std::string> DeviceFileNames(Directory& directory) {
 
 bool ReadDeviceFile(int directory, const std::string& name, std::string& content) {
     const UniqueFd fd = OpenTrustedFile(directory, name);
-    return fd.IsOpen() && ReadAll(fd.Get(), kFileLimit, content) && content.size() <= kFileLimit &&
-           content.find('\0') == std::string::npos;
+    return fd.IsOpen() && ReadFile(fd.Get(), kFileLimit, content) && content.find('\0') == std::string::npos;
 }
 
 // True while somebody has a write lock on the whole file. As one who wants to read, so that nothing is taken and only a
@@ -61,7 +60,7 @@ Keys ReadKeys(std::string_view content) {
         const std::string_view line = content.substr(0, content.find('\n'));
         const size_t equals = line.find('=');
         if (!line.starts_with('#') && equals != std::string_view::npos) {
-            keys.insert_or_assign(std::string(line.substr(0, equals)), std::string(line.substr(equals + 1)));
+            keys.insert_or_assign(line.substr(0, equals), line.substr(equals + 1));
         }
         content.remove_prefix(std::min(content.size(), line.size() + 1));
     }
@@ -70,7 +69,7 @@ Keys ReadKeys(std::string_view content) {
 
 std::string ValueOr(const Keys& keys, std::string_view key, const std::string& otherwise) {
     const auto found = keys.find(key);
-    return found != keys.end() ? found->second : otherwise;
+    return found != keys.end() ? std::string(found->second) : otherwise;
 }
 
 // False if a needed key is missing or the class is another one.

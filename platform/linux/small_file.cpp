@@ -1,5 +1,6 @@
 #include "platform/linux/small_file.h"
 
+#include <algorithm>
 #include <array>
 #include <fcntl.h>
 #include <string_view>
@@ -49,24 +50,17 @@ const dirent* Directory::Next() {
     return entry;
 }
 
-bool ReadAll(int fd, size_t limit, std::string& content) {
-    content.resize(limit + 1);
-    size_t size = 0;
-    while (size < content.size()) {
-        const ssize_t count =
-            RetryInterrupted([&] { return ::read(fd, content.data() + size, content.size() - size); });
-        if (count < 0) {
-            ThrowIfExhausted();
-            content.clear();
-            return false;
-        }
-        if (count == 0) {
-            break;
-        }
-        size += static_cast<size_t>(count);
+// A regular file gives less than was asked for at its end alone.
+bool ReadFile(int fd, size_t limit, std::string& content) {
+    std::array<char, kAttributeLimit + 1> page;  // NOLINT(cppcoreguidelines-pro-type-member-init): the read fills it
+    const size_t wanted = std::min(limit + 1, page.size());
+    const ssize_t count = RetryInterrupted([&] { return ::read(fd, page.data(), wanted); });
+    if (count < 0) {
+        ThrowIfExhausted();
+        return false;
     }
-    content.resize(size);
-    return true;
+    content.assign(page.data(), static_cast<size_t>(count));
+    return content.size() <= limit;
 }
 
 // One read gives all of it: the kernel fills a page for each open, and gives no attribute in pieces.

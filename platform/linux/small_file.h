@@ -44,8 +44,8 @@ class Directory {
     std::unique_ptr<DIR, Closer> m_Stream;
 };
 
-// What a file holds, read to its end or to one byte above the limit; false if it can't be read.
-bool ReadAll(int fd, size_t limit, std::string& content);
+// What a regular file holds; false if it can't be read, or holds more than the limit, 4,096 bytes at most.
+bool ReadFile(int fd, size_t limit, std::string& content);
 
 // The text of an attribute of the kernel, without its final line end; empty if there is none.
 std::string ReadAttribute(int directory, const std::string& path);

@@ -91,8 +91,6 @@ class LineText {
     std::array<char, 160> m_Short;  // moved whole, which costs less than to ask how much of it
 };
 
-thread_local LogHold* t_Hold = nullptr;  // of the calling thread, or null
-
 }  // namespace
 
 myLogManager::~myLogManager() {
@@ -138,11 +136,19 @@ void myLogManager::Log(int32_t lineLevel, std::string_view module, std::string_v
 void myLogManager::LogPieces(int32_t lineLevel, std::string_view module, const MessagePieces& message) {
     if (!Wants(lineLevel)) return;
     LineTask<LineText> task{this, LineText({lineLevel, message, module, platform::CurrentThreadId()})};
-    if (t_Hold != nullptr) {
-        t_Hold->m_Lines.emplace_back(std::string_view(task.line));
-    } else {
-        Enqueue(task);
+    if (holds.load(std::memory_order_relaxed) == nullptr || !KeepBack(task.line)) Enqueue(task);
+}
+
+// True if the calling thread keeps its lines back. Its own hold it sees in any case.
+bool myLogManager::KeepBack(std::string_view line) {
+    const uint32_t caller = platform::CurrentThreadId();
+    std::lock_guard<std::recursive_mutex> lock(mutex);
+    for (LogHold* hold = holds; hold != nullptr; hold = hold->m_Next) {
+        if (hold->m_Thread != caller) continue;
+        hold->m_Lines.emplace_back(line);
+        return true;
     }
+    return false;
 }
 
 template <typename Line>
@@ -155,17 +161,25 @@ void myLogManager::WriteLine(std::string_view line) {
     file.Write(line);
 }
 
-LogHold::LogHold(bool hold) noexcept : m_Holding(hold) {
-    if (m_Holding) t_Hold = this;
+LogHold::LogHold(bool hold) noexcept : m_Holding(hold), m_Thread(platform::CurrentThreadId()) {
+    if (!m_Holding) return;
+    std::lock_guard<std::recursive_mutex> lock(TheLog().mutex);
+    m_Next = TheLog().holds;
+    TheLog().holds = this;
 }
 
-LogHold::~LogHold() {
-    if (m_Holding) t_Hold = nullptr;
+void LogHold::End() noexcept {
+    if (!std::exchange(m_Holding, false)) return;
+    std::lock_guard<std::recursive_mutex> lock(TheLog().mutex);
+    LogHold* before = TheLog().holds;
+    if (before == this) TheLog().holds = m_Next;
+    for (; before != nullptr; before = before->m_Next) {
+        if (before->m_Next == this) before->m_Next = m_Next;
+    }
 }
 
 void LogHold::LetGo() noexcept {
-    if (!std::exchange(m_Holding, false)) return;
-    t_Hold = nullptr;
+    End();
     try {
         for (std::string& line : m_Lines) {
             myLogManager::LineTask<std::string> task{&TheLog(), std::move(line)};

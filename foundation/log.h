@@ -47,6 +47,8 @@ class ILog {
     virtual void WriteLine(std::string_view line) = 0;
 };
 
+class LogHold;
+
 class myLogManager : public ILog {
   public:
     myLogManager() = default;
@@ -83,12 +85,15 @@ class myLogManager : public ILog {
     };
     template <typename Line>
     void Enqueue(LineTask<Line>& task);  // moved from
+    bool KeepBack(std::string_view line);
 
     LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
     std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
     std::recursive_mutex mutex;               // held to swap `pool`, to enqueue, and while Stop joins the worker
     std::atomic<int32_t> level{LLWarnings};
     std::atomic<bool> running{false};  // mirrors `pool` for the test that takes no lock
+    // The threads that keep lines back. Changed under `mutex`; no thread_local, of which Windows never frees the rest.
+    std::atomic<LogHold*> holds{nullptr};
 };
 
 namespace log_detail {
@@ -213,7 +218,7 @@ class LogTrace {
 class LogHold {
   public:
     explicit LogHold(bool hold) noexcept;
-    ~LogHold();
+    ~LogHold() { End(); }
     LogHold(const LogHold&) = delete;
     LogHold& operator=(const LogHold&) = delete;
 
@@ -222,8 +227,12 @@ class LogHold {
 
   private:
     friend class myLogManager;
+    void End() noexcept;
+
     bool m_Holding;
-    std::vector<std::string> m_Lines;
+    const uint32_t m_Thread;
+    LogHold* m_Next = nullptr;         // of the log's list; guarded by its mutex
+    std::vector<std::string> m_Lines;  // the thread's own
 };
 
 }  // namespace quillet

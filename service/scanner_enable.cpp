@@ -146,6 +146,7 @@ bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) 
 void CScanner::ReopenLink(bool repeated) {
     std::unique_lock lock(m_EnableMutex, std::defer_lock);
     if (!LockForPowerReport(lock) || !m_Status.Has(StatusEnabled)) return;
+    if (m_ExchangeWithoutLimit) BreakExchange();  // nobody is left to receive its reply
     LogHold lines(repeated);
     if (!TheCommArbiter().ReopenLink(m_DeviceType, m_LinkType, m_ComPort, this)) return;
     lines.LetGo();

@@ -149,7 +149,7 @@ void CComm::ReadUntilTold() {
     while (m_Running) {
         block.reserve(m_ReadSize);  // before the read: nothing that was read is lost for want of memory
         const uint32_t count = ReadOnce(*reader, buffer.data());
-        if (m_Running) Deliver(block.assign(buffer.begin(), buffer.begin() + count));
+        if (m_Running) Deliver(block.assign(reinterpret_cast<const char*>(buffer.data()), count));
         platform::TheClock().SleepMs(0);
     }
 }

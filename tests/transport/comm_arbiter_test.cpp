@@ -1,6 +1,5 @@
 #include "transport/comm_arbiter.h"
 
-#include <atomic>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -210,65 +209,6 @@ TEST(CommArbiter, RemovesAllInSpiteOfAStalledWrite) {
     writer.join();
     EXPECT_EQ(device.OpenNow(), 0);
     EXPECT_EQ(bench.Find(LinkSerial, 3), nullptr);
-}
-
-TEST(CommArbiter, KeepsClaims) {
-    CCommArbiter arbiter;
-    EXPECT_FALSE(arbiter.IsClaimed("a"));
-    arbiter.AddClaim("a");
-    arbiter.AddClaim("b");
-    EXPECT_TRUE(arbiter.IsClaimed("a"));
-    EXPECT_FALSE(arbiter.IsClaimed("A"));
-    arbiter.RemoveClaim("a");
-    arbiter.RemoveClaim("never");
-    EXPECT_FALSE(arbiter.IsClaimed("a"));
-    EXPECT_TRUE(arbiter.IsClaimed("b"));
-}
-
-// For the thread sanitizer, and for hangs: two handles' worth of adding, writing and removing beside devices
-// that read, fail, stall and go away.
-TEST(CommArbiter, ServesManyThreadsAtOnce) {
-    ArbiterBench bench;
-    Recorder owners[2];
-    std::atomic<int> running{2};
-    std::vector<std::thread> handles;
-    for (uint32_t number = 0; number < 2; ++number) {
-        handles.emplace_back([&, number] {
-            const uint32_t port = 3 + number;
-            FakeDevice& device = bench.access.Port(port);
-            for (int round = 0; round < 40; ++round) {
-                try {
-                    bench.Add(LinkSerial, port, "", &owners[number]);
-                    bench.arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, &Recorder::OnPower);
-                } catch (const ZelmarError&) {  // pulled at that moment
-                }
-                device.Deliver("code");
-                CommandPacket packet(0x40, "x");
-                bench.arbiter.WriteData(DeviceUsb, LinkSerial, port, &owners[number], packet);
-                bench.arbiter.WriteData(DeviceUsb, LinkSerial, 7 - port, &owners[1 - number],
-                                        packet);  // perhaps the other's
-                bench.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, round % 3 == 0);
-                bench.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port);
-                bench.Remove(LinkSerial, port);
-                if (round % 5 == 0) bench.arbiter.RemoveLinksOf(&owners[number]);
-            }
-            --running;
-        });
-    }
-    for (int round = 0; running > 0; ++round) {
-        const uint32_t port = 3 + static_cast<uint32_t>(round % 2);
-        bench.tree.Plug(test::SerialPortDevice(port));
-        bench.access.Port(port).StallWrites(true);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        bench.access.Port(port).StallWrites(false);
-        bench.access.Port(port).Unplug();
-        bench.tree.Unplug(test::SerialPortDevice(port).id);
-        bench.access.Port(port).Plug();
-    }
-    for (std::thread& handle : handles) handle.join();
-    bench.arbiter.RemoveAll();
-    EXPECT_EQ(bench.access.Port(3).OpenNow() + bench.access.Port(4).OpenNow(), 0);
-    EXPECT_FALSE(owners[0].AwaitBlocks(0).empty() && owners[1].AwaitBlocks(0).empty());
 }
 
 }  // namespace

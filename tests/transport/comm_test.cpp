@@ -94,22 +94,6 @@ TEST(ReadThread, EndsAsItsOwnerAnswers) {
     }
 }
 
-TEST(Reset, ClosesFromAnyStateAndMoreThanOnce) {
-    LinkBench bench;
-    FakeDevice& device = bench.access.Port(3);
-    const auto link = bench.Serial(3);
-    link->Reset();
-    for (int round = 1; round <= 50; ++round) {
-        link->EnableDevice();
-        EXPECT_EQ(device.Opens(), round);
-        link->Reset();  // often before the read thread has run at all
-        link->Reset();
-        EXPECT_FALSE(link->IsEnabled());
-        EXPECT_EQ(device.OpenNow(), 0);
-    }
-    link->EnableDevice();  // and the destructor ends what still runs
-}
-
 TEST(Write, ShowsEachOutcomeAsTold) {
     LinkBench bench;
     test::LogReader log;

@@ -167,18 +167,5 @@ TEST(UsbLink, OpensThePathOfItsConstructionOnly) {
     EXPECT_NO_THROW(bench.Usb()->EnableDevice());
 }
 
-TEST(Links, AnswerWithoutACallbackInTheirOwnWays) {
-    LinkBench bench;
-    std::string block;
-    const auto serial = bench.Serial(3, "", nullptr);
-    const auto usb = bench.Usb(DeviceUsb, nullptr);
-    EXPECT_EQ(serial->OnReadData(kGoodRead, block), 1);
-    EXPECT_EQ(serial->OnReadData(kFailedRead, block), 1);
-    EXPECT_EQ(usb->OnReadData(kGoodRead, block), 0);
-    EXPECT_EQ(usb->OnReadData(kFailedRead, block), 0);
-    EXPECT_THROW(bench.Usb(DeviceBluetooth)->OnReadData(kFailedRead, block), IbmUsbCommError);
-    EXPECT_EQ(FormatPortTag("\\\\.\\COM3") + FormatPortTag("") + FormatPortTag("a"), "COM3a");
-}
-
 }  // namespace
 }  // namespace quillet

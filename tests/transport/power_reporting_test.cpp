@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <chrono>
 #include <gtest/gtest.h>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -110,18 +109,6 @@ TEST(PowerReporting, AsksToReopenAndReportsNothing) {
     ASSERT_TRUE(Eventually([&, before = bench.tree.Looks()] { return bench.tree.Looks() > before + 8; }));
     link->Reset();
     EXPECT_TRUE(asked.empty());
-}
-
-TEST(PowerReporting, GoesOnAfterAFailedReport) {
-    LinkBench bench;
-    bench.tree.Plug(SerialPortDevice(3));
-    bench.owner.onPower = [&](uint32_t) {
-        if (bench.owner.AwaitStates(0).size() < 3) throw std::runtime_error("no memory");
-    };
-    const auto link = bench.Serial(3);
-    link->SetPowerCallbacks(&test::Recorder::OnPower, nullptr);
-    link->StartPowerReporting();
-    EXPECT_EQ(bench.owner.AwaitStates(3), (States{PowerOnline, PowerOnline, PowerOnline}));
 }
 
 TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {

@@ -74,6 +74,32 @@ TEST_P(ReconnectTest, AScannerComesBackByItself) {
     }
 }
 
+TEST_P(ReconnectTest, ALostScannerCanBeClosedReopenedAndDestroyed) {
+    Handle handle;
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    ASSERT_TRUE(Lose(handle));
+    EXPECT_EQ(closeScanner(handle), ResultSuccess);
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    m_Scanner->Plug();
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_EQ(handle.State(), ScannerStateClosed);  // a closed handle doesn't come back
+
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    ASSERT_TRUE(Lose(handle));
+    EXPECT_EQ(openScanner(handle, Connection()), ResultNoHardware);  // gives up the lost one first
+    EXPECT_EQ(handle.State(), ScannerStateClosed);
+    m_Scanner->Plug();
+    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+    ASSERT_TRUE(Lose(handle));
+    handle.Destroy();
+    m_Scanner->Plug();
+
+    Handle next;
+    ASSERT_EQ(openScanner(next, Connection()), ResultSuccess);
+    m_Scanner->Scan(3, "next");
+    EXPECT_EQ(next.Take().text, "next");
+}
+
 #ifdef _WIN32
 constexpr int kLeakCycles = 100;
 #else

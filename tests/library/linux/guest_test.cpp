@@ -74,9 +74,9 @@ class Copy {
   public:
     Copy() {
         std::filesystem::copy_file(test::LoadedLibrary::PathOf(reinterpret_cast<void*>(&createScanner)), m_Path);
-        library.emplace(m_Path);
+        loaded.emplace(m_Path);
     }
-    std::optional<test::LoadedLibrary> library;
+    std::optional<test::LoadedLibrary> loaded;
 
   private:
     const test::TempTree m_Tree;
@@ -92,13 +92,13 @@ TEST_F(GuestTest, UnloadingWithOpenHandlesLeavesNothing) {
     const size_t descriptors = test::HandleCount();
     static std::vector<ScannerHandle> kept;  // never destroyed, and yet no leak of the test's
     Copy copy;
-    EXPECT_EQ(copy.library->Get<decltype(&setLogLevel)>("setLogLevel")(0), ResultSuccess);
+    EXPECT_EQ(copy.loaded->Get<decltype(&setLogLevel)>("setLogLevel")(0), ResultSuccess);
     for (const ScannerLink link : {ScannerLink::Usb, ScannerLink::Serial}) {
-        kept.push_back(copy.library->Get<decltype(&createScanner)>("createScanner")());
-        const auto open = copy.library->Get<decltype(&openScanner)>("openScanner");
+        kept.push_back(copy.loaded->Get<decltype(&createScanner)>("createScanner")());
+        const auto open = copy.loaded->Get<decltype(&openScanner)>("openScanner");
         ASSERT_EQ(open(kept.back(), ConnectionOf(link).c_str()), ResultSuccess);
     }
-    copy.library->Unload();
+    copy.loaded->Unload();
     EXPECT_EQ(test::SettledThreadCount(), threads);
     // The ends of the virtual scanners' links notice a moment later.
     EXPECT_TRUE(Eventually([&] { return test::HandleCount() == descriptors; })) << test::HandleCount() - descriptors;

@@ -269,6 +269,7 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
 
 // A host that can't be accepted for want of a descriptor stays waiting, and nobody spins over it.
 TEST(ReportSocket, WaitsQuietlyForADescriptor) {
+    if (test::kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
     const PrivateDirectory directory;
     const auto device = platform::DeviceEnd::NewReportSocket(directory.path + "/scanner");
     const auto host = platform::SystemDeviceAccess().Open(device->HostPath(), platform::Sharing::Shared);

@@ -6,6 +6,13 @@
 
 namespace quillet::test {
 
+// A sanitizer's check of dynamic types takes a descriptor for itself, and calls every object false without one.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kSanitizerNeedsDescriptors = true;
+#else
+inline constexpr bool kSanitizerNeedsDescriptors = false;
+#endif
+
 // While it lives this process gets no more than so many new descriptors.
 class NoDescriptors {
   public:

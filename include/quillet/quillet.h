@@ -453,7 +453,8 @@ QUILLET_API ResultCode getQRBarCodeCmd(const char* settings, int32_t bufferSize,
  *        setting, the raw bytes received.
  * Results: 0, with an empty reply leaving reply and replyLength as they were; 10; 11 if the reply is longer than the
  * buffer; 106 if not connected, or while another exchange is running on the handle; 112 if no reply came in time, it
- * was longer than 1 MiB, or the handle was closed or destroyed meanwhile.
+ * was longer than 1 MiB, or the handle was closed or destroyed meanwhile; without a time limit also when the scanner
+ * goes.
  */
 QUILLET_API ResultCode directIO(ScannerHandle handle, const uint8_t* command, int32_t commandSize, uint8_t* reply,
                                 int32_t replySize, int32_t* replyLength, int64_t timeoutMs);

@@ -109,13 +109,17 @@ TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
         }
         LogReader log;
         const auto opens = static_cast<size_t>(Device().Opens());
-        const size_t writes = Device().Writes().size();
+        size_t writes = Device().Writes().size();
+        std::thread waiting(
+            [&] { EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultTimeout); });
+        EXPECT_TRUE(Device().AwaitWrites(++writes));  // its reply has nobody left to receive it
         Device().FailOpens(13);
         Device().Read({FakeRead::Kind::FailedPending, "", 12});
         const uint64_t looks = m_Tree.Looks();
         ASSERT_TRUE(Eventually([&] { return m_Tree.Looks() > looks + 120; }));  // the attempts of some seconds
         CommandPacket packet(0x40, "x");
         EXPECT_EQ(m_Scanner.SendPacket(packet), kResultSuccess);
+        waiting.join();
         Device().FailOpens(0);
         ASSERT_TRUE(Eventually([&] { return static_cast<size_t>(Device().OpenNow()) == 1; }));
         EXPECT_TRUE(Device().AwaitWrites(writes + 1));

@@ -10,8 +10,8 @@
 #include "foundation/no_destroy.h"
 #include "foundation/text.h"
 #include "platform/clock.h"
-#include "transport/ibm_usb_comm.h"
-#include "transport/serial_comm.h"
+#include "transport/hid_link.h"
+#include "transport/serial_link.h"
 
 namespace quillet {
 namespace {
@@ -43,24 +43,24 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t lin
                                                std::string modelNumber, const ParameterList& params, void* owner,
                                                DataCallback dataCallback, const platform::WriteLimit* limit) {
     LogTrace trace("CCommArbiter::AddDevice");
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     LogKey(deviceType, linkType, comPort);
-    if (devices.size() >= static_cast<size_t>(kMaxLinks)) return nullptr;
+    if (m_Links.size() >= static_cast<size_t>(kMaxLinks)) return nullptr;
     try {
-        if (std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+        if (std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
             LogInfo("Device already in use.");
             link->EnableDevice();
             return link;
         }
-        return AddNewDevice(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback, limit);
+        return AddNewLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback, limit);
     } catch (const ZelmarError& error) {
         throw ZelmarError(error.what(), error.Code());
     }
 }
 
-std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                                  std::string modelNumber, const ParameterList& params, void* owner,
-                                                  DataCallback dataCallback, const platform::WriteLimit* limit) {
+std::shared_ptr<CComm> CCommArbiter::AddNewLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
+                                                std::string modelNumber, const ParameterList& params, void* owner,
+                                                DataCallback dataCallback, const platform::WriteLimit* limit) {
     std::shared_ptr<CComm> link;
     try {
         link = MakeLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
@@ -71,7 +71,7 @@ std::shared_ptr<CComm> CCommArbiter::AddNewDevice(uint32_t deviceType, uint32_t 
     link->SetWriteLimit(limit);
     std::list<std::shared_ptr<CComm>> place(1, link);  // before the opening: listing it can't fail then
     link->EnableDevice();
-    if (link->IsEnabled()) devices.splice(devices.end(), place);
+    if (link->IsEnabled()) m_Links.splice(m_Links.end(), place);
     return link;
 }
 
@@ -79,38 +79,38 @@ std::shared_ptr<CComm> CCommArbiter::MakeLink(uint32_t deviceType, uint32_t link
                                               std::string modelNumber, const ParameterList& params, void* owner,
                                               DataCallback dataCallback) {
     if (IsSerial(linkType)) {
-        return std::make_shared<CSerialComm>(deviceType, linkType, comPort, params, owner, dataCallback);
+        return std::make_shared<SerialLink>(deviceType, linkType, comPort, params, owner, dataCallback);
     }
     const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
     if (key == kNoDeviceKey) {
         throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(key));
     }
-    return std::make_shared<CIbmUsbComm>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber), params, owner,
-                                         dataCallback);
+    return std::make_shared<HidLink>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber), params, owner,
+                                     dataCallback);
 }
 
 void CCommArbiter::RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::RemoveDevice");
     LogKey(deviceType, linkType, comPort);
-    const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort);
+    const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort);
     if (link == nullptr) {
         LogWarning("No Find ComDevice...  ");
         return;
     }
     link->Reset();
     if (link->IsReadyToReConnect()) return;
-    const auto place = std::find(devices.begin(), devices.end(), link);
-    if (place != devices.end()) devices.erase(place);
+    const auto place = std::find(m_Links.begin(), m_Links.end(), link);
+    if (place != m_Links.end()) m_Links.erase(place);
 }
 
 std::shared_ptr<CComm> CCommArbiter::Look(int32_t key, const void* owner) {
     if (key > kMaxLinks) return nullptr;
-    std::lock_guard lock(mutex);
-    const auto place = std::find_if(devices.begin(), devices.end(), [&](const std::shared_ptr<CComm>& link) {
+    std::lock_guard lock(m_Mutex);
+    const auto place = std::find_if(m_Links.begin(), m_Links.end(), [&](const std::shared_ptr<CComm>& link) {
         return static_cast<int32_t>(link->ComPort()) == key && (owner == nullptr || link->Owner() == owner);
     });
-    return place != devices.end() ? *place : nullptr;
+    return place != m_Links.end() ? *place : nullptr;
 }
 
 std::shared_ptr<CComm> CCommArbiter::Find(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
@@ -120,12 +120,12 @@ std::shared_ptr<CComm> CCommArbiter::Find(uint32_t deviceType, uint32_t linkType
     return link;
 }
 
-std::shared_ptr<CComm> CCommArbiter::FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+std::shared_ptr<CComm> CCommArbiter::FindLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
     return Find(deviceType, linkType, comPort, nullptr);
 }
 
 bool CCommArbiter::ReopenLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     const std::shared_ptr<CComm> link = Look(MakeDeviceKey(deviceType, linkType, comPort), owner);
     if (link == nullptr || !link->HasLostReader()) return false;
     try {
@@ -171,7 +171,7 @@ std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t 
 int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
                                 CommandPacket& packet) {
     LogInfo("try lock!!!!!!!!!!!!!!");
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::WriteData");
     const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
     if (link == nullptr) return kWriteNoLink;
@@ -182,12 +182,12 @@ int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t
 int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
                                 std::string& bytes) {
     LogInfo("try lock!!!!!!!!!!!!!!");
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::WriteData");
     const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
     if (link == nullptr) return kWriteDone;
     if (link->Port().LinkType == LinkUsbHid) {
-        if (!CIbmUsbComm::CheckBlockSize(bytes)) return kWriteDone;
+        if (!HidLink::CheckBlockSize(bytes)) return kWriteDone;
         bytes = ToHidBlock(bytes);
     }
     RunWrite(*link, [&] { link->WriteString(bytes); });
@@ -196,8 +196,8 @@ int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t
 
 void CCommArbiter::setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready) {
     LogTrace trace("CCommArbiter::setReadyToReConnect");
-    std::lock_guard lock(mutex);
-    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+    std::lock_guard lock(m_Mutex);
+    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
         link->SetReadyToReConnect(ready);
     } else {
         LogWarning("Warning: No Find ComDevice...");
@@ -206,7 +206,7 @@ void CCommArbiter::setReadyToReConnect(uint32_t deviceType, uint32_t linkType, u
 
 void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback power,
                                        ReopenCallback reopen) {
-    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
         link->SetPowerCallbacks(power, reopen);
         link->StartPowerReporting();
     } else {
@@ -215,7 +215,7 @@ void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, u
 }
 
 void CCommArbiter::StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    if (const std::shared_ptr<CComm> link = FindDevice(deviceType, linkType, comPort)) {
+    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
         link->StopPowerReporting();
     } else {
         LogWarning("No Find ComDevice... ");
@@ -223,11 +223,11 @@ void CCommArbiter::StopPowerReporting(uint32_t deviceType, uint32_t linkType, ui
 }
 
 std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutLinksOf(const void* owner) {
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     std::list<std::shared_ptr<CComm>> taken;
-    for (auto place = devices.begin(); place != devices.end();) {
+    for (auto place = m_Links.begin(); place != m_Links.end();) {
         const auto next = std::next(place);
-        if ((*place)->Owner() == owner) taken.splice(taken.end(), devices, place);
+        if ((*place)->Owner() == owner) taken.splice(taken.end(), m_Links, place);
         place = next;
     }
     return taken;
@@ -248,13 +248,13 @@ void CCommArbiter::EndRunningWrite() {
 
 // A host that ends while a device stalls a write mustn't wait for that device.
 std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutAll() {
-    std::unique_lock lock(mutex, std::try_to_lock);
+    std::unique_lock lock(m_Mutex, std::try_to_lock);
     while (!lock.owns_lock()) {
         EndRunningWrite();
         platform::TheClock().SleepMs(kRetryLockMs);
         static_cast<void>(lock.try_lock());  // the loop asks
     }
-    return std::exchange(devices, {});
+    return std::exchange(m_Links, {});
 }
 
 void CCommArbiter::RemoveAll() {
@@ -265,18 +265,18 @@ void CCommArbiter::RemoveAll() {
 
 bool CCommArbiter::IsClaimed(const std::string& name) {
     std::lock_guard lock(m_ClaimsMutex);
-    return std::find(claimedNames.begin(), claimedNames.end(), name) != claimedNames.end();
+    return std::find(m_ClaimedNames.begin(), m_ClaimedNames.end(), name) != m_ClaimedNames.end();
 }
 
 void CCommArbiter::AddClaim(const std::string& name) {
     std::lock_guard lock(m_ClaimsMutex);
-    claimedNames.push_back(name);
+    m_ClaimedNames.push_back(name);
 }
 
 void CCommArbiter::RemoveClaim(const std::string& name) {
     std::lock_guard lock(m_ClaimsMutex);
-    const auto place = std::find(claimedNames.begin(), claimedNames.end(), name);
-    if (place != claimedNames.end()) claimedNames.erase(place);
+    const auto place = std::find(m_ClaimedNames.begin(), m_ClaimedNames.end(), name);
+    if (place != m_ClaimedNames.end()) m_ClaimedNames.erase(place);
 }
 
 CCommArbiter& TheCommArbiter() noexcept {

@@ -40,7 +40,7 @@ class CCommArbiter {
     // Closes the link for everybody; it stays listed if it waits for its device to come back.
     void RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
     // Keys above 132 are never found.
-    std::shared_ptr<CComm> FindDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
+    std::shared_ptr<CComm> FindLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort);
 
     // kWriteDone or kWriteNoLink. Another owner's link counts as none: between the sender's look at its own numbers and
     // the lock, its link may have been closed and somebody else's have got the key.
@@ -72,13 +72,13 @@ class CCommArbiter {
   private:
     std::shared_ptr<CComm> MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
                                     const ParameterList& params, void* owner, DataCallback dataCallback);
-    std::shared_ptr<CComm> AddNewDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                        std::string modelNumber, const ParameterList& params, void* owner,
-                                        DataCallback dataCallback, const platform::WriteLimit* limit);
+    std::shared_ptr<CComm> AddNewLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, std::string modelNumber,
+                                      const ParameterList& params, void* owner, DataCallback dataCallback,
+                                      const platform::WriteLimit* limit);
     std::list<std::shared_ptr<CComm>> TakeOutLinksOf(const void* owner);
     // Without a word in the log. A null owner stands for any.
     std::shared_ptr<CComm> Look(int32_t key, const void* owner);
-    // As FindDevice, for an owner's link alone.
+    // As FindLink, for an owner's link alone.
     std::shared_ptr<CComm> Find(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner);
     std::shared_ptr<CComm> FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner);
     class WriteMark;
@@ -88,12 +88,12 @@ class CCommArbiter {
     // All links, unlisted; breaks off a write that holds the lock.
     std::list<std::shared_ptr<CComm>> TakeOutAll();
 
-    std::recursive_mutex mutex;  // guards `devices`, and serialises all use of links
-    std::list<std::shared_ptr<CComm>> devices;
-    std::mutex m_WritingMutex;   // guards m_Writing and keeps the link alive for who looks; taken inside `mutex` too
+    std::recursive_mutex m_Mutex;  // guards m_Links, and serialises all use of links
+    std::list<std::shared_ptr<CComm>> m_Links;
+    std::mutex m_WritingMutex;   // guards m_Writing and keeps the link alive for who looks; taken inside m_Mutex too
     CComm* m_Writing = nullptr;  // the link that a write is under way on
-    std::mutex m_ClaimsMutex;    // guards `claimedNames`; nothing else is taken inside it
-    std::vector<std::string> claimedNames;
+    std::mutex m_ClaimsMutex;    // guards m_ClaimedNames; nothing else is taken inside it
+    std::vector<std::string> m_ClaimedNames;
 };
 
 // The process's arbiter.

@@ -10,12 +10,12 @@ class CommError : public ZelmarError {
     using ZelmarError::ZelmarError;
 };
 
-class SerialCommError : public CommError {
+class SerialLinkError : public CommError {
   public:
     using CommError::CommError;
 };
 
-class IbmUsbCommError : public CommError {
+class HidLinkError : public CommError {
   public:
     using CommError::CommError;
 };

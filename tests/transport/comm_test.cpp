@@ -5,7 +5,7 @@
 #include <string>
 
 #include "support/log_reader.h"
-#include "transport/link_bench.h"
+#include "transport/link_fixture.h"
 
 namespace quillet {
 namespace {
@@ -16,7 +16,7 @@ using test::FakeDevice;
 using test::FakeRead;
 using test::HasLine;
 using test::Lines;
-using test::LinkBench;
+using test::LinkFixture;
 using Kind = FakeRead::Kind;
 using Outcome = platform::WriteResult::Outcome;
 
@@ -35,13 +35,13 @@ TEST(ReadThread, EndsAsItsReadEnds) {
         {Kind::WaitFailed, 6, false, "Error waiting on event (Code:6)"},
     };
     for (const Case& row : cases) {
-        LinkBench bench;
+        LinkFixture fixture;
         test::LogReader log;
-        FakeDevice& device = bench.access.Port(3);
+        FakeDevice& device = fixture.access.Port(3);
         device.Deliver("A\0\r"s);
         device.Read({Kind::DoneAtOnce, "", 0});
         device.Read({row.kind, "", row.error});
-        const auto link = bench.Serial(3);
+        const auto link = fixture.Serial(3);
         link->EnableDevice();
         const test::Recorder::Blocks before = {{kGoodRead, "A\0\r"s}, {kGoodRead, ""}};
         ASSERT_TRUE(Eventually([&] { return device.ReadsUsedUp(); })) << row.line;
@@ -51,12 +51,12 @@ TEST(ReadThread, EndsAsItsReadEnds) {
         link->Reset();
         auto expected = before;
         if (row.tellsOwner) expected.emplace_back(kFailedRead, "");
-        EXPECT_EQ(bench.owner.AwaitBlocks(expected.size()), expected) << row.line;
+        EXPECT_EQ(fixture.owner.AwaitBlocks(expected.size()), expected) << row.line;
         EXPECT_EQ(device.OpenNow(), 0);
 
         device.Deliver("again");
         link->EnableDevice();
-        EXPECT_EQ(bench.owner.AwaitBlocks(expected.size() + 1).back().second, "again") << row.line;
+        EXPECT_EQ(fixture.owner.AwaitBlocks(expected.size() + 1).back().second, "again") << row.line;
         const Lines lines = log.Take();
         EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    - Port[COM3]Read(Ascii): A<NUL><CR>")) << row.line;
         EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    - Port[COM3]Read(Hex): 41 00 0D"));
@@ -78,27 +78,27 @@ TEST(ReadThread, EndsAsItsOwnerAnswers) {
         {[]() -> int32_t { throw 1; }, "LLCritical\t:Error: read thread ended by an unknown exception"},
     };
     for (const Case& row : cases) {
-        LinkBench bench;
+        LinkFixture fixture;
         test::LogReader log;
-        bench.owner.answer = row.answer;
-        FakeDevice& device = bench.access.Port(3);
+        fixture.owner.answer = row.answer;
+        FakeDevice& device = fixture.access.Port(3);
         device.Deliver("first");
         device.Deliver("second");
-        const auto link = bench.Serial(3);
+        const auto link = fixture.Serial(3);
         link->EnableDevice();
-        ASSERT_EQ(bench.owner.AwaitBlocks(1).size(), 1u);
+        ASSERT_EQ(fixture.owner.AwaitBlocks(1).size(), 1u);
         link->DisableDevice();
-        EXPECT_EQ(bench.owner.AwaitBlocks(0).size(), 1u) << row.line;
+        EXPECT_EQ(fixture.owner.AwaitBlocks(0).size(), 1u) << row.line;
         EXPECT_FALSE(device.ReadsUsedUp());
         EXPECT_TRUE(HasLine(log.Take(), row.line)) << row.line;
     }
 }
 
 TEST(Write, ShowsEachOutcomeAsTold) {
-    LinkBench bench;
+    LinkFixture fixture;
     test::LogReader log;
-    FakeDevice& device = bench.access.Port(3);
-    const auto link = bench.Serial(3);
+    FakeDevice& device = fixture.access.Port(3);
+    const auto link = fixture.Serial(3);
     link->WriteString("no device is open");
     EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | WrittenBytes: 0"));
     link->EnableDevice();
@@ -119,9 +119,9 @@ TEST(Write, ShowsEachOutcomeAsTold) {
 }
 
 TEST(Write, LogsTheBytesOfShortWritesAlone) {
-    LinkBench bench;
-    FakeDevice& device = bench.access.Port(3);
-    const auto link = bench.Serial(3);
+    LinkFixture fixture;
+    FakeDevice& device = fixture.access.Port(3);
+    const auto link = fixture.Serial(3);
     link->EnableDevice();
     test::LogReader log;
     for (const size_t size : {size_t{127}, size_t{128}}) {

@@ -3,7 +3,7 @@
 #include <typeinfo>
 
 #include "support/log_reader.h"
-#include "transport/link_bench.h"
+#include "transport/link_fixture.h"
 
 namespace quillet {
 namespace {
@@ -12,7 +12,7 @@ using test::FakeDevice;
 using test::HasLine;
 using test::HidDevice;
 using test::Lines;
-using test::LinkBench;
+using test::LinkFixture;
 
 TEST(SerialLink, SendsItsSettingsToThePort) {
     struct Case {
@@ -29,14 +29,14 @@ TEST(SerialLink, SendsItsSettingsToThePort) {
         {"baudrate=1e300,bytesize=-0.9", 2147483647, 0, 0, 0, "COM3,2147483647,n,0,1,n"},
     };
     for (const Case& row : cases) {
-        LinkBench bench;
-        FakeDevice& device = bench.access.Port(3);
+        LinkFixture fixture;
+        FakeDevice& device = fixture.access.Port(3);
         platform::SerialSettings before;
         before.softwareFlowOut = before.softwareFlowIn = before.discardNulls = before.dsrSensitivity = true;
         before.ctsOutputFlow = before.dsrOutputFlow = true;
         before.dtrControl = before.rtsControl = 2;
         device.UseSettings(before);
-        const auto link = bench.Serial(3, row.params);
+        const auto link = fixture.Serial(3, row.params);
         EXPECT_EQ(link->GetLinkText(), row.text);
         link->EnableDevice();
         const platform::SerialSettings after = device.Settings();
@@ -49,14 +49,14 @@ TEST(SerialLink, SendsItsSettingsToThePort) {
         EXPECT_EQ(after.dtrControl + after.rtsControl, 0);
         EXPECT_EQ(device.Timeouts().readIntervalMs, 25u);
         EXPECT_EQ(device.OpenedAs(), platform::Sharing::Exclusive);
-        EXPECT_GE(bench.clock.SleptMs(), 25u);
+        EXPECT_GE(fixture.clock.SleptMs(), 25u);
     }
 }
 
 TEST(SerialLink, LogsItsSettingsToTheTab) {
-    LinkBench bench;
-    bench.access.Port(3);
-    const auto link = bench.Serial(3, "stopbits=1,parity=7");
+    LinkFixture fixture;
+    fixture.access.Port(3);
+    const auto link = fixture.Serial(3, "stopbits=1,parity=7");
     test::LogReader log;
     link->EnableDevice();
     const Lines lines = log.Take();
@@ -79,16 +79,16 @@ TEST(SerialLink, ClosesAfterEachFailureOnTheWay) {
         {0, 0, 22, 0, "Unable to update COM port settings (Code:22)."},
         {0, 0, 0, 6, "Unable to set timeouts on the COM port (Code:6)."},
     };
-    LinkBench bench;
-    FakeDevice& device = bench.access.Port(3);
-    const auto link = bench.Serial(3);
+    LinkFixture fixture;
+    FakeDevice& device = fixture.access.Port(3);
+    const auto link = fixture.Serial(3);
     for (const Case& row : cases) {
         device.FailOpens(row.open);
         device.FailSettings(row.get, row.set, row.timeouts);
         try {
             link->EnableDevice();
             ADD_FAILURE() << row.text;
-        } catch (const SerialCommError& error) {
+        } catch (const SerialLinkError& error) {
             EXPECT_EQ(error.what(), row.text);
             EXPECT_EQ(error.Code(), 0u);
         }
@@ -99,39 +99,39 @@ TEST(SerialLink, ClosesAfterEachFailureOnTheWay) {
     link->EnableDevice();
     EXPECT_EQ(device.OpenNow(), 1);
 
-    FakeDevice& other = bench.access.Port(4);
-    const auto nonsense = bench.Serial(4, "baudrate=fast");
+    FakeDevice& other = fixture.access.Port(4);
+    const auto nonsense = fixture.Serial(4, "baudrate=fast");
     test::LogReader log;
     EXPECT_THROW(nonsense->EnableDevice(), mylib::StringError);
     EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | Retrieved COM Port settings"));
     other.FailSettings(25, 0, 0);
-    EXPECT_THROW(nonsense->EnableDevice(), SerialCommError);  // the port is asked before the numbers are read
+    EXPECT_THROW(nonsense->EnableDevice(), SerialLinkError);  // the port is asked before the numbers are read
     EXPECT_EQ(other.OpenNow(), 0);
 }
 
 TEST(SerialLink, TakesItsKindFromDiscovery) {
-    LinkBench bench;
-    const auto unknown = bench.Serial(3);
+    LinkFixture fixture;
+    const auto unknown = fixture.Serial(3);
     EXPECT_FALSE(unknown->IsVirtualPort());
     EXPECT_EQ(unknown->Port().DevicePath, "\\\\.\\COM3");
     EXPECT_FALSE(unknown->IsDevicePresent());
-    bench.tree.Plug(test::VirtualPortDevice(3));
+    fixture.tree.Plug(test::VirtualPortDevice(3));
     EXPECT_TRUE(unknown->IsDevicePresent());
-    EXPECT_TRUE(bench.Serial(3)->IsVirtualPort());
+    EXPECT_TRUE(fixture.Serial(3)->IsVirtualPort());
     CommandPacket packet(0x40, "\x0B\x01");
-    FakeDevice& device = bench.access.Port(3);
+    FakeDevice& device = fixture.access.Port(3);
     unknown->EnableDevice();
     unknown->WritePacket(packet);
     EXPECT_EQ(device.Writes(), std::vector<std::string>{std::string("\x05\x40\x04\x00\x0B\x01\xAA", 7)});
 }
 
 TEST(UsbLink, MovesBlocksOf64Bytes) {
-    LinkBench bench;
-    bench.tree.Plug(HidDevice("keyboard", "VID_1&PID_2"));
-    bench.tree.Plug(HidDevice("first"));
-    bench.tree.Plug(HidDevice("second"));
-    FakeDevice& device = bench.access.Device("first");
-    const auto link = bench.Usb();
+    LinkFixture fixture;
+    fixture.tree.Plug(HidDevice("keyboard", "VID_1&PID_2"));
+    fixture.tree.Plug(HidDevice("first"));
+    fixture.tree.Plug(HidDevice("second"));
+    FakeDevice& device = fixture.access.Device("first");
+    const auto link = fixture.Usb();
     link->EnableDevice();
     EXPECT_EQ(device.OpenedAs(), platform::Sharing::Shared);
     EXPECT_TRUE(test::Eventually([&] { return device.LastReadSize() == 64; }));
@@ -146,25 +146,25 @@ TEST(UsbLink, MovesBlocksOf64Bytes) {
     EXPECT_EQ(device.Writes()[0].substr(0, 4), "\x04\x3E\x3C\x40");
 
     EXPECT_TRUE(link->IsDevicePresent());
-    bench.tree.Unplug(HidDevice("first").id);
+    fixture.tree.Unplug(HidDevice("first").id);
     EXPECT_TRUE(link->IsDevicePresent());  // the other one counts too
-    bench.tree.Unplug(HidDevice("second").id);
+    fixture.tree.Unplug(HidDevice("second").id);
     EXPECT_FALSE(link->IsDevicePresent());
 }
 
 TEST(UsbLink, OpensThePathOfItsConstructionOnly) {
-    LinkBench bench;
-    const auto link = bench.Usb();
-    bench.tree.Plug(HidDevice("late"));
-    bench.access.Device("late");
+    LinkFixture fixture;
+    const auto link = fixture.Usb();
+    fixture.tree.Plug(HidDevice("late"));
+    fixture.access.Device("late");
     try {
         link->EnableDevice();
         ADD_FAILURE() << "opened a device that it didn't know";
-    } catch (const IbmUsbCommError& error) {
+    } catch (const HidLinkError& error) {
         EXPECT_STREQ(error.what(), "Unable to open USB device (Code:2).");
     }
     EXPECT_FALSE(link->IsEnabled());
-    EXPECT_NO_THROW(bench.Usb()->EnableDevice());
+    EXPECT_NO_THROW(fixture.Usb()->EnableDevice());
 }
 
 }  // namespace

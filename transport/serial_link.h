@@ -8,14 +8,14 @@
 
 namespace quillet {
 
-class CSerialComm : public CComm {
+class SerialLink : public CComm {
   public:
     // A port that discovery doesn't know is tried all the same.
-    CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
-                DataCallback dataCallback);
-    ~CSerialComm() override;
+    SerialLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
+               DataCallback dataCallback);
+    ~SerialLink() override;
 
-    // Throws SerialCommError, and mylib::StringError for a line setting that is no number.
+    // Throws SerialLinkError, and mylib::StringError for a line setting that is no number.
     void EnableDevice() override;
     void WritePacket(CommandPacket& packet) override;
     void AcceptText(std::string text) override;

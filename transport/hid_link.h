@@ -8,15 +8,15 @@
 
 namespace quillet {
 
-class CIbmUsbComm : public CComm {
+class HidLink : public CComm {
   public:
     // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening
     // fails.
-    CIbmUsbComm(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
-                DataCallback dataCallback);
-    ~CIbmUsbComm() override;
+    HidLink(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
+            DataCallback dataCallback);
+    ~HidLink() override;
 
-    // Throws IbmUsbCommError.
+    // Throws HidLinkError.
     void EnableDevice() override;
     // A packet that doesn't fit a block isn't written; one line in the log.
     void WritePacket(CommandPacket& packet) override;

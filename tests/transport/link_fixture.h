@@ -14,8 +14,8 @@
 #include "support/fake_device_tree.h"
 #include "support/fast_clock.h"
 #include "transport/comm.h"
-#include "transport/ibm_usb_comm.h"
-#include "transport/serial_comm.h"
+#include "transport/hid_link.h"
+#include "transport/serial_link.h"
 
 namespace quillet::test {
 
@@ -76,13 +76,13 @@ class Recorder {
     std::vector<uint32_t> m_States;
 };
 
-struct LinkBench {
-    std::unique_ptr<CSerialComm> Serial(uint32_t port, const std::string& params = "",
-                                        DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<CSerialComm>(DeviceUsb, LinkSerial, port, Parsed(params), &owner, callback);
+struct LinkFixture {
+    std::unique_ptr<SerialLink> Serial(uint32_t port, const std::string& params = "",
+                                       DataCallback callback = &Recorder::OnData) {
+        return std::make_unique<SerialLink>(DeviceUsb, LinkSerial, port, Parsed(params), &owner, callback);
     }
-    std::unique_ptr<CIbmUsbComm> Usb(uint32_t deviceType = DeviceUsb, DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<CIbmUsbComm>(deviceType, 131, "", ParameterList(), &owner, callback);
+    std::unique_ptr<HidLink> Usb(uint32_t deviceType = DeviceUsb, DataCallback callback = &Recorder::OnData) {
+        return std::make_unique<HidLink>(deviceType, 131, "", ParameterList(), &owner, callback);
     }
 
     FastClock clock{20};

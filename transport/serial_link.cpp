@@ -1,4 +1,4 @@
-#include "transport/serial_comm.h"
+#include "transport/serial_link.h"
 
 #include <array>
 #include <cstddef>
@@ -31,7 +31,7 @@ std::string LabelOf(int32_t code, std::span<const char* const> labels) {
 }
 
 void Check(uint32_t error, const char* text) {
-    if (error != 0) throw SerialCommError(text + NumToString(error) + ").");
+    if (error != 0) throw SerialLinkError(text + NumToString(error) + ").");
 }
 
 char FlowLetter(bool dsr, bool cts) {
@@ -41,8 +41,8 @@ char FlowLetter(bool dsr, bool cts) {
 
 }  // namespace
 
-CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
-                         void* owner, DataCallback dataCallback)
+SerialLink::SerialLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
+                       void* owner, DataCallback dataCallback)
     : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
     std::vector<PortDescriptor> found = FindSerialPort(comPort);
     m_Present = !found.empty();
@@ -50,11 +50,11 @@ CSerialComm::CSerialComm(uint32_t deviceType, uint32_t linkType, uint32_t comPor
     m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
 }
 
-CSerialComm::~CSerialComm() {
+SerialLink::~SerialLink() {
     EndThreads();
 }
 
-void CSerialComm::EnableDevice() try {
+void SerialLink::EnableDevice() try {
     if (IsEnabled()) return;
     platform::TheClock().SleepMs(kPauseBeforeOpenMs);
     OpenPort();
@@ -67,25 +67,25 @@ void CSerialComm::EnableDevice() try {
     throw;
 }
 
-void CSerialComm::OpenPort() {
+void SerialLink::OpenPort() {
     LogInfo("EnableDevice");
     LogInfo("    | TargetName: ", m_Port.DevicePath);
     uint32_t error = 0;
     if (!OpenDevice(platform::Sharing::Exclusive, error)) {
-        throw SerialCommError("Unable to open COM port (Code:" + NumToString(error) + ").");
+        throw SerialLinkError("Unable to open COM port (Code:" + NumToString(error) + ").");
     }
     m_PortName = m_Port.DevicePath;
     LogInfo("    | Opened COM Port");
 }
 
-void CSerialComm::LoadSettings() {
+void SerialLink::LoadSettings() {
     m_BaudRate = TruncateToInt32(m_Params.GetNumber("baudrate", 9600.0));
     m_ByteSize = TruncateToInt32(m_Params.GetNumber("bytesize", 8.0));
     m_Parity = TruncateToInt32(m_Params.GetNumber("parity", 0.0));
     m_StopBits = TruncateToInt32(m_Params.GetNumber("stopbits", 0.0));
 }
 
-void CSerialComm::ApplySettings() {
+void SerialLink::ApplySettings() {
     platform::SerialSettings settings;
     Check(m_Handle->GetSerialSettings(settings), "Unable to retrieve COM port settings (Code:");
     LogInfo("    | Retrieved COM Port settings");
@@ -105,7 +105,7 @@ void CSerialComm::ApplySettings() {
     Check(m_Handle->SetSerialSettings(settings), "Unable to update COM port settings (Code:");
 }
 
-void CSerialComm::LogSettings() const {
+void SerialLink::LogSettings() const {
     if (!LogWanted(LLInfo)) return;
     LogInfo("    | ================= Serial Cfg\t=================\t\t");
     LogInfo("    | BaudRate\t\t\t", m_BaudRate);
@@ -119,29 +119,29 @@ void CSerialComm::LogSettings() const {
     LogInfo("    | ================= Serial Cfg\tEnd =================\t\t");
 }
 
-void CSerialComm::SetTimeouts() {
+void SerialLink::SetTimeouts() {
     platform::SerialTimeouts timeouts;
     timeouts.readIntervalMs = kReadIntervalMs;
     Check(m_Handle->SetSerialTimeouts(timeouts), "Unable to set timeouts on the COM port (Code:");
     LogInfo("    | Set COM Port timeouts");
 }
 
-void CSerialComm::WritePacket(CommandPacket& packet) {
+void SerialLink::WritePacket(CommandPacket& packet) {
     WriteString(ToWireBytes(packet));
 }
 
-void CSerialComm::AcceptText(std::string) {}
+void SerialLink::AcceptText(std::string) {}
 
-bool CSerialComm::IsDevicePresent() {
+bool SerialLink::IsDevicePresent() {
     m_Present = IsSerialPortPresent(m_ComPort, m_Present);
     return m_Present;
 }
 
-int32_t CSerialComm::OnReadData(uint32_t status, std::string& block) {
+int32_t SerialLink::OnReadData(uint32_t status, std::string& block) {
     return m_DataCallback == nullptr ? kKeepReading : m_DataCallback(m_Owner, block, status);
 }
 
-std::string CSerialComm::GetLinkText() {
+std::string SerialLink::GetLinkText() {
     LoadSettings();
     const char flow = FlowLetter(m_OutxDsrFlow == 1, m_OutxCtsFlow == 1);
     return Format("COM%d,%d,%c,%s,%d,%c", m_PortNumber, m_BaudRate, LabelOf(m_Parity, kParityLetters), m_ByteSize,

@@ -36,11 +36,11 @@ void CScanner::ResetState() {
 }
 
 ResultCode CScanner::SendPacket(CommandPacket& packet) {
-    return TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, this, packet);
+    return TheCommArbiter().WriteData(m_SendLink, Key(), packet) ? kResultSuccess : kResultNoExist;
 }
 
 void CScanner::SendBytes(std::string bytes) {
-    TheCommArbiter().WriteData(m_DeviceType, m_LinkType, m_ComPort, this, bytes);
+    TheCommArbiter().WriteData(m_SendLink, Key(), bytes);
 }
 
 void CScanner::GiveUp() {

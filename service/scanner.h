@@ -15,6 +15,7 @@
 #include "protocol/reply_parser.h"
 #include "service/barcode_cache.h"
 #include "service/device.h"
+#include "transport/held_link.h"
 
 namespace quillet {
 
@@ -141,7 +142,8 @@ class CScanner : public CDevice {
     void RequestStatistics();
     void LogPropertyName(const char* text, int32_t number) noexcept;
 
-    const uint32_t m_DeviceType = DeviceUsb;  // of every arbiter call, whatever the link
+    // Of every arbiter call; the device type is the same whatever the link.
+    LinkKey Key() const { return {.deviceType = DeviceUsb, .linkType = m_LinkType, .port = m_ComPort}; }
 
   private:
     static constexpr uint32_t kClosingWriteMs = 2000;
@@ -213,6 +215,9 @@ class CScanner : public CDevice {
     OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
     OsEvent m_BarcodeEvent{kManualResetEvent};     // a barcode was added; reset under m_DataMutex by who finds none
     platform::WriteLimit m_WriteLimit;             // of this handle's link; has a lock of its own
+    // What a send writes to, without m_EnableMutex, which an opening holds. Set at each enabling and left alone at
+    // disabling: a lost link is still listed and takes writes, which fail in silence. Has a lock of its own.
+    HeldLink m_SendLink;
     std::atomic<bool> m_WaitsEnded{false};
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};

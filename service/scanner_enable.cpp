@@ -49,7 +49,7 @@ void CScanner::UndoEnabling() noexcept {
     if (m_Comm == nullptr) return;
     m_JoiningPowerThread = true;
     m_Comm.reset();
-    TheCommArbiter().RemoveDevice(m_DeviceType, m_LinkType, m_ComPort);
+    TheCommArbiter().RemoveDevice(Key());
     m_JoiningPowerThread = false;
 }
 
@@ -57,15 +57,14 @@ void CScanner::ReportPowerAtEnabling() {
     if (m_LinkType == LinkUsbHid) {
         ProcessStatusEvent(DiscoveredPorts().usb.empty() ? PowerOffOffline : PowerOnline);
     }
-    TheCommArbiter().StartPowerReporting(m_DeviceType, m_LinkType, m_ComPort, &CScanner::PowerCallbackEntry,
-                                         &CScanner::ReopenCallbackEntry);
+    TheCommArbiter().StartPowerReporting(Key(), &CScanner::PowerCallbackEntry, &CScanner::ReopenCallbackEntry);
 }
 
 ResultCode CScanner::DisableLink() {
     m_JoiningPowerThread = true;
     ScopeExit joined([this] { m_JoiningPowerThread = false; });
     if (m_PowerNotify != 0) {
-        TheCommArbiter().StopPowerReporting(m_DeviceType, m_LinkType, m_ComPort);
+        TheCommArbiter().StopPowerReporting(Key());
         m_PowerState = PowerUnknown;
     }
     const bool allowable = false;
@@ -81,21 +80,26 @@ bool CScanner::DeviceCommEnable(bool enable) try {
     LogTrace trace("CScanner::DeviceCommEnable");
     if (enable) {
         LogInfo("    | Adding Device for Data events...");
-        m_Comm = TheCommArbiter().AddDevice(m_DeviceType, m_LinkType, m_ComPort, m_ModelNumber, m_Parameters, this,
-                                            &CScanner::DataCallbackEntry, &m_WriteLimit);
+        m_Comm = TheCommArbiter().AddDevice({.key = Key(),
+                                             .modelNumber = m_ModelNumber,
+                                             .parameters = m_Parameters,
+                                             .owner = this,
+                                             .dataCallback = &CScanner::DataCallbackEntry,
+                                             .writeLimit = &m_WriteLimit});
         // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
         // use.
         if (m_Comm != nullptr && m_Comm->Owner() != this) {
             m_Comm.reset();
             throw CommError("Device already in use.");
         }
+        if (m_Comm != nullptr) m_SendLink.Set(m_Comm);
         platform::TheClock().SleepMs(kSettleMs);
         EnableDeocdeData(false);
     } else {
         EnableDeocdeData(false);
         LogInfo("    | Removing Device for Data events...");
         m_Comm.reset();
-        TheCommArbiter().RemoveDevice(m_DeviceType, m_LinkType, m_ComPort);
+        TheCommArbiter().RemoveDevice(Key());
     }
     return true;
 } catch (const ZelmarError& error) {
@@ -148,7 +152,7 @@ void CScanner::ReopenLink(bool repeated) {
     if (!LockForPowerReport(lock) || !m_Status.Has(StatusEnabled)) return;
     if (m_ExchangeWithoutLimit) BreakExchange();  // nobody is left to receive its reply
     LogHold lines(repeated);
-    if (!TheCommArbiter().ReopenLink(m_DeviceType, m_LinkType, m_ComPort, this)) return;
+    if (!TheCommArbiter().ReopenLink(m_SendLink)) return;
     lines.LetGo();
     platform::TheClock().SleepMs(kSettleMs);
     EnableDeocdeData(false);
@@ -157,7 +161,7 @@ void CScanner::ReopenLink(bool repeated) {
 void CScanner::LinkLost() {
     // The flag first: with it the disabling leaves the link listed and its power thread, which may be this
     // one, running.
-    TheCommArbiter().setReadyToReConnect(m_DeviceType, m_LinkType, m_ComPort, true);
+    TheCommArbiter().setReadyToReConnect(Key(), true);
     if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
     m_PowerState = PowerUnknown;  // what a lost scanner shows, also after the link's second report
 }
@@ -165,7 +169,7 @@ void CScanner::LinkLost() {
 void CScanner::LinkBack() {
     if (!m_Status.Has(StatusEnabled)) DeviceEnable(true);
     if (m_Status.Has(StatusEnabled)) {
-        TheCommArbiter().setReadyToReConnect(m_DeviceType, m_LinkType, m_ComPort, false);
+        TheCommArbiter().setReadyToReConnect(Key(), false);
     } else {
         m_PowerState = PowerUnknown;  // still lost: the next report of the link tries again
     }

@@ -36,15 +36,9 @@ std::string FormatPortTag(const std::string& text) {
     return tag;
 }
 
-CComm::CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
-             DataCallback dataCallback)
-    : m_DeviceType(deviceType),
-      m_ComPort(comPort),
-      m_Params(std::move(params)),
-      m_Owner(owner),
-      m_DataCallback(dataCallback) {
-    m_Port.LinkType = linkType;
-    LogInfo("    | DeviceType:   ", DeviceTypeLabel(deviceType));
+CComm::CComm(LinkSetup setup) : m_Setup(std::move(setup)) {
+    m_Port.LinkType = m_Setup.key.linkType;
+    LogInfo("    | DeviceType:   ", DeviceTypeLabel(m_Setup.key.deviceType));
 }
 
 CComm::~CComm() {
@@ -198,7 +192,7 @@ void CComm::Deliver(std::string& block) {
 
 void CComm::WriteString(const std::string& bytes) {
     LogInfo("WriteString");
-    LogInfo("    | DeviceType: ", m_DeviceType);
+    LogInfo("    | DeviceType: ", m_Setup.key.deviceType);
     LogInfo("    | LinkType: ", m_Port.LinkType);
     LogInfo("    | Length: ", static_cast<uint64_t>(bytes.size()));
     if (bytes.size() < kMaxLoggedWrite) {
@@ -209,7 +203,7 @@ void CComm::WriteString(const std::string& bytes) {
     using Outcome = platform::WriteResult::Outcome;
     // A link that waits for its device is closed, which is a write that fails at once.
     platform::WriteResult written{Outcome::FailedAtOnce};
-    if (m_Handle != nullptr) written = m_Handle->Write(bytes, {m_DeviceGone, m_WriteLimit});
+    if (m_Handle != nullptr) written = m_Handle->Write(bytes, {m_DeviceGone, m_Setup.writeLimit});
     if (written.outcome == Outcome::FailedPending) {
         throw CommError(WithCode("Error writing data (Code:", written.error) + ".");
     }
@@ -278,7 +272,7 @@ void CComm::ReportPowerState(uint32_t state) {
     const PowerCallback callback = m_PowerCallback;
     if (callback == nullptr) return;
     try {
-        callback(m_Owner, state);
+        callback(m_Setup.owner, state);
     } catch (...) {
         m_PowerState = PowerUnknown;  // so that the next pass reports again
         throw;
@@ -296,7 +290,7 @@ void CComm::AskToReopen() {
     const int64_t now = platform::TheClock().NowNs();
     if (callback == nullptr || (m_ReopenAsked && now < m_NextReopenNs)) return;
     m_NextReopenNs = now + kReopenPauseNs;
-    callback(m_Owner, std::exchange(m_ReopenAsked, true));
+    callback(m_Setup.owner, std::exchange(m_ReopenAsked, true));
 }
 
 }  // namespace quillet

@@ -13,17 +13,10 @@
 #include "platform/thread.h"
 #include "protocol/packet.h"
 #include "transport/comm_error.h"
+#include "transport/link_key.h"
 #include "transport/port_discovery.h"
 
 namespace quillet {
-
-enum DeviceType : uint32_t {
-    DeviceUnknown = 0,
-    DeviceSerial = 1,
-    DevicePosUsb = 2,
-    DeviceUsb = 3,
-    DeviceBluetooth = 4
-};
 
 enum PowerState : uint32_t { PowerUnknown = 2000, PowerOnline = 2001, PowerOffOffline = 2004 };
 
@@ -46,6 +39,16 @@ using PowerCallback = void (*)(void* owner, uint32_t powerState);
 // thread. `repeated`: an attempt has been made before and came to nothing.
 using ReopenCallback = void (*)(void* owner, bool repeated);
 
+// What a link is made of.
+struct LinkSetup {
+    LinkKey key;
+    std::string modelNumber = {};  // for the log
+    ParameterList parameters = {};
+    void* owner = nullptr;  // outlives the link
+    DataCallback dataCallback = nullptr;
+    const platform::WriteLimit* writeLimit = nullptr;  // of writes while the owner closes; the owner's, or none
+};
+
 // The text without backslashes and points, as traces show a port: COM3 for \\.\COM3.
 std::string FormatPortTag(const std::string& text);
 
@@ -55,8 +58,7 @@ std::string FormatPortTag(const std::string& text);
 // Presence alone decides what is reported of the device; a read thread that ended is only asked to be replaced.
 class CComm {
   public:
-    CComm(uint32_t deviceType, uint32_t linkType, uint32_t comPort, ParameterList params, void* owner,
-          DataCallback dataCallback);
+    explicit CComm(LinkSetup setup);
     // Derived destructors call EndThreads first: no thread may meet a half-destroyed link.
     virtual ~CComm();
     CComm(const CComm&) = delete;
@@ -68,6 +70,8 @@ class CComm {
     virtual void DisableDevice();
     // Writes one command. Throws CommError.
     virtual void WritePacket(CommandPacket& packet) = 0;
+    // Writes the wire form of a command that the caller has made; the string ends as what went out. Throws CommError.
+    virtual void WriteBytes(std::string& bytes) = 0;
     virtual void AcceptText(std::string text) = 0;
     virtual bool IsVirtualPort() const { return false; }
     // Body of the power thread.
@@ -104,9 +108,14 @@ class CComm {
     // Closes the device and opens it again, as if nothing had happened: the power state stays as it is. On the power
     // thread alone, with the arbiter's lock. Throws as EnableDevice, with the link closed and its reader still lost.
     void Reopen();
-    uint32_t ComPort() const { return m_ComPort; }
+    int32_t Number() const { return m_Setup.key.Number(); }
     const PortDescriptor& Port() const { return m_Port; }
-    const void* Owner() const { return m_Owner; }
+    const void* Owner() const { return m_Setup.owner; }
+
+    // Whether the arbiter lists this link: a link that it doesn't list is on its way to its end, and isn't written to.
+    // Under the arbiter's lock alone.
+    void SetListed(bool listed) { m_Listed = listed; }
+    bool IsListed() const { return m_Listed; }
 
     // Closes the device and ends both threads in any case, for good: no power reporting can be started any
     // more. Not on a thread of this link.
@@ -114,21 +123,14 @@ class CComm {
     // Makes a write under way fail, from any thread.
     void EndWrite() noexcept { m_DeviceGone.Set(); }
 
-    // The limit of writes while the owner closes; before the link is enabled, or never. The owner's, which outlives it.
-    void SetWriteLimit(const platform::WriteLimit* limit) { m_WriteLimit = limit; }
-
   protected:
     // Opens m_Port's device; on failure its code is in `error`, and the port's label is "???".
     bool OpenDevice(platform::Sharing sharing, uint32_t& error);
 
     // Set by the constructors, constant afterwards.
-    const uint32_t m_DeviceType;
-    const uint32_t m_ComPort;  // the link's number in the arbiter's list
+    const LinkSetup m_Setup;
     PortDescriptor m_Port;
     uint32_t m_ReadSize = kMaxReadSize;  // bytes asked of one read
-    const ParameterList m_Params;
-    void* const m_Owner;
-    const DataCallback m_DataCallback;
 
     // Written by EnableDevice and Reset alone, while no read thread runs; the read thread reads them.
     std::string m_PortName;  // label in traces
@@ -153,8 +155,8 @@ class CComm {
 
     platform::StopSignal m_TerminateThread;  // ends the wait of the read thread; fresh at each enabling
     platform::StopSignal m_DeviceGone;       // ends a write under way; set by a report that the device has gone
-    const platform::WriteLimit* m_WriteLimit = nullptr;  // constant once the link is enabled
-    OsEvent m_EndPower{kManualResetEvent};               // ends the pause of the power thread
+    OsEvent m_EndPower{kManualResetEvent};   // ends the pause of the power thread
+    bool m_Listed = false;                   // guarded by the arbiter's lock
 
     // Single words shared by the threads.
     std::atomic<bool> m_Running{false};

@@ -19,114 +19,94 @@ namespace {
 // How often RemoveAll asks for the lock, breaking off the write that holds it each time.
 constexpr uint32_t kRetryLockMs = 5;
 
-bool IsSerial(uint32_t linkType) {
-    return linkType == LinkSerial || linkType == LinkVirtualSerial;
-}
-
 // Made when the library is loaded: the first use may be anywhere, and must not fail.
 NoDestroy<CCommArbiter> g_Arbiter;
 
-void LogKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    LogInfo("    | DeviceType:         ", deviceType);
-    LogInfo("    | LinkType:         ", linkType);
-    LogInfo("    | ComPort:            ", comPort);
+void LogKey(const LinkKey& key) {
+    LogInfo("    | DeviceType:         ", key.deviceType);
+    LogInfo("    | LinkType:         ", key.linkType);
+    LogInfo("    | ComPort:            ", key.port);
 }
 
 }  // namespace
 
-int32_t MakeDeviceKey(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    if (IsSerial(linkType)) return static_cast<int32_t>(comPort);
-    return deviceType < DeviceBluetooth ? static_cast<int32_t>(deviceType) + 128 : kNoDeviceKey;
-}
-
-std::shared_ptr<CComm> CCommArbiter::AddDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                               std::string modelNumber, const ParameterList& params, void* owner,
-                                               DataCallback dataCallback, const platform::WriteLimit* limit) {
+std::shared_ptr<CComm> CCommArbiter::AddDevice(const LinkSetup& setup) {
     LogTrace trace("CCommArbiter::AddDevice");
     std::lock_guard lock(m_Mutex);
-    LogKey(deviceType, linkType, comPort);
+    LogKey(setup.key);
     if (m_Links.size() >= static_cast<size_t>(kMaxLinks)) return nullptr;
     try {
-        if (std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
+        if (std::shared_ptr<CComm> link = FindLink(setup.key)) {
             LogInfo("Device already in use.");
             link->EnableDevice();
             return link;
         }
-        return AddNewLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback, limit);
+        return AddNewLink(setup);
     } catch (const ZelmarError& error) {
         throw ZelmarError(error.what(), error.Code());
     }
 }
 
-std::shared_ptr<CComm> CCommArbiter::AddNewLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                                std::string modelNumber, const ParameterList& params, void* owner,
-                                                DataCallback dataCallback, const platform::WriteLimit* limit) {
+std::shared_ptr<CComm> CCommArbiter::AddNewLink(const LinkSetup& setup) {
     std::shared_ptr<CComm> link;
     try {
-        link = MakeLink(deviceType, linkType, comPort, std::move(modelNumber), params, owner, dataCallback);
+        link = MakeLink(setup);
     } catch (const std::bad_alloc&) {
         LogCritical("not enough memory...");
         return nullptr;
     }
-    link->SetWriteLimit(limit);
-    std::list<std::shared_ptr<CComm>> place(1, link);  // before the opening: listing it can't fail then
+    Links place(1, link);  // before the opening: listing it can't fail then
     link->EnableDevice();
-    if (link->IsEnabled()) m_Links.splice(m_Links.end(), place);
+    if (link->IsEnabled()) {
+        m_Links.splice(m_Links.end(), place);
+        link->SetListed(true);
+    }
     return link;
 }
 
-std::shared_ptr<CComm> CCommArbiter::MakeLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                              std::string modelNumber, const ParameterList& params, void* owner,
-                                              DataCallback dataCallback) {
-    if (IsSerial(linkType)) {
-        return std::make_shared<SerialLink>(deviceType, linkType, comPort, params, owner, dataCallback);
+std::shared_ptr<CComm> CCommArbiter::MakeLink(const LinkSetup& setup) {
+    if (IsSerial(setup.key.linkType)) return std::make_shared<SerialLink>(setup);
+    const int32_t number = setup.key.Number();
+    if (number == kNoLinkNumber) {
+        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(number));
     }
-    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
-    if (key == kNoDeviceKey) {
-        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(key));
-    }
-    return std::make_shared<HidLink>(deviceType, static_cast<uint32_t>(key), std::move(modelNumber), params, owner,
-                                     dataCallback);
+    return std::make_shared<HidLink>(setup);
 }
 
-void CCommArbiter::RemoveDevice(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
+void CCommArbiter::RemoveDevice(const LinkKey& key) {
     std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::RemoveDevice");
-    LogKey(deviceType, linkType, comPort);
-    const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort);
+    LogKey(key);
+    const std::shared_ptr<CComm> link = FindLink(key);
     if (link == nullptr) {
         LogWarning("No Find ComDevice...  ");
         return;
     }
     link->Reset();
     if (link->IsReadyToReConnect()) return;
-    const auto place = std::find(m_Links.begin(), m_Links.end(), link);
-    if (place != m_Links.end()) m_Links.erase(place);
+    link->SetListed(false);
+    m_Links.remove(link);
 }
 
-std::shared_ptr<CComm> CCommArbiter::Look(int32_t key, const void* owner) {
-    if (key > kMaxLinks) return nullptr;
+std::shared_ptr<CComm> CCommArbiter::FindLink(const LinkKey& key) {
+    const int32_t number = key.Number();
+    if (number > kMaxLinks) return nullptr;
     std::lock_guard lock(m_Mutex);
-    const auto place = std::find_if(m_Links.begin(), m_Links.end(), [&](const std::shared_ptr<CComm>& link) {
-        return static_cast<int32_t>(link->ComPort()) == key && (owner == nullptr || link->Owner() == owner);
-    });
-    return place != m_Links.end() ? *place : nullptr;
+    for (const std::shared_ptr<CComm>& link : m_Links) {
+        if (link->Number() == number) return link;
+    }
+    LogError("No Find ComDevice...");
+    return nullptr;
 }
 
-std::shared_ptr<CComm> CCommArbiter::Find(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
-    const int32_t key = MakeDeviceKey(deviceType, linkType, comPort);
-    std::shared_ptr<CComm> link = Look(key, owner);
-    if (link == nullptr && key <= kMaxLinks) LogError("No Find ComDevice...");
-    return link;
+std::shared_ptr<CComm> CCommArbiter::Usable(const HeldLink& held) {
+    std::shared_ptr<CComm> link = held.Get().lock();
+    return link != nullptr && link->IsListed() && link->Number() <= kMaxLinks ? link : nullptr;
 }
 
-std::shared_ptr<CComm> CCommArbiter::FindLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    return Find(deviceType, linkType, comPort, nullptr);
-}
-
-bool CCommArbiter::ReopenLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner) {
+bool CCommArbiter::ReopenLink(const HeldLink& held) {
     std::lock_guard lock(m_Mutex);
-    const std::shared_ptr<CComm> link = Look(MakeDeviceKey(deviceType, linkType, comPort), owner);
+    const std::shared_ptr<CComm> link = Usable(held);
     if (link == nullptr || !link->HasLostReader()) return false;
     try {
         link->Reopen();
@@ -160,53 +140,47 @@ void CCommArbiter::RunWrite(CComm& link, const std::function<void()>& write) try
     LogCritical("Error: WriteData", error.what());
 }
 
-std::shared_ptr<CComm> CCommArbiter::FindForWrite(uint32_t deviceType, uint32_t linkType, uint32_t comPort,
-                                                  const void* owner) {
-    LogInfo("    | ComPort: ", comPort);
-    std::shared_ptr<CComm> link = Find(deviceType, linkType, comPort, owner);
-    if (link == nullptr) LogWarning("No Find ComDevice...  WriteData Failed!");
-    return link;
+std::shared_ptr<CComm> CCommArbiter::UsableForWrite(const HeldLink& held, const LinkKey& key) {
+    LogInfo("    | ComPort: ", key.port);
+    std::shared_ptr<CComm> link = Usable(held);
+    if (link != nullptr) return link;
+    if (key.Number() <= kMaxLinks) LogError("No Find ComDevice...");
+    LogWarning("No Find ComDevice...  WriteData Failed!");
+    return nullptr;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
-                                CommandPacket& packet) {
+bool CCommArbiter::WriteData(const HeldLink& held, const LinkKey& key, CommandPacket& packet) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::WriteData");
-    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
-    if (link == nullptr) return kWriteNoLink;
+    const std::shared_ptr<CComm> link = UsableForWrite(held, key);
+    if (link == nullptr) return false;
     RunWrite(*link, [&] { link->WritePacket(packet); });
-    return kWriteDone;
+    return true;
 }
 
-int32_t CCommArbiter::WriteData(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const void* owner,
-                                std::string& bytes) {
+bool CCommArbiter::WriteData(const HeldLink& held, const LinkKey& key, std::string& bytes) {
     LogInfo("try lock!!!!!!!!!!!!!!");
     std::lock_guard lock(m_Mutex);
     LogTrace trace("CCommArbiter::WriteData");
-    const std::shared_ptr<CComm> link = FindForWrite(deviceType, linkType, comPort, owner);
-    if (link == nullptr) return kWriteDone;
-    if (link->Port().LinkType == LinkUsbHid) {
-        if (!HidLink::CheckBlockSize(bytes)) return kWriteDone;
-        bytes = ToHidBlock(bytes);
-    }
-    RunWrite(*link, [&] { link->WriteString(bytes); });
-    return kWriteDone;
+    const std::shared_ptr<CComm> link = UsableForWrite(held, key);
+    if (link == nullptr) return false;
+    RunWrite(*link, [&] { link->WriteBytes(bytes); });
+    return true;
 }
 
-void CCommArbiter::setReadyToReConnect(uint32_t deviceType, uint32_t linkType, uint32_t comPort, bool ready) {
+void CCommArbiter::setReadyToReConnect(const LinkKey& key, bool ready) {
     LogTrace trace("CCommArbiter::setReadyToReConnect");
     std::lock_guard lock(m_Mutex);
-    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
+    if (const std::shared_ptr<CComm> link = FindLink(key)) {
         link->SetReadyToReConnect(ready);
     } else {
         LogWarning("Warning: No Find ComDevice...");
     }
 }
 
-void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort, PowerCallback power,
-                                       ReopenCallback reopen) {
-    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
+void CCommArbiter::StartPowerReporting(const LinkKey& key, PowerCallback power, ReopenCallback reopen) {
+    if (const std::shared_ptr<CComm> link = FindLink(key)) {
         link->SetPowerCallbacks(power, reopen);
         link->StartPowerReporting();
     } else {
@@ -214,20 +188,23 @@ void CCommArbiter::StartPowerReporting(uint32_t deviceType, uint32_t linkType, u
     }
 }
 
-void CCommArbiter::StopPowerReporting(uint32_t deviceType, uint32_t linkType, uint32_t comPort) {
-    if (const std::shared_ptr<CComm> link = FindLink(deviceType, linkType, comPort)) {
+void CCommArbiter::StopPowerReporting(const LinkKey& key) {
+    if (const std::shared_ptr<CComm> link = FindLink(key)) {
         link->StopPowerReporting();
     } else {
         LogWarning("No Find ComDevice... ");
     }
 }
 
-std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutLinksOf(const void* owner) {
+CCommArbiter::Links CCommArbiter::TakeOut(const void* owner) {
     std::lock_guard lock(m_Mutex);
-    std::list<std::shared_ptr<CComm>> taken;
+    Links taken;
     for (auto place = m_Links.begin(); place != m_Links.end();) {
         const auto next = std::next(place);
-        if ((*place)->Owner() == owner) taken.splice(taken.end(), m_Links, place);
+        if (owner == nullptr || (*place)->Owner() == owner) {
+            (*place)->SetListed(false);
+            taken.splice(taken.end(), m_Links, place);
+        }
         place = next;
     }
     return taken;
@@ -236,7 +213,7 @@ std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutLinksOf(const void* owner
 // Threads end without the lock, since a power thread may be waiting for it. What that thread adds before it
 // has ended is found by the next look.
 void CCommArbiter::RemoveLinksOf(const void* owner) {
-    for (auto links = TakeOutLinksOf(owner); !links.empty(); links = TakeOutLinksOf(owner)) {
+    for (auto links = TakeOut(owner); !links.empty(); links = TakeOut(owner)) {
         for (const std::shared_ptr<CComm>& link : links) link->EndThreads();
     }
 }
@@ -247,14 +224,14 @@ void CCommArbiter::EndRunningWrite() {
 }
 
 // A host that ends while a device stalls a write mustn't wait for that device.
-std::list<std::shared_ptr<CComm>> CCommArbiter::TakeOutAll() {
+CCommArbiter::Links CCommArbiter::TakeOutAll() {
     std::unique_lock lock(m_Mutex, std::try_to_lock);
     while (!lock.owns_lock()) {
         EndRunningWrite();
         platform::TheClock().SleepMs(kRetryLockMs);
         static_cast<void>(lock.try_lock());  // the loop asks
     }
-    return std::exchange(m_Links, {});
+    return TakeOut(nullptr);
 }
 
 void CCommArbiter::RemoveAll() {

@@ -8,10 +8,9 @@
 
 namespace quillet {
 
-HidLink::HidLink(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
-                 DataCallback dataCallback)
-    : CComm(deviceType, LinkUsbHid, key, params, owner, dataCallback), m_ModelNumber(std::move(modelNumber)) {
-    LogInfo("    | ModelNumber:  ", m_ModelNumber);
+HidLink::HidLink(LinkSetup setup) : CComm(std::move(setup)) {
+    m_Port.LinkType = LinkUsbHid;  // whatever the key says
+    LogInfo("    | ModelNumber:  ", m_Setup.modelNumber);
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
     m_Present = !found.empty();
     if (m_Present) m_Port = std::move(found.front());
@@ -31,22 +30,25 @@ void HidLink::EnableDevice() try {
         throw HidLinkError("Unable to open USB device (Code:" + NumToString(error) + ").");
     }
     LogInfo("    | Opened IBM USB Port");
-    m_PortName = m_ModelNumber;
+    m_PortName = m_Setup.modelNumber;
     CComm::EnableDevice();
 } catch (...) {
     Reset();
     throw;
 }
 
-bool HidLink::CheckBlockSize(const std::string& wireBytes) {
-    if (FitsHidBlock(wireBytes)) return true;
-    LogCritical("Error: a USB block has no room for a command of this size: ", static_cast<uint64_t>(wireBytes.size()));
-    return false;
+void HidLink::WritePacket(CommandPacket& packet) {
+    std::string bytes = ToWireBytes(packet);
+    WriteBytes(bytes);
 }
 
-void HidLink::WritePacket(CommandPacket& packet) {
-    const std::string wireBytes = ToWireBytes(packet);
-    if (CheckBlockSize(wireBytes)) WriteString(ToHidBlock(wireBytes));
+void HidLink::WriteBytes(std::string& bytes) {
+    if (!FitsHidBlock(bytes)) {
+        LogCritical("Error: a USB block has no room for a command of this size: ", static_cast<uint64_t>(bytes.size()));
+        return;
+    }
+    bytes = ToHidBlock(bytes);
+    WriteString(bytes);
 }
 
 void HidLink::AcceptText(std::string) {}
@@ -57,9 +59,9 @@ bool HidLink::IsDevicePresent() {
 }
 
 int32_t HidLink::OnReadData(uint32_t status, std::string& block) {
-    const int32_t result = m_DataCallback == nullptr ? 0 : m_DataCallback(m_Owner, block, status);
+    const int32_t result = m_Setup.dataCallback == nullptr ? 0 : m_Setup.dataCallback(m_Setup.owner, block, status);
     if (status == kGoodRead) return result;
-    if (m_DeviceType != DevicePosUsb && m_DeviceType != DeviceUsb) {
+    if (m_Setup.key.deviceType != DevicePosUsb && m_Setup.key.deviceType != DeviceUsb) {
         throw HidLinkError("Error while waiting for data (Code:" + NumToString(m_ReadError) + ").", m_ReadError);
     }
     LogInfo("Error: RunReadThread: failed while waiting for data; will attempt to reconnect");

@@ -12,24 +12,21 @@ class HidLink : public CComm {
   public:
     // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening
     // fails.
-    HidLink(uint32_t deviceType, uint32_t key, std::string modelNumber, const ParameterList& params, void* owner,
-            DataCallback dataCallback);
+    explicit HidLink(LinkSetup setup);
     ~HidLink() override;
 
     // Throws HidLinkError.
     void EnableDevice() override;
     // A packet that doesn't fit a block isn't written; one line in the log.
     void WritePacket(CommandPacket& packet) override;
+    // Bytes that don't fit a block aren't written and stay as they are; one line in the log.
+    void WriteBytes(std::string& bytes) override;
     void AcceptText(std::string text) override;
     bool IsDevicePresent() override;
     int32_t OnReadData(uint32_t status, std::string& block) override;
     std::string GetLinkText() override { return "USB"; }
 
-    // False, with one line in the log, for a wire form that has no room in a block.
-    static bool CheckBlockSize(const std::string& wireBytes);
-
   private:
-    const std::string m_ModelNumber;
     // Of IsDevicePresent, which the power thread alone asks: what it found last, and the path of the scanner that it saw.
     bool m_Present = false;
     std::string m_SeenPath;

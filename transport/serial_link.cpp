@@ -41,13 +41,11 @@ char FlowLetter(bool dsr, bool cts) {
 
 }  // namespace
 
-SerialLink::SerialLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params,
-                       void* owner, DataCallback dataCallback)
-    : CComm(deviceType, linkType, comPort, params, owner, dataCallback), m_PortNumber(static_cast<int32_t>(comPort)) {
-    std::vector<PortDescriptor> found = FindSerialPort(comPort);
+SerialLink::SerialLink(LinkSetup setup) : CComm(std::move(setup)) {
+    std::vector<PortDescriptor> found = FindSerialPort(m_Setup.key.port);
     m_Present = !found.empty();
     if (m_Present) m_Port = std::move(found.front());
-    m_Port.DevicePath = "\\\\.\\COM" + NumToString(m_PortNumber);
+    m_Port.DevicePath = "\\\\.\\COM" + NumToString(static_cast<int32_t>(m_Setup.key.port));
 }
 
 SerialLink::~SerialLink() {
@@ -79,10 +77,10 @@ void SerialLink::OpenPort() {
 }
 
 void SerialLink::LoadSettings() {
-    m_BaudRate = TruncateToInt32(m_Params.GetNumber("baudrate", 9600.0));
-    m_ByteSize = TruncateToInt32(m_Params.GetNumber("bytesize", 8.0));
-    m_Parity = TruncateToInt32(m_Params.GetNumber("parity", 0.0));
-    m_StopBits = TruncateToInt32(m_Params.GetNumber("stopbits", 0.0));
+    m_BaudRate = TruncateToInt32(m_Setup.parameters.GetNumber("baudrate", 9600.0));
+    m_ByteSize = TruncateToInt32(m_Setup.parameters.GetNumber("bytesize", 8.0));
+    m_Parity = TruncateToInt32(m_Setup.parameters.GetNumber("parity", 0.0));
+    m_StopBits = TruncateToInt32(m_Setup.parameters.GetNumber("stopbits", 0.0));
 }
 
 void SerialLink::ApplySettings() {
@@ -133,19 +131,19 @@ void SerialLink::WritePacket(CommandPacket& packet) {
 void SerialLink::AcceptText(std::string) {}
 
 bool SerialLink::IsDevicePresent() {
-    m_Present = IsSerialPortPresent(m_ComPort, m_Present);
+    m_Present = IsSerialPortPresent(m_Setup.key.port, m_Present);
     return m_Present;
 }
 
 int32_t SerialLink::OnReadData(uint32_t status, std::string& block) {
-    return m_DataCallback == nullptr ? kKeepReading : m_DataCallback(m_Owner, block, status);
+    return m_Setup.dataCallback == nullptr ? kKeepReading : m_Setup.dataCallback(m_Setup.owner, block, status);
 }
 
 std::string SerialLink::GetLinkText() {
     LoadSettings();
     const char flow = FlowLetter(m_OutxDsrFlow == 1, m_OutxCtsFlow == 1);
-    return Format("COM%d,%d,%c,%s,%d,%c", m_PortNumber, m_BaudRate, LabelOf(m_Parity, kParityLetters), m_ByteSize,
-                  LabelOf(m_StopBits, kStopBitsLabels), flow);
+    return Format("COM%d,%d,%c,%s,%d,%c", static_cast<int32_t>(m_Setup.key.port), m_BaudRate,
+                  LabelOf(m_Parity, kParityLetters), m_ByteSize, LabelOf(m_StopBits, kStopBitsLabels), flow);
 }
 
 }  // namespace quillet

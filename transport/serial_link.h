@@ -11,13 +11,13 @@ namespace quillet {
 class SerialLink : public CComm {
   public:
     // A port that discovery doesn't know is tried all the same.
-    SerialLink(uint32_t deviceType, uint32_t linkType, uint32_t comPort, const ParameterList& params, void* owner,
-               DataCallback dataCallback);
+    explicit SerialLink(LinkSetup setup);
     ~SerialLink() override;
 
     // Throws SerialLinkError, and mylib::StringError for a line setting that is no number.
     void EnableDevice() override;
     void WritePacket(CommandPacket& packet) override;
+    void WriteBytes(std::string& bytes) override { WriteString(bytes); }
     void AcceptText(std::string text) override;
     bool IsVirtualPort() const override { return m_Port.LinkType == LinkVirtualSerial; }
     bool IsDevicePresent() override;
@@ -32,7 +32,6 @@ class SerialLink : public CComm {
     void LogSettings() const;
     void SetTimeouts();
 
-    const int32_t m_PortNumber;
     bool m_Present = false;  // what IsDevicePresent, which the power thread alone asks, found last
     // In the numbering of the Windows DCB.
     int32_t m_BaudRate = 9600;

@@ -15,21 +15,26 @@ namespace {
 using test::Eventually;
 using test::FakeDevice;
 using test::HasLine;
+using test::kUsbKey;
 using test::Lines;
 using test::LinkFixture;
 using test::Recorder;
+using test::SerialKey;
 
 // An arbiter of its own, and shorter calls.
 struct ArbiterFixture : LinkFixture {
-    std::shared_ptr<CComm> Add(uint32_t linkType, uint32_t port, const std::string& params = "",
-                               Recorder* recorder = nullptr) {
-        return arbiter.AddDevice(DeviceUsb, linkType, port, "", test::Parsed(params),
-                                 recorder != nullptr ? recorder : &owner, &Recorder::OnData);
+    std::shared_ptr<CComm> Add(const LinkKey& key, const std::string& params = "", Recorder* recorder = nullptr) {
+        return arbiter.AddDevice({.key = key,
+                                  .parameters = test::Parsed(params),
+                                  .owner = recorder != nullptr ? recorder : &owner,
+                                  .dataCallback = &Recorder::OnData});
     }
-    std::shared_ptr<CComm> Find(uint32_t linkType, uint32_t port) {
-        return arbiter.FindLink(DeviceUsb, linkType, port);
+    template <typename Sent>
+    bool Write(const std::shared_ptr<CComm>& link, const LinkKey& key, Sent& sent) {
+        HeldLink held;
+        held.Set(link);
+        return arbiter.WriteData(held, key, sent);
     }
-    void Remove(uint32_t linkType, uint32_t port) { arbiter.RemoveDevice(DeviceUsb, linkType, port); }
 
     CCommArbiter arbiter;
 };
@@ -37,68 +42,66 @@ struct ArbiterFixture : LinkFixture {
 TEST(CommArbiter, MovesALinkThroughItsPlaces) {
     ArbiterFixture fixture;
     FakeDevice& device = fixture.access.Port(3);
-    const auto link = fixture.Add(LinkSerial, 3);
-    EXPECT_EQ(fixture.Find(LinkVirtualSerial, 3), link);
+    const auto link = fixture.Add(SerialKey(3));
+    EXPECT_EQ(fixture.arbiter.FindLink({DeviceUsb, LinkVirtualSerial, 3}), link);
 
     // Who comes second gets the first one's link, callback included.
     Recorder second;
-    EXPECT_EQ(fixture.Add(LinkSerial, 3, "", &second), link);
+    EXPECT_EQ(fixture.Add(SerialKey(3), "", &second), link);
     EXPECT_EQ(device.Opens(), 1);
     device.Deliver("code");
     EXPECT_EQ(fixture.owner.AwaitBlocks(1).size(), 1u);
     EXPECT_TRUE(second.AwaitBlocks(0).empty());
 
-    fixture.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, 3, true);
-    fixture.Remove(LinkSerial, 3);
-    EXPECT_EQ(fixture.Find(LinkSerial, 3), link);
+    fixture.arbiter.setReadyToReConnect(SerialKey(3), true);
+    fixture.arbiter.RemoveDevice(SerialKey(3));
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(3)), link);
     EXPECT_EQ(device.OpenNow(), 0);
     CommandPacket packet(0x40, "x");
-    EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, packet), 0);
+    EXPECT_TRUE(fixture.Write(link, SerialKey(3), packet));
     EXPECT_TRUE(device.Writes().empty());
 
     device.FailOpens(5);
-    EXPECT_THROW(fixture.Add(LinkSerial, 3), ZelmarError);
-    EXPECT_EQ(fixture.Find(LinkSerial, 3), link) << "a listed link stays, whatever its opening says";
+    EXPECT_THROW(fixture.Add(SerialKey(3)), ZelmarError);
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(3)), link) << "a listed link stays, whatever its opening says";
     device.FailOpens(0);
-    EXPECT_EQ(fixture.Add(LinkSerial, 3), link);
+    EXPECT_EQ(fixture.Add(SerialKey(3)), link);
     EXPECT_EQ(device.OpenNow(), 1);
 
-    fixture.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, 3, false);
-    fixture.Remove(LinkSerial, 3);
-    EXPECT_EQ(fixture.Find(LinkSerial, 3), nullptr);
+    fixture.arbiter.setReadyToReConnect(SerialKey(3), false);
+    fixture.arbiter.RemoveDevice(SerialKey(3));
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(3)), nullptr);
     EXPECT_EQ(device.OpenNow(), 0);
-    EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, packet), 109);
+    EXPECT_FALSE(fixture.Write(link, SerialKey(3), packet)) << "it is still held, and not listed";
 }
 
 TEST(CommArbiter, PassesTheErrorOfAnOpeningOn) {
     ArbiterFixture fixture;
     fixture.access.Port(4);
-    const auto add = [&](uint32_t deviceType, uint32_t linkType, uint32_t port) {
-        fixture.arbiter.AddDevice(deviceType, linkType, port, "", {}, &fixture.owner, nullptr);
+    const std::pair<LinkKey, const char*> cases[] = {
+        {SerialKey(3), "Unable to open COM port (Code:2)."},
+        {kUsbKey, "Unable to open USB device (Code:2)."},
+        {{DeviceUsb, 4, 0}, "Unable to open USB device (Code:2)."},
+        {{DeviceBluetooth, LinkUsbHid, 0}, "RemoveSerialDevice faild because invalid number :255"},
     };
-    const std::tuple<uint32_t, uint32_t, uint32_t, const char*> cases[] = {
-        {DeviceUsb, LinkSerial, 3, "Unable to open COM port (Code:2)."},
-        {DeviceUsb, LinkUsbHid, 0, "Unable to open USB device (Code:2)."},
-        {DeviceUsb, 4, 0, "Unable to open USB device (Code:2)."},
-        {DeviceBluetooth, LinkUsbHid, 0, "RemoveSerialDevice faild because invalid number :255"},
-    };
-    for (const auto& [deviceType, linkType, port, text] : cases) {
+    for (const auto& [key, text] : cases) {
         try {
-            add(deviceType, linkType, port);
+            fixture.Add(key);
             ADD_FAILURE() << text;
         } catch (const ZelmarError& error) {
             EXPECT_EQ(typeid(error), typeid(ZelmarError));
             EXPECT_STREQ(error.what(), text);
         }
-        EXPECT_EQ(fixture.arbiter.FindLink(deviceType, linkType, port), nullptr);
+        EXPECT_EQ(fixture.arbiter.FindLink(key), nullptr);
     }
-    EXPECT_THROW(fixture.Add(LinkSerial, 4, "parity=even"), mylib::StringError);
-    EXPECT_EQ(fixture.Find(LinkSerial, 4), nullptr);
-    EXPECT_NE(fixture.Add(LinkSerial, 4, "parity=2"), nullptr);
+    EXPECT_THROW(fixture.Add(SerialKey(4), "parity=even"), mylib::StringError);
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(4)), nullptr);
+    EXPECT_NE(fixture.Add(SerialKey(4), "parity=2"), nullptr);
 }
 
 TEST(CommArbiter, SaysWhatItDoesNotFind) {
     ArbiterFixture fixture;
+    const std::shared_ptr<CComm> gone;
     CommandPacket packet(0x40, "x");
     std::string bytes = "x";
     const std::string notFound = "LLError\t\t:No Find ComDevice...";
@@ -106,32 +109,18 @@ TEST(CommArbiter, SaysWhatItDoesNotFind) {
         const char* line;
         std::function<void(uint32_t port)> call;
     } cases[] = {
-        {":No Find ComDevice...  ", [&](uint32_t port) { fixture.Remove(LinkSerial, port); }},
+        {":No Find ComDevice...  ", [&](uint32_t port) { fixture.arbiter.RemoveDevice(SerialKey(port)); }},
         {":No Find ComDevice...  WriteData Failed!",
-         [&](uint32_t port) {
-             EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, port, &fixture.owner, packet), 109);
-         }},
+         [&](uint32_t port) { EXPECT_FALSE(fixture.Write(gone, SerialKey(port), packet)); }},
         {":No Find ComDevice...  WriteData Failed!",
-         [&](uint32_t port) {
-             EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, port, &fixture.owner, bytes), 0);
-         }},
+         [&](uint32_t port) { EXPECT_FALSE(fixture.Write(gone, SerialKey(port), bytes)); }},
         {":Warning: No Find ComDevice...",
-         [&](uint32_t port) { fixture.arbiter.setReadyToReConnect(DeviceUsb, LinkSerial, port, true); }},
+         [&](uint32_t port) { fixture.arbiter.setReadyToReConnect(SerialKey(port), true); }},
         {":No Find ComDevice... ",
-         [&](uint32_t port) { fixture.arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, nullptr); }},
-        {":No Find ComDevice... ",
-         [&](uint32_t port) { fixture.arbiter.StopPowerReporting(DeviceUsb, LinkSerial, port); }},
+         [&](uint32_t port) { fixture.arbiter.StartPowerReporting(SerialKey(port), nullptr); }},
+        {":No Find ComDevice... ", [&](uint32_t port) { fixture.arbiter.StopPowerReporting(SerialKey(port)); }},
     };
     test::LogReader log;
-    Recorder other;
-    fixture.access.Port(5);
-    fixture.Add(LinkSerial, 5, "", &other);
-    for (CommandPacket* sent : {&packet, static_cast<CommandPacket*>(nullptr)}) {  // another owner's link is none
-        sent != nullptr ? fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 5, &fixture.owner, *sent)
-                        : fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 5, &fixture.owner, bytes);
-        EXPECT_TRUE(HasLine(log.Take(), notFound));
-        EXPECT_TRUE(fixture.access.Port(5).Writes().empty());
-    }
     for (const auto& row : cases) {
         row.call(3);
         const Lines below = log.Take();
@@ -148,26 +137,25 @@ TEST(CommArbiter, WritesBlocksOverUsbAndBytesOverSerial) {
     ArbiterFixture fixture;
     fixture.tree.Plug(test::HidDevice("scanner"));
     FakeDevice &usb = fixture.access.Device("scanner"), &serial = fixture.access.Port(3);
-    fixture.Add(LinkUsbHid, 0);
-    fixture.Add(LinkSerial, 3);
+    const auto usbLink = fixture.Add(kUsbKey), serialLink = fixture.Add(SerialKey(3));
 
     const std::string longest(62, 'b');
     std::string bytes = longest;
-    fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, bytes);
+    fixture.Write(serialLink, SerialKey(3), bytes);
     EXPECT_EQ(serial.Writes(), std::vector{longest});
     EXPECT_EQ(bytes, longest);
-    fixture.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, &fixture.owner, bytes);
+    fixture.Write(usbLink, kUsbKey, bytes);
     EXPECT_EQ(usb.Writes(), std::vector{"\x04\x3E" + longest});
     EXPECT_EQ(bytes, "\x04\x3E" + longest);
 
     test::LogReader log;
     std::string tooLong(63, 'b');
-    EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkUsbHid, 0, &fixture.owner, tooLong), 0);
+    EXPECT_TRUE(fixture.Write(usbLink, kUsbKey, tooLong));
     EXPECT_EQ(usb.Writes().size(), 1u);
     EXPECT_TRUE(HasLine(log.Take(), "LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
 
     serial.EndWrites(platform::WriteResult::Outcome::FailedPending, 5);
-    EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, bytes), 0);
+    EXPECT_TRUE(fixture.Write(serialLink, SerialKey(3), bytes));
     const Lines lines = log.Take();
     EXPECT_TRUE(HasLine(lines, "LLCritical\t:Error: WriteDataError writing data (Code:5)."));
     EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:try lock!!!!!!!!!!!!!!"));
@@ -177,38 +165,41 @@ TEST(CommArbiter, ListsLinksUpToItsLimit) {
     ArbiterFixture fixture;
     for (uint32_t port = 1; port <= 131; ++port) {
         fixture.access.Port(port);
-        ASSERT_NE(fixture.Add(LinkSerial, port), nullptr);
+        ASSERT_NE(fixture.Add(SerialKey(port)), nullptr);
     }
     FakeDevice& beyond = fixture.access.Port(200);
-    EXPECT_NE(fixture.Add(LinkSerial, 200), nullptr);
-    EXPECT_EQ(fixture.Find(LinkSerial, 200), nullptr) << "listed, never found";
-    EXPECT_EQ(fixture.Add(LinkSerial, 1), nullptr) << "the limit is looked at before the list";
-    EXPECT_EQ(fixture.Find(LinkUsbHid, 0), fixture.Find(LinkSerial, 131)) << "one key";
+    const auto unfound = fixture.Add(SerialKey(200));
+    CommandPacket packet(0x40, "x");
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(200)), nullptr) << "listed, never found";
+    EXPECT_FALSE(fixture.Write(unfound, SerialKey(200), packet));
+    EXPECT_TRUE(beyond.Writes().empty());
+    EXPECT_EQ(fixture.Add(SerialKey(1)), nullptr) << "the limit is looked at before the list";
+    EXPECT_EQ(fixture.arbiter.FindLink(kUsbKey), fixture.arbiter.FindLink(SerialKey(131))) << "one key";
 
     Recorder other;
-    fixture.Remove(LinkSerial, 1);
-    EXPECT_NE(fixture.Add(LinkSerial, 1, "", &other), nullptr);
+    fixture.arbiter.RemoveDevice(SerialKey(1));
+    EXPECT_NE(fixture.Add(SerialKey(1), "", &other), nullptr);
     fixture.arbiter.RemoveLinksOf(&fixture.owner);
     EXPECT_EQ(beyond.OpenNow(), 0);
-    EXPECT_EQ(fixture.Find(LinkSerial, 2), nullptr);
-    EXPECT_NE(fixture.Find(LinkSerial, 1), nullptr) << "another's link went too";
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(2)), nullptr);
+    EXPECT_NE(fixture.arbiter.FindLink(SerialKey(1)), nullptr) << "another's link went too";
 }
 
 TEST(CommArbiter, RemovesAllInSpiteOfAStalledWrite) {
     ArbiterFixture fixture;
     FakeDevice& device = fixture.access.Port(3);
-    fixture.Add(LinkSerial, 3);
-    fixture.Add(LinkSerial, 3);
+    const auto link = fixture.Add(SerialKey(3));
+    fixture.Add(SerialKey(3));
     device.StallWrites(true);
     std::thread writer([&] {
         CommandPacket packet(0x40, "x");
-        EXPECT_EQ(fixture.arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, packet), 0);
+        EXPECT_TRUE(fixture.Write(link, SerialKey(3), packet));
     });
     ASSERT_TRUE(Eventually([&] { return device.WriteIsStalled(); }));
     fixture.arbiter.RemoveAll();
     writer.join();
     EXPECT_EQ(device.OpenNow(), 0);
-    EXPECT_EQ(fixture.Find(LinkSerial, 3), nullptr);
+    EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(3)), nullptr);
 }
 
 }  // namespace

@@ -76,13 +76,20 @@ class Recorder {
     std::vector<uint32_t> m_States;
 };
 
+inline constexpr LinkKey kUsbKey{DeviceUsb, LinkUsbHid, 0};
+inline constexpr LinkKey SerialKey(uint32_t port) {
+    return {DeviceUsb, LinkSerial, port};
+}
+
 struct LinkFixture {
     std::unique_ptr<SerialLink> Serial(uint32_t port, const std::string& params = "",
                                        DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<SerialLink>(DeviceUsb, LinkSerial, port, Parsed(params), &owner, callback);
+        return std::make_unique<SerialLink>(
+            LinkSetup{.key = SerialKey(port), .parameters = Parsed(params), .owner = &owner, .dataCallback = callback});
     }
     std::unique_ptr<HidLink> Usb(uint32_t deviceType = DeviceUsb, DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<HidLink>(deviceType, 131, "", ParameterList(), &owner, callback);
+        return std::make_unique<HidLink>(
+            LinkSetup{.key = {deviceType, LinkUsbHid}, .owner = &owner, .dataCallback = callback});
     }
 
     FastClock clock{20};

@@ -14,6 +14,7 @@ namespace {
 using test::Eventually;
 using test::FakeDevice;
 using test::LinkFixture;
+using test::SerialKey;
 using test::SerialPortDevice;
 using States = std::vector<uint32_t>;
 
@@ -114,22 +115,23 @@ TEST(PowerReporting, AsksToReopenAndReportsNothing) {
 TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
     LinkFixture fixture;
     CCommArbiter arbiter;
+    HeldLink links[5];  // by port
     for (const uint32_t port : {3u, 4u}) {
         fixture.tree.Plug(SerialPortDevice(port));
         fixture.access.Port(port);
-        arbiter.AddDevice(DeviceUsb, LinkSerial, port, "", {}, &fixture.owner, nullptr);
-        arbiter.StartPowerReporting(DeviceUsb, LinkSerial, port, nullptr);
+        links[port].Set(arbiter.AddDevice({.key = SerialKey(port), .owner = &fixture.owner}));
+        arbiter.StartPowerReporting(SerialKey(port), nullptr);
     }
     FakeDevice &stalled = fixture.access.Port(3), &other = fixture.access.Port(4);
     stalled.StallWrites(true);
     std::thread writer([&] {
         std::string bytes = "never taken";
-        arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, bytes);
+        arbiter.WriteData(links[3], SerialKey(3), bytes);
     });
     ASSERT_TRUE(Eventually([&] { return stalled.WriteIsStalled(); }));
     fixture.tree.Unplug(SerialPortDevice(3).id);
     std::string bytes = "waits for the lock";
-    arbiter.WriteData(DeviceUsb, LinkSerial, 4, &fixture.owner, bytes);
+    arbiter.WriteData(links[4], SerialKey(4), bytes);
     writer.join();
     EXPECT_EQ(other.Writes().size(), 1u);
 
@@ -137,7 +139,7 @@ TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
     stalled.StallWrites(false);
     fixture.tree.Plug(SerialPortDevice(3));
     EXPECT_TRUE(Eventually([&] {
-        arbiter.WriteData(DeviceUsb, LinkSerial, 3, &fixture.owner, bytes);
+        arbiter.WriteData(links[3], SerialKey(3), bytes);
         return !stalled.Writes().empty();
     }));
     arbiter.RemoveAll();

@@ -120,8 +120,9 @@ TEST(PowerReporting, EndsAWriteWhenItsDeviceIsGone) {
         fixture.tree.Plug(SerialPortDevice(port));
         fixture.access.Port(port);
         links[port].Set(arbiter.AddDevice({.key = SerialKey(port), .owner = &fixture.owner}));
-        arbiter.StartPowerReporting(SerialKey(port), nullptr);
+        arbiter.StartPowerReporting(SerialKey(port), &test::Recorder::OnPower);
     }
+    fixture.owner.AwaitStates(2);  // a device that goes before it was seen isn't missed
     FakeDevice &stalled = fixture.access.Port(3), &other = fixture.access.Port(4);
     stalled.StallWrites(true);
     std::thread writer([&] {

@@ -27,6 +27,11 @@ uint8_t ByteAt(std::string_view buffer, size_t at) {
     return static_cast<uint8_t>(buffer[at]);
 }
 
+// The length field; the buffer holds at least its two bytes.
+uint16_t LengthOf(std::string_view buffer) {
+    return static_cast<uint16_t>(ByteAt(buffer, 0) << 8 | ByteAt(buffer, 1));
+}
+
 bool LengthFits(const ReplyPacket& reply, size_t bufferSize) {
     return reply.length != 0 && reply.length + kReplyUncounted <= bufferSize;
 }
@@ -82,7 +87,7 @@ ParseResult ParseScanBlock(std::string_view buffer, ReplyPacket& reply) {
 
 ParseResult ParseFrame(std::string_view buffer, ReplyPacket& reply) {
     if (buffer.size() < kReplyHeaderSize) return ParseNoFrame;
-    reply.length = static_cast<uint16_t>(ByteAt(buffer, 0) << 8 | ByteAt(buffer, 1));
+    reply.length = LengthOf(buffer);
     reply.opcode = ByteAt(buffer, 2);
     reply.source = ByteAt(buffer, 3);
     reply.status = ByteAt(buffer, 4);
@@ -93,6 +98,21 @@ ParseResult ParseFrame(std::string_view buffer, ReplyPacket& reply) {
     reply.checksum = ByteAt(buffer, reply.length + kReplyUncounted - 1);
     reply.parameters.assign(payload.substr(std::min<size_t>(payload.size(), 1)));  // last: it needs memory
     return ParseOk;
+}
+
+std::string_view PayloadOf(std::string_view frame) {
+    if (frame.size() < kReplyHeaderSize) return {};
+    const size_t length = LengthOf(frame);
+    if (length < kReplyMinLength || length + kReplyUncounted > frame.size()) return {};
+    return frame.substr(kReplyHeaderSize, length - kReplyMinLength);
+}
+
+std::string_view FindFrameInBlocks(std::string_view blocks) {
+    for (; blocks.size() >= kHidBlockSize; blocks.remove_prefix(kHidBlockSize)) {
+        if (ByteAt(blocks, kKindOffset) != kKindPacket) continue;
+        return blocks.substr(kContentOffset, kHidBlockSize - kContentOffset);
+    }
+    return {};
 }
 
 ParseResult ParseUsbBuffer(std::string& buffer, ReplyPacket& reply) {

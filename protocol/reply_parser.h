@@ -28,8 +28,14 @@ class ParseError : public std::runtime_error {
 // test the checksum. Throws ParseError.
 ParseResult ParseFrame(std::string_view buffer, ReplyPacket& reply);
 
+// The payload of the reply at the front of the bytes; empty if it has none, or isn't whole.
+std::string_view PayloadOf(std::string_view frame);
+
 // One 64-byte block of a USB link: a packet, or a raw scan block. Throws ParseError, with nothing consumed.
 ParseResult ParseUsbBuffer(std::string& buffer, ReplyPacket& reply);
+
+// The bytes from the first frame on, as far as its block goes, in the blocks of a USB link; empty if none holds a packet.
+std::string_view FindFrameInBlocks(std::string_view blocks);
 
 // One frame of a serial link. Throws ParseError, with nothing consumed.
 ParseResult ParseSerialBuffer(std::string& buffer, ReplyPacket& reply);

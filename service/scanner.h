@@ -16,6 +16,7 @@
 #include "service/barcode_cache.h"
 #include "service/device.h"
 #include "transport/held_link.h"
+#include "transport/link_kinds.h"
 
 namespace quillet {
 
@@ -90,7 +91,7 @@ class CScanner : public CDevice {
     ResultCode SendPacket(CommandPacket& packet);
     void SendBytes(std::string bytes);
 
-    bool IsUsbLink() const { return m_LinkType == LinkUsbHid; }
+    const LinkKind& Kind() const { return KindOf(m_LinkType); }
 
     // Sends raw bytes and waits for the reply: 300 ms in any case, then at most timeoutMs. One at a time; a
     // second is refused with 106. Ends with 112 when the service closes meanwhile.
@@ -157,9 +158,8 @@ class CScanner : public CDevice {
 
     // Open, step by step.
     ResultCode OpenConnection(const std::string& connection);
-    uint32_t ChooseLink(const DiscoveredLists& found);
-    ResultCode CheckLink(uint32_t link, const DiscoveredLists& found);
-    void StoreOpened(uint32_t link);
+    const LinkKind* ChooseKind(const DiscoveredLists& found);
+    void StoreOpened(const LinkKind& kind);
     ResultCode ReleaseService(ReleaseBy who);
     void TakeDown(ReleaseBy who);
     void EndRunningExchange();

@@ -107,8 +107,7 @@ ParseResult CScanner::ParseCatching(std::string& buffer, ReplyPacket& reply) {
 
 ParseResult CScanner::ParsingData(std::string& buffer, ReplyPacket& reply) {
     LogTrace trace("CScanner::ParsingData");
-    const bool serial = m_LinkType == LinkSerial || m_LinkType == LinkVirtualSerial;
-    const ParseResult result = serial ? ParseSerialBuffer(buffer, reply) : ParseUsbBuffer(buffer, reply);
+    const ParseResult result = Kind().parse(buffer, reply);
     LogInfo("    | Data.length: ", static_cast<uint64_t>(reply.parameters.size()));
     if (reply.opcode != OpcodeStatisticsD0 && reply.opcode != OpcodeQueryReply) {
         LogInfo("    | Data Ascii: ", AsciiOf{reply.parameters});

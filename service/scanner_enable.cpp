@@ -54,9 +54,7 @@ void CScanner::UndoEnabling() noexcept {
 }
 
 void CScanner::ReportPowerAtEnabling() {
-    if (m_LinkType == LinkUsbHid) {
-        ProcessStatusEvent(DiscoveredPorts().usb.empty() ? PowerOffOffline : PowerOnline);
-    }
+    if (Kind().isPresent != nullptr) ProcessStatusEvent(Kind().isPresent() ? PowerOnline : PowerOffOffline);
     TheCommArbiter().StartPowerReporting(Key(), &CScanner::PowerCallbackEntry, &CScanner::ReopenCallbackEntry);
 }
 

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "foundation/log.h"
-#include "foundation/truncate.h"
 #include "service/scanner.h"
 #include "service/scope_exit.h"
 #include "transport/comm_arbiter.h"
@@ -14,13 +13,6 @@ namespace {
 // Bits that a new connection starts without.
 constexpr uint32_t kClearedAtOpen =
     StatusStatistics | StatusClaimed | StatusEnabled | StatusDataEventEnabled | StatusAutoDisable | StatusDecodeData;
-
-// A port number that no machine has, for a connection string that names none.
-constexpr double kNoSuchPort = 65535.0;
-
-uint32_t PortNumber(const ParameterList& parameters, double defaultNumber) {
-    return static_cast<uint32_t>(TruncateToInt32(parameters.GetNumber("serialport", defaultNumber)));
-}
 
 // A step on the way down: without memory a packet isn't sent, say, but the rest has to go on.
 template <typename Step>
@@ -52,59 +44,39 @@ ResultCode CScanner::Open(const std::string& connection) {
 ResultCode CScanner::OpenConnection(const std::string& connection) {
     m_Parameters.Parse(connection);
     const DiscoveredLists found = DiscoveredPorts();
-    const uint32_t link = ChooseLink(found);
-    if (link == LinkNone) {
+    const LinkKind* const kind = ChooseKind(found);
+    if (kind == nullptr) {
         LogCritical("Error: not found hardware.");
         return kResultNoHardware;
     }
     try {
-        const ResultCode checked = CheckLink(link, found);
-        if (checked != kResultSuccess) return checked;
+        if (kind->check != nullptr && !kind->check(m_Parameters, found)) return kResultNoHardware;
     } catch (const ZelmarError& error) {
         const std::string text = error.what();
         LogCritical("Error: OpenService exception: ", text.empty() ? "Unknown exception" : text);
         return kResultOpenException;
     }
-    StoreOpened(link);
+    StoreOpened(*kind);
     return kResultSuccess;
 }
 
-// The link that the connection string names, or what is plugged in, USB first; LinkNone if there is nothing.
-uint32_t CScanner::ChooseLink(const DiscoveredLists& found) {
-    const std::string protocol = m_Parameters.GetString("protocol", "");
-    if (protocol == "usb") return LinkUsbHid;
-    if (protocol == "virtual serial port") return LinkVirtualSerial;
-    if (protocol == "serial port") return LinkSerial;
-
+// The kind of link that the connection string names, or of what is plugged in, USB first; null if there is nothing.
+const LinkKind* CScanner::ChooseKind(const DiscoveredLists& found) {
+    if (const LinkKind* named = FindKind(m_Parameters.GetString("protocol", ""))) return named;
     const std::vector<PortDescriptor>& list = found.usb.empty() ? found.serial : found.usb;
-    if (list.empty()) return LinkNone;
+    if (list.empty()) return nullptr;
     const PortDescriptor& port = list.front();
-    if (port.LinkType == LinkSerial || port.LinkType == LinkVirtualSerial) {
+    const LinkKind& kind = KindOf(port.LinkType);
+    if (kind.port != nullptr) {
         m_Parameters.Remove("serialport");
         m_Parameters.Add("serialport", port.PortSerial);
     }
-    return port.LinkType;
+    return &kind;
 }
 
-ResultCode CScanner::CheckLink(uint32_t link, const DiscoveredLists& found) {
-    if (link == LinkUsbHid) {
-        LogInfo("    | CommProtocol: emTypeUSB");
-        if (!found.usb.empty()) return kResultSuccess;
-        LogCritical("Error: OpenService: No Full Speed USB Scanners are connected to the system.");
-        return kResultNoHardware;
-    }
-    if (link == LinkVirtualSerial) {
-        LogInfo("    | CommProtocols: SerialScanner");
-        if (!FindSerialPort(PortNumber(m_Parameters, kNoSuchPort)).empty()) return kResultSuccess;
-        LogCritical("Error: OpenService: Invalid serial port...");
-        return kResultNoHardware;
-    }
-    return kResultSuccess;  // a plain serial port needn't exist before it is enabled
-}
-
-void CScanner::StoreOpened(uint32_t link) {
-    if (link != LinkUsbHid) m_ComPort = PortNumber(m_Parameters, 0.0);
-    m_LinkType = link;
+void CScanner::StoreOpened(const LinkKind& kind) {
+    if (kind.port != nullptr) m_ComPort = kind.port(m_Parameters);
+    m_LinkType = kind.linkType;
     m_DeviceName = "Tovra_" + m_Parameters.GetString("module", "");
     m_DeviceDescription = m_DeviceName + " Scanner.";
     m_PortText = NumToString(m_ComPort.load());

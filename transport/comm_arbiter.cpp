@@ -10,8 +10,7 @@
 #include "foundation/no_destroy.h"
 #include "foundation/text.h"
 #include "platform/clock.h"
-#include "transport/hid_link.h"
-#include "transport/serial_link.h"
+#include "transport/link_kinds.h"
 
 namespace quillet {
 namespace {
@@ -50,7 +49,7 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(const LinkSetup& setup) {
 std::shared_ptr<CComm> CCommArbiter::AddNewLink(const LinkSetup& setup) {
     std::shared_ptr<CComm> link;
     try {
-        link = MakeLink(setup);
+        link = KindOf(setup.key.linkType).make(setup);
     } catch (const std::bad_alloc&) {
         LogCritical("not enough memory...");
         return nullptr;
@@ -62,15 +61,6 @@ std::shared_ptr<CComm> CCommArbiter::AddNewLink(const LinkSetup& setup) {
         link->SetListed(true);
     }
     return link;
-}
-
-std::shared_ptr<CComm> CCommArbiter::MakeLink(const LinkSetup& setup) {
-    if (IsSerial(setup.key.linkType)) return std::make_shared<SerialLink>(setup);
-    const int32_t number = setup.key.Number();
-    if (number == kNoLinkNumber) {
-        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(number));
-    }
-    return std::make_shared<HidLink>(setup);
 }
 
 void CCommArbiter::RemoveDevice(const LinkKey& key) {

@@ -59,7 +59,6 @@ class CCommArbiter {
   private:
     using Links = std::list<std::shared_ptr<CComm>>;
 
-    static std::shared_ptr<CComm> MakeLink(const LinkSetup& setup);
     std::shared_ptr<CComm> AddNewLink(const LinkSetup& setup);
     // Every link of the owner, or every link if that is null, not listed any more.
     Links TakeOut(const void* owner);

@@ -7,6 +7,43 @@
 #include "foundation/text.h"
 
 namespace quillet {
+namespace {
+
+// One for all links of a device type, beside the numbers of ports.
+int32_t NumberOf(const LinkKey& key) {
+    return key.deviceType < DeviceBluetooth ? static_cast<int32_t>(key.deviceType) + 128 : kNoLinkNumber;
+}
+
+bool CheckScanners(const ParameterList&, const DiscoveredLists& found) {
+    LogInfo("    | CommProtocol: emTypeUSB");
+    if (!found.usb.empty()) return true;
+    LogCritical("Error: OpenService: No Full Speed USB Scanners are connected to the system.");
+    return false;
+}
+
+bool IsAnyScannerPresent() {
+    return !DiscoveredHidScanners().empty();
+}
+
+std::shared_ptr<CComm> MakeLink(const LinkSetup& setup) {
+    const int32_t number = NumberOf(setup.key);
+    if (number == kNoLinkNumber) {
+        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(number));
+    }
+    return std::make_shared<HidLink>(setup);
+}
+
+}  // namespace
+
+constinit const LinkKind kHidLinkKind = {.linkType = LinkUsbHid,
+                                         .name = "usb",
+                                         .number = &NumberOf,
+                                         .port = nullptr,
+                                         .check = &CheckScanners,
+                                         .isPresent = &IsAnyScannerPresent,
+                                         .make = &MakeLink,
+                                         .parse = &ParseUsbBuffer,
+                                         .frame = &FindFrameInBlocks};
 
 HidLink::HidLink(LinkSetup setup) : CComm(std::move(setup)) {
     m_Port.LinkType = LinkUsbHid;  // whatever the key says

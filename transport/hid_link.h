@@ -5,8 +5,11 @@
 #include <string>
 
 #include "transport/comm.h"
+#include "transport/link_kinds.h"
 
 namespace quillet {
+
+extern const LinkKind kHidLinkKind;
 
 class HidLink : public CComm {
   public:

@@ -39,7 +39,56 @@ char FlowLetter(bool dsr, bool cts) {
     return cts ? 'c' : 'n';
 }
 
+uint32_t PortNumber(const ParameterList& parameters, double defaultNumber) {
+    return static_cast<uint32_t>(TruncateToInt32(parameters.GetNumber("serialport", defaultNumber)));
+}
+
+uint32_t PortOf(const ParameterList& parameters) {
+    return PortNumber(parameters, 0.0);
+}
+
+int32_t NumberOf(const LinkKey& key) {
+    return static_cast<int32_t>(key.port);
+}
+
+bool CheckPort(const ParameterList& parameters, const DiscoveredLists&) {
+    constexpr double kNoSuchPort = 65535.0;  // a number that no machine has, for a connection string that names none
+    LogInfo("    | CommProtocols: SerialScanner");
+    if (!FindSerialPort(PortNumber(parameters, kNoSuchPort)).empty()) return true;
+    LogCritical("Error: OpenService: Invalid serial port...");
+    return false;
+}
+
+std::shared_ptr<CComm> MakeLink(const LinkSetup& setup) {
+    return std::make_shared<SerialLink>(setup);
+}
+
+// Bytes come without any framing: a frame begins where the reply does.
+std::string_view AllOf(std::string_view received) {
+    return received;
+}
+
 }  // namespace
+
+constinit const LinkKind kSerialLinkKind = {.linkType = LinkSerial,
+                                            .name = "serial port",
+                                            .number = &NumberOf,
+                                            .port = &PortOf,
+                                            .check = nullptr,
+                                            .isPresent = nullptr,
+                                            .make = &MakeLink,
+                                            .parse = &ParseSerialBuffer,
+                                            .frame = &AllOf};
+
+constinit const LinkKind kVirtualSerialLinkKind = {.linkType = LinkVirtualSerial,
+                                                   .name = "virtual serial port",
+                                                   .number = &NumberOf,
+                                                   .port = &PortOf,
+                                                   .check = &CheckPort,
+                                                   .isPresent = nullptr,
+                                                   .make = &MakeLink,
+                                                   .parse = &ParseSerialBuffer,
+                                                   .frame = &AllOf};
 
 SerialLink::SerialLink(LinkSetup setup) : CComm(std::move(setup)) {
     std::vector<PortDescriptor> found = FindSerialPort(m_Setup.key.port);

@@ -5,8 +5,12 @@
 #include <string>
 
 #include "transport/comm.h"
+#include "transport/link_kinds.h"
 
 namespace quillet {
+
+extern const LinkKind kSerialLinkKind;
+extern const LinkKind kVirtualSerialLinkKind;
 
 class SerialLink : public CComm {
   public:

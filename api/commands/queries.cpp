@@ -7,6 +7,8 @@
 #include "api/handle/scanner_object.h"
 #include "foundation/log.h"
 #include "protocol/catalogue.h"
+#include "protocol/reply_parser.h"
+#include "transport/link_kinds.h"
 
 namespace quillet {
 namespace {
@@ -14,30 +16,11 @@ namespace {
 constexpr uint32_t kQueryTimeoutMs = 2000;
 constexpr uint32_t kVersionTimeoutMs = 1000;
 
-constexpr char kPacketBlock = 4;      // byte 1 of a USB block that holds a packet
-constexpr size_t kPacketInBlock = 3;  // where the packet begins in it
-
-// Layout of a reply frame.
-constexpr size_t kEchoOffset = 5;
-constexpr size_t kValueOffset = 6;
-constexpr size_t kMinLength = 4;  // of the length field: opcode, source, status, echo
-
-// Over USB the raw reply is made of blocks; the frame stands in the first one that holds a packet.
-std::string_view FrameOf(std::string_view reply, bool usb) {
-    if (!usb) return reply;
-    for (; reply.size() >= kHidBlockSize; reply.remove_prefix(kHidBlockSize)) {
-        if (reply[1] == kPacketBlock) return reply.substr(kPacketInBlock, kHidBlockSize - kPacketInBlock);
-    }
-    return {};
-}
-
-// The value in the reply to a query of the setting with this opcode.
+// The value in the reply to a query of the setting with this opcode, which comes first in the payload.
 int32_t ReadSettingValue(std::string_view frame, uint8_t opcode, std::string_view& value) {
-    if (frame.size() < kValueOffset + 1) return ResultFailure;
-    const size_t length = static_cast<size_t>(static_cast<uint8_t>(frame[0])) << 8 | static_cast<uint8_t>(frame[1]);
-    if (length < kMinLength || length + 3 > frame.size()) return ResultFailure;
-    if (static_cast<uint8_t>(frame[kEchoOffset]) != opcode) return ResultFailure;
-    value = frame.substr(kValueOffset, length - kMinLength);
+    const std::string_view payload = PayloadOf(frame);
+    if (payload.empty() || static_cast<uint8_t>(payload[0]) != opcode) return ResultFailure;
+    value = payload.substr(1);
     return ResultSuccess;
 }
 
@@ -47,10 +30,11 @@ int32_t QuerySetting(CScanner& scanner, CommandId id, std::string& value) {
     std::string number;
     FindNumber(id, number);
     CommandPacket packet(OpcodeQuerySetting, static_cast<char>(opcode) + number);
+    const LinkKind& kind = scanner.Kind();  // before the exchange: a closing behind it may forget the link
     const std::optional<std::string> reply = QueryScanner(scanner, packet, kQueryTimeoutMs);
     if (!reply) return ResultNoExist;
     std::string_view found;
-    const int32_t result = ReadSettingValue(FrameOf(*reply, scanner.IsUsbLink()), opcode, found);
+    const int32_t result = ReadSettingValue(kind.frame(*reply), opcode, found);
     value = found;
     return result;
 }

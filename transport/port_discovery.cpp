@@ -142,12 +142,12 @@ struct TagNumber {
 };
 
 // The up to four hexadecimal digits behind the first of the two tags that the id has.
-TagNumber NumberBehind(std::string_view id, std::string_view tag, std::string_view otherTag) {
-    size_t at = id.find(tag);
-    if (at == std::string_view::npos) at = id.find(otherTag);
+TagNumber NumberBehind(std::string_view id, const std::array<std::string_view, 2>& tags) {
+    size_t at = id.find(tags[0]);
+    if (at == std::string_view::npos) at = id.find(tags[1]);
     if (at == std::string_view::npos) return {false, 0};
     unsigned number = 0;
-    for (const char character : id.substr(at + tag.size(), 4)) {  // both tags have the same size
+    for (const char character : id.substr(at + tags[0].size(), 4)) {  // both tags have the same size
         const int digit = HexDigit(character);
         if (digit < 0) break;
         number = number * 16 + static_cast<unsigned>(digit);
@@ -177,8 +177,8 @@ std::string ExtractPortSerial(const std::string& instanceId) {
 }
 
 void ParseUsbId(const std::string& instanceId, PortDescriptor& port) {
-    const TagNumber vendor = NumberBehind(instanceId, "VID_", "VEN_");
-    const TagNumber product = NumberBehind(instanceId, "PID_", "DEV_");
+    const TagNumber vendor = NumberBehind(instanceId, {"VID_", "VEN_"});
+    const TagNumber product = NumberBehind(instanceId, {"PID_", "DEV_"});
     port.VendorIdFound = vendor.found;
     port.VendorId = vendor.number;
     port.ProductIdFound = product.found;

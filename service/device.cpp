@@ -23,15 +23,15 @@ ResultCode CDevice::ClaimDevice(uint32_t timeoutMs) {
     LogInfo("    | Timeout: ", timeoutMs);
     if (m_Status.Has(StatusClaimed)) {
         LogInfo("    | Device claimed already by this app.");
-        return m_ResultCode = kResultSuccess;
+        return m_ResultCode = ResultSuccess;
     }
     std::string name = ClaimName();
-    if (TheCommArbiter().IsClaimed(name)) return m_ResultCode = kResultClaimed;
-    if (m_ClaimMutex.Name().empty() || !m_ClaimMutex.IsOpen()) return m_ResultCode = kResultIllegal;
+    if (TheCommArbiter().IsClaimed(name)) return m_ResultCode = ResultClaimed;
+    if (m_ClaimMutex.Name().empty() || !m_ClaimMutex.IsOpen()) return m_ResultCode = ResultIllegal;
     LogInfo("    | Create Mutex:   ", m_ClaimMutex.Name());
     if (!m_ClaimMutex.Take(timeoutMs)) {
         LogWarning("ClaimDevice: The device has already been claimed by another application.");
-        return m_ResultCode = kResultClaimed;
+        return m_ResultCode = ResultClaimed;
     }
     try {
         TheCommArbiter().AddClaim(name);
@@ -41,9 +41,9 @@ ResultCode CDevice::ClaimDevice(uint32_t timeoutMs) {
     }
     m_ClaimedName = std::move(name);
     m_Status.Set(StatusClaimed);
-    m_ResultCode = kResultSuccess;
+    m_ResultCode = ResultSuccess;
     LogInfo("    | Claimed the mutex that grants exclusive access.");
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 ResultCode CDevice::ReleaseDevice(ReleaseBy who) noexcept {
@@ -51,14 +51,14 @@ ResultCode CDevice::ReleaseDevice(ReleaseBy who) noexcept {
     if (!m_ClaimMutex.Release()) {
         if (who == ReleaseBy::Owner) {
             LogCritical("Error: ReleaseDevice: Failed to released mutex.");
-            return m_ResultCode = kResultBusy;
+            return m_ResultCode = ResultBusy;
         }
         m_ClaimMutex.Close();
     }
     LogInfo("    | Released the mutex that grants exclusive access.");
     m_Status.Clear(StatusClaimed);
     TheCommArbiter().RemoveClaim(m_ClaimedName);
-    return m_ResultCode = kResultSuccess;
+    return m_ResultCode = ResultSuccess;
 }
 
 void CDevice::DataEventEnable(bool enable) {

@@ -7,10 +7,11 @@
 #include <memory>
 #include <string>
 
+#include <quillet/quillet.h>
+
 #include "events/event_queue.h"
 #include "foundation/parameter_list.h"
 #include "foundation/sync.h"
-#include "service/result_code.h"
 #include "service/status_bits.h"
 #include "transport/comm.h"
 
@@ -63,7 +64,7 @@ class CDevice {
     std::atomic<ResultCode> m_OpenResult{0};
     // Result of the last operation, whichever thread ran it: for reads that hand it on, and for nothing else. An
     // operation's own result is a local of its own, which it stores here and returns.
-    std::atomic<ResultCode> m_ResultCode{kResultClosed};
+    std::atomic<ResultCode> m_ResultCode{ResultClosed};
     std::atomic<ResultCode> m_ResultCodeExtended{0};
     std::atomic<uint32_t> m_LinkType{LinkNone};
     std::string m_PortText;  // m_ComPort in decimal

@@ -36,7 +36,7 @@ void CScanner::ResetState() {
 }
 
 ResultCode CScanner::SendPacket(CommandPacket& packet) {
-    return TheCommArbiter().WriteData(m_SendLink, Key(), packet) ? kResultSuccess : kResultNoExist;
+    return TheCommArbiter().WriteData(m_SendLink, Key(), packet) ? ResultSuccess : ResultNoExist;
 }
 
 void CScanner::SendBytes(std::string bytes) {

@@ -23,7 +23,7 @@ namespace quillet {
 // How an exchange ended, handed to its own caller: another thread's operation may change m_ResultCode
 // meanwhile.
 struct ExchangeOutcome {
-    ResultCode result = kResultSuccess;
+    ResultCode result = ResultSuccess;
     std::string reply;
 };
 

@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "foundation/log.h"
+#include "foundation/scope_exit.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "protocol/symbology.h"
 #include "service/property.h"
 #include "service/scanner.h"
-#include "service/scope_exit.h"
 
 namespace quillet {
 namespace {
@@ -63,7 +63,7 @@ ResultCode CScanner::ProcessEvent(EventRecord& record) {
         case EventStatusUpdate: HandleStatusUpdateEvent(record); break;
         default: break;
     }
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 void CScanner::HandleDataEvent(const EventRecord& record) {
@@ -163,23 +163,23 @@ void CScanner::PostDataEvent() {
 }
 
 ResultCode CScanner::OnDataEvent(uint32_t, uint64_t, int64_t, bool&) {
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 ResultCode CScanner::Update() {
     if (platform::CurrentThreadId() != m_CreatorThread) return m_ResultCode;
     bool flag = false;
     for (uint32_t calls = m_PendingCalls.exchange(0); calls > 0; --calls) OnDataEvent(0, 0, 0, flag);
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 ResultCode CScanner::ClearInput() {
     LogTrace trace("CScanner::ClearInput");
     m_EventQueue.ClearEvents(EventData);
     m_EventQueue.ClearEvents(EventError);
-    m_ResultCode = kResultSuccess;
-    LogInfo("    | ResultCode: %d", kResultSuccess);
-    return kResultSuccess;
+    const ResultCode result = m_ResultCode = ResultSuccess;
+    LogInfo("    | ResultCode: %d", result);
+    return result;
 }
 
 bool CScanner::HasBarcode() {

@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "foundation/log.h"
+#include "foundation/scope_exit.h"
 #include "platform/clock.h"
 #include "service/scanner.h"
-#include "service/scope_exit.h"
 #include "transport/comm_arbiter.h"
 
 namespace quillet {
@@ -23,7 +23,7 @@ ResultCode CScanner::DeviceEnable(bool enable) {
     std::lock_guard lock(m_EnableMutex);
     if (m_Status.Has(StatusEnabled) == enable) {
         LogInfo("    | Repeat Setting DeviceEnable:       ", enable);
-        return kResultSuccess;
+        return ResultSuccess;
     }
     LogInfo("    | Enable:       ", enable);
     LogInfo("    | CommProtocol: ", m_LinkType.load());
@@ -34,13 +34,13 @@ ResultCode CScanner::DeviceEnable(bool enable) {
 ResultCode CScanner::EnableLink() {
     ScopeExit undo([this] { UndoEnabling(); });
     DeviceEventEnable(true);
-    if (!DeviceCommEnable(true)) return kResultNoHardware;
+    if (!DeviceCommEnable(true)) return ResultNoHardware;
     m_Status.Set(StatusEnabled);
     if (m_PowerNotify != 0) ReportPowerAtEnabling();
     undo.Disarm();
     // The report may have found a USB scanner gone and disabled the device again; then the state stays open.
     if (m_Status.Has(StatusEnabled)) m_State = StateEnabled;
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 // After a failure at any step, so that the next attempt finds everything as this one has.
@@ -71,7 +71,7 @@ ResultCode CScanner::DisableLink() {
     if (m_ExchangeWithoutLimit) BreakExchange();
     LogInfo("    | Waiting for device to be claimed by other applications...");
     m_State = StateOpen;
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 bool CScanner::DeviceCommEnable(bool enable) try {

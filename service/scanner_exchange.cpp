@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "foundation/log.h"
+#include "foundation/scope_exit.h"
 #include "platform/clock.h"
 #include "protocol/catalogue.h"
 #include "service/scanner.h"
-#include "service/scope_exit.h"
 
 namespace quillet {
 namespace {
@@ -62,7 +62,7 @@ ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
         LogInfo("    | ResultCode: %d", outcome.result);
     });
     if (!m_Status.Has(StatusEnabled) || !m_Status.TrySet(StatusExchange)) {
-        outcome.result = kResultIllegal;
+        outcome.result = ResultIllegal;
         return outcome;
     }
     ScopeExit ended([this] { EndExchange(); });
@@ -71,7 +71,7 @@ ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
     // Asked after the reset of m_BreakEvent: whoever breaks exchanges off first changes one of these, so that either the
     // change is seen here or the signal comes after the reset.
     if (m_Closing || m_WaitsEnded || !m_Status.Has(StatusEnabled)) {
-        outcome.result = kResultIllegal;
+        outcome.result = ResultIllegal;
         return outcome;
     }
     plan.send();
@@ -90,7 +90,7 @@ ExchangeOutcome CScanner::AwaitReply(const ExchangePlan& plan) {
         m_BreakEvent.TimedWait(LeftOf(plan.timeoutMs, startNs));
     }
     LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
-    return {kResultTimeout, {}};
+    return {ResultTimeout, {}};
 }
 
 // None if something of the reply is missing.
@@ -133,7 +133,7 @@ ExchangeOutcome CScanner::OnDirectIOEvent(uint32_t number, uint32_t) {
     LogTrace trace("CScanner::OnDirectIOEvent");
     ExchangeOutcome outcome;
     if (number == 0) {
-        outcome.result = kResultFailure;
+        outcome.result = ResultFailure;
         return outcome;
     }
     LogInfo("OnDirectIOEvent EventNumber:", number);
@@ -230,21 +230,21 @@ ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* 
     LogInfo("    | pData: ", *data);
     LogInfo("    | pString:  ", text);
     const auto opcode = static_cast<uint8_t>(command & 0xFF);
-    if (!IsDirectIOCommand(opcode)) return m_ResultCode = kResultIllegal;
+    if (!IsDirectIOCommand(opcode)) return m_ResultCode = ResultIllegal;
     std::string parameters = DecodeBinaryText(text, ConversionMode());
     uint8_t status = 0;
     if (*data == 0 && !ReadHexCommand(std::string(parameters), parameters, status)) {
-        return m_ResultCode = kResultIllegal;
+        return m_ResultCode = ResultIllegal;
     }
     CommandPacket packet(opcode, std::move(parameters), status);
     const ExchangeOutcome outcome = ExchangePacket(packet, opcode, kDirectIOTimeoutMs);
-    if (outcome.result != kResultSuccess) return outcome.result;
+    if (outcome.result != ResultSuccess) return outcome.result;
     if (!buffer.Fits(outcome.reply)) {
         LogInfo("    | the buffer not enough memory : %d", static_cast<uint64_t>(outcome.reply.size()));
-        return kResultBufferTooSmall;
+        return ResultBufferTooSmall;
     }
     buffer.Fill(outcome.reply);
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 }  // namespace quillet

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "foundation/log.h"
+#include "foundation/scope_exit.h"
 #include "service/scanner.h"
-#include "service/scope_exit.h"
 #include "transport/comm_arbiter.h"
 
 namespace quillet {
@@ -47,17 +47,17 @@ ResultCode CScanner::OpenConnection(const std::string& connection) {
     const LinkKind* const kind = ChooseKind(found);
     if (kind == nullptr) {
         LogCritical("Error: not found hardware.");
-        return kResultNoHardware;
+        return ResultNoHardware;
     }
     try {
-        if (kind->check != nullptr && !kind->check(m_Parameters, found)) return kResultNoHardware;
+        if (kind->check != nullptr && !kind->check(m_Parameters, found)) return ResultNoHardware;
     } catch (const ZelmarError& error) {
         const std::string text = error.what();
         LogCritical("Error: OpenService exception: ", text.empty() ? "Unknown exception" : text);
-        return kResultOpenException;
+        return ResultOpenException;
     }
     StoreOpened(*kind);
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 // The kind of link that the connection string names, or of what is plugged in, USB first; null if there is nothing.
@@ -107,7 +107,7 @@ ResultCode CScanner::ReleaseDevice() {
 
 ResultCode CScanner::ReleaseService(ReleaseBy who) {
     LogTrace trace("CScanner::ReleaseDevice");
-    ResultCode result = kResultNotClaimed;
+    ResultCode result = ResultNotClaimed;
     ScopeExit leaving([&] { LogInfo("    | ResultCode: %d", result); });
     if (!m_Status.Has(StatusClaimed)) {
         LogWarning("ReleaseDevice: Cannot release a device that has not been claimed.");
@@ -129,11 +129,11 @@ ResultCode CScanner::ReleaseService(ReleaseBy who) {
 
 ResultCode CScanner::CloseService() {
     LogTrace trace("CScanner::CloseService");
-    ResultCode result = kResultClosed;
+    ResultCode result = ResultClosed;
     ScopeExit leaving([&] { LogInfo("    | ResultCode: %d", result); });
     if (m_Status.Has(StatusOpened)) {
         TakeDown(ReleaseBy::Owner);
-        result = kResultSuccess;
+        result = ResultSuccess;
     }
     return m_ResultCode = result;
 }

@@ -69,7 +69,7 @@ void CScanner::LogPropertyName(const char* text, int32_t number) noexcept {
 ResultCode CScanner::GetPropertyNumber(int32_t number, int32_t* value) {
     LogPropertyName(">>> GetPropertyNumber", number);
     LogInfo("    | PropIndex: ", number);
-    ResultCode result = ReadNumber(number, *value) ? kResultSuccess : kResultIllegal;
+    ResultCode result = ReadNumber(number, *value) ? ResultSuccess : ResultIllegal;
     if (KeepsResultCode(number)) {
         result = m_ResultCode;
     } else {
@@ -132,7 +132,7 @@ ResultCode CScanner::SetPropertyNumber(int32_t number, int32_t value) {
     LogPropertyName(">>> SetPropertyNumber", number);
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", value);
-    m_ResultCode = kResultSuccess;
+    m_ResultCode = ResultSuccess;
     m_ResultCodeExtended = 0;
     const ResultCode result = WriteNumber(number, value);
     m_ResultCode = result;
@@ -149,11 +149,11 @@ ResultCode CScanner::WriteNumber(int32_t number, int32_t value) {
         case PropAutoDisable:
             m_Status.Put(StatusAutoDisable, flag);
             m_EventQueue.SetAutoDisable(flag);
-            return kResultSuccess;
-        case PropBinaryConversion: SetBinaryConversion(value); return kResultSuccess;
+            return ResultSuccess;
+        case PropBinaryConversion: SetBinaryConversion(value); return ResultSuccess;
         case PropPowerNotify: return SetPowerNotify(value);
         case PropScanDecodeData: return SetDecodeData(flag);
-        default: LogWarning("An invalid property number was specified."); return kResultIllegal;
+        default: LogWarning("An invalid property number was specified."); return ResultIllegal;
     }
 }
 
@@ -161,20 +161,20 @@ ResultCode CScanner::SetDataEventEnabled(bool flag) {
     DataEventEnable(flag);
     const bool frozen = m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
     // The bit is stored all the same; a barcode that came in between isn't a failure either.
-    return flag && frozen ? kResultFailure : kResultSuccess;
+    return flag && frozen ? ResultFailure : ResultSuccess;
 }
 
 ResultCode CScanner::SetDeviceEnabled(bool flag) {
     if (m_Status.Has(StatusClaimed)) return DeviceEnable(flag);
     LogWarning("The device must be claimed before it can be enabled.");
-    return kResultNotClaimed;
+    return ResultNotClaimed;
 }
 
 ResultCode CScanner::SetFreezeEvents(bool flag) {
     m_Status.Put(StatusFreezeEvents, flag);
     m_EventQueue.SetFreeze(flag);
     OnFreezeEvents();
-    return !flag && m_Status.Has(StatusFreezeEvents | StatusCOFreeze) ? kResultFailure : kResultSuccess;
+    return !flag && m_Status.Has(StatusFreezeEvents | StatusCOFreeze) ? ResultFailure : ResultSuccess;
 }
 
 // A value without a mode leaves none; coding is decimal then, and reads give 0.
@@ -185,19 +185,19 @@ void CScanner::SetBinaryConversion(int32_t value) {
 }
 
 ResultCode CScanner::SetPowerNotify(int32_t value) {
-    if (m_Status.Has(StatusEnabled)) return kResultIllegal;
+    if (m_Status.Has(StatusEnabled)) return ResultIllegal;
     m_PowerNotify = static_cast<uint32_t>(value);
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 ResultCode CScanner::SetDecodeData(bool flag) {
     if (!m_Status.Has(StatusEnabled)) {
         LogWarning("The device must be enable before it can be enabled.");
-        return kResultDisabled;
+        return ResultDisabled;
     }
     m_Status.Put(StatusDecodeData, flag);
     EnableDeocdeData(flag);
-    return kResultSuccess;
+    return ResultSuccess;
 }
 
 // A closed service has no mode either; its texts are read as they are.
@@ -232,13 +232,13 @@ ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffe
     LogTrace trace("CScanner::GetPropertyString");
     LogInfo("    | PropIndex: ", number);
     std::string value;
-    const ResultCode result = ReadText(number, value) ? kResultSuccess : kResultIllegal;
+    const ResultCode result = ReadText(number, value) ? ResultSuccess : ResultIllegal;
     m_ResultCode = result;
     const BinaryConversion mode = ConversionMode();
     if (mode != BinaryConversion::None) value = EncodeBinaryText(value, mode);
     if (!buffer.Fits(value)) {
         LogInfo("    | the buffer not enough memory : %d", static_cast<uint64_t>(value.size()));
-        return kResultBufferTooSmall;
+        return ResultBufferTooSmall;
     }
     buffer.Fill(value);
     LogInfo("    | String Ascii : ", AsciiOf{value});
@@ -253,7 +253,7 @@ ResultCode CScanner::SetPropertyString(int32_t number, const char* text) {
     DecodeBinaryText(text,
                      ConversionMode());  // its complaint about a text of a wrong length is the only effect
     LogWarning("An invalid property number was specified.");
-    return m_ResultCode = kResultIllegal;
+    return m_ResultCode = ResultIllegal;
 }
 
 ResultCode CScanner::COFreezeEvents(int16_t freeze) {
@@ -264,7 +264,7 @@ ResultCode CScanner::COFreezeEvents(int16_t freeze) {
     m_EventQueue.SetFreeze(flag);
     OnFreezeEvents();
     const bool frozen = m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
-    const ResultCode result = frozen == flag ? kResultSuccess : kResultFailure;
+    const ResultCode result = frozen == flag ? ResultSuccess : ResultFailure;
     m_ResultCode = result;
     LogInfo("    | ResultCode: %d", result);
     return result;

@@ -2,8 +2,8 @@
 #include <string>
 
 #include "foundation/log.h"
+#include "foundation/scope_exit.h"
 #include "service/scanner.h"
-#include "service/scope_exit.h"
 #include "service/statistics_text.h"
 
 namespace quillet {
@@ -31,7 +31,7 @@ ResultCode CScanner::CheckHealth(uint32_t level) {
     for (const HealthLevel& row : kHealthLevels) {
         if (row.level == level) text = row.text;
     }
-    m_ResultCode = text.empty() ? kResultIllegal : kResultSuccess;
+    m_ResultCode = text.empty() ? ResultIllegal : ResultSuccess;
     if (text.empty()) {
         LogWarning("Invalid CheckHealth level specified.");
         text = "[Error]";
@@ -69,9 +69,9 @@ ResultCode CScanner::RefuseTextOperation(const char* key, const std::string& tex
     LogInfo(key, text);
     DecodeBinaryText(text,
                      ConversionMode());  // its complaint about a text of a wrong length is the only effect
-    m_ResultCode = kResultIllegal;
-    LogInfo(resultFormat, kResultIllegal);
-    return kResultIllegal;
+    const ResultCode result = m_ResultCode = ResultIllegal;
+    LogInfo(resultFormat, result);
+    return result;
 }
 
 ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
@@ -79,11 +79,11 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
     LogInfo("    | String: ", *statisticsBuffer);
     if (!m_Status.Has(StatusClaimed)) {
         LogWarning("Attempt to retrieve statistics before the device is claimed.");
-        return m_ResultCode = kResultNotClaimed;
+        return m_ResultCode = ResultNotClaimed;
     }
     if (!m_Status.Has(StatusEnabled)) {
         LogWarning("Attempt to retrieve statistics before the device is enabled.");
-        return m_ResultCode = kResultDisabled;
+        return m_ResultCode = ResultDisabled;
     }
     m_StatisticsReply.clear();
     m_StatisticsEvent.Reset();
@@ -93,10 +93,10 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
     m_Status.Clear(StatusStatistics);
     if (!replied) {
         LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
-        return m_ResultCode = kResultTimeout;
+        return m_ResultCode = ResultTimeout;
     }
     const StatisticsSelection selection = SelectStatistics(*statisticsBuffer);
-    m_ResultCode = selection.unknownName ? kResultIllegal : kResultSuccess;
+    m_ResultCode = selection.unknownName ? ResultIllegal : ResultSuccess;
     m_StatisticsText = WriteStatistics(ReadEquipmentInfo(m_LinkType, m_StatisticsReply), selection);
     LogInfo("    | ResultCode;: ", m_ResultCode.load());
     return m_ResultCode;

@@ -43,7 +43,7 @@ int32_t QuerySetting(CScanner& scanner, CommandId id, std::string& value) {
 
 std::optional<std::string> QueryScanner(CScanner& scanner, CommandPacket& packet, uint32_t timeoutMs) {
     ExchangeOutcome outcome = RunDirectIO(scanner, ToWireBytes(packet), timeoutMs);
-    if (outcome.result != kResultSuccess) return std::nullopt;
+    if (outcome.result != ResultSuccess) return std::nullopt;
     if (outcome.reply.size() > kMaxQueryReply) {
         LogBufferTooSmall(outcome.reply);
         return std::nullopt;

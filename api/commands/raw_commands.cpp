@@ -38,18 +38,18 @@ ResultCode directIO(ScannerHandle handle, const uint8_t* command, int32_t comman
         replyLength == nullptr) {
         return ResultBadArgument;
     }
-    return Guarded(ResultFailure, [&] {
+    return Guarded(ResultFailure, [&]() -> ResultCode {
         std::string bytes(reinterpret_cast<const char*>(command), CallerLength(commandSize));
         const ExchangeOutcome outcome =
             RunDirectIO(HandleCall(handle).Scanner(), std::move(bytes), static_cast<uint32_t>(timeoutMs));
-        if (outcome.result != kResultSuccess || outcome.reply.empty()) return outcome.result;
+        if (outcome.result != ResultSuccess || outcome.reply.empty()) return outcome.result;
         const CallerBuffer out{reply, CallerLength(replySize), replyLength};
         if (!out.Fits(outcome.reply)) {
             LogBufferTooSmall(outcome.reply);
-            return kResultBufferTooSmall;
+            return ResultBufferTooSmall;
         }
         out.Fill(outcome.reply);
-        return kResultSuccess;
+        return ResultSuccess;
     });
 }
 

@@ -12,13 +12,6 @@
 namespace quillet {
 namespace {
 
-static_assert(kResultSuccess == ResultSuccess && kResultBufferTooSmall == ResultBufferTooSmall &&
-              kResultClosed == ResultClosed && kResultClaimed == ResultClaimed &&
-              kResultNotClaimed == ResultNotClaimed && kResultDisabled == ResultDisabled &&
-              kResultIllegal == ResultIllegal && kResultNoHardware == ResultNoHardware &&
-              kResultNoExist == ResultNoExist && kResultFailure == ResultFailure && kResultTimeout == ResultTimeout &&
-              kResultBusy == ResultBusy && kResultOpenException == ResultOpenException);
-
 constexpr uint32_t kClaimTimeoutMs = 1000;
 
 int32_t ReadProperty(CScanner& scanner, int32_t number, int32_t startValue) {

@@ -10,7 +10,7 @@
 #include <quillet/quillet.h>
 
 #include "api/handle/scanner_object.h"
-#include "service/service_bench.h"
+#include "service/service_fixture.h"
 #include "support/log_reader.h"
 
 namespace quillet::test {

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "service/service_bench.h"
+#include "service/service_fixture.h"
 #include "support/log_reader.h"
 
 namespace quillet::test {
@@ -20,26 +20,26 @@ bool HasLineWith(const std::vector<std::string>& lines, const std::string& text)
 const std::string kFramesOff("\x04\xEE\x04\x00\x00\x09", 6);
 
 TEST_F(ConnectionTest, TheChoiceFollowsWhatIsPluggedIn) {
-    EXPECT_EQ(m_Scanner.Open(""), kResultNoHardware);
-    EXPECT_EQ(m_Scanner.m_OpenResult, kResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open(""), ResultNoHardware);
+    EXPECT_EQ(m_Scanner.m_OpenResult, ResultNoHardware);
     EXPECT_EQ(m_Scanner.Open("protocol=serial port,serialport=77,module=xy"),
-              kResultSuccess);  // needn't exist yet
+              ResultSuccess);  // needn't exist yet
     EXPECT_EQ(m_Scanner.Text(PropDeviceName), "Tovra_xy");
     EXPECT_EQ(m_Scanner.Text(PropDeviceDescription), "Tovra_xy Scanner.");
 
     m_Tree.Plug(VirtualPortDevice(7));
-    EXPECT_EQ(m_Scanner.Open("SerialPort=3,BaudRate=115200"), kResultSuccess);
+    EXPECT_EQ(m_Scanner.Open("SerialPort=3,BaudRate=115200"), ResultSuccess);
     EXPECT_EQ(m_Scanner.m_LinkType, static_cast<uint32_t>(LinkVirtualSerial));
     EXPECT_EQ(m_Scanner.m_Parameters.GetString("serialport", ""), "7");  // the discovered one
     EXPECT_EQ(m_Scanner.m_Parameters.GetString("baudrate", ""), "115200");
-    EXPECT_EQ(m_Scanner.Open("protocol=usb"), kResultNoHardware);
-    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port,serialport=8"), kResultNoHardware);
-    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port"), kResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=usb"), ResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port,serialport=8"), ResultNoHardware);
+    EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port"), ResultNoHardware);
     EXPECT_THROW(m_Scanner.Open("protocol=serial port,serialport=seven"), mylib::StringError);
     EXPECT_EQ(m_Scanner.Number(PropState), StateClosed);
 
     m_Tree.Plug(HidDevice("usb-1"));
-    EXPECT_EQ(m_Scanner.Open(""), kResultSuccess);
+    EXPECT_EQ(m_Scanner.Open(""), ResultSuccess);
     EXPECT_EQ(m_Scanner.m_LinkType, static_cast<uint32_t>(LinkUsbHid));
     EXPECT_EQ(m_Scanner.m_Status.Value(), StatusOpened | StatusBinaryNone);
 }
@@ -48,21 +48,21 @@ TEST_F(ConnectionTest, OneEnablingIsOneLinkOpenedAndClosed) {
     OpenSerial();
     EXPECT_EQ(Device().Writes(), std::vector<std::string>{kFramesOff});
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), EventDirectIO | EventError);
-    EXPECT_EQ(m_Scanner.DeviceEnable(true), kResultSuccess);  // a repeat
+    EXPECT_EQ(m_Scanner.DeviceEnable(true), ResultSuccess);  // a repeat
     EXPECT_EQ(Device().Opens(), 1);
-    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0), kResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0), ResultSuccess);
     EXPECT_EQ(Device().OpenNow(), 0);
     EXPECT_EQ(Device().Writes(), (std::vector<std::string>{kFramesOff, kFramesOff}));
     EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
-    EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultSuccess);
-    EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultNotClaimed);
-    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
-    EXPECT_EQ(m_Scanner.CloseService(), kResultClosed);
+    EXPECT_EQ(m_Scanner.ReleaseDevice(), ResultSuccess);
+    EXPECT_EQ(m_Scanner.ReleaseDevice(), ResultNotClaimed);
+    EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
+    EXPECT_EQ(m_Scanner.CloseService(), ResultClosed);
 }
 
 TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
     m_Tree.Plug(VirtualPortDevice(Port()));
-    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultNoHardware);  // nothing behind the path
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultNoHardware);  // nothing behind the path
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
     Device();
@@ -70,12 +70,12 @@ TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
     EXPECT_EQ(Device().OpenNow(), 0);
-    std::thread([&] { EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess); }).join();
+    std::thread([&] { EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess); }).join();
     LogReader log;
-    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);  // over another thread's claim
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);  // over another thread's claim
     EXPECT_FALSE(HasLineWith(log.Take(), "Failed to released mutex"));
-    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
-    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+    EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
 }
 
 TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
@@ -111,14 +111,14 @@ TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
         const auto opens = static_cast<size_t>(Device().Opens());
         size_t writes = Device().Writes().size();
         std::thread waiting(
-            [&] { EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultTimeout); });
+            [&] { EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultTimeout); });
         EXPECT_TRUE(Device().AwaitWrites(++writes));  // its reply has nobody left to receive it
         Device().FailOpens(13);
         Device().Read({FakeRead::Kind::FailedPending, "", 12});
         const uint64_t looks = m_Tree.Looks();
         ASSERT_TRUE(Eventually([&] { return m_Tree.Looks() > looks + 120; }));  // the attempts of some seconds
         CommandPacket packet(0x40, "x");
-        EXPECT_EQ(m_Scanner.SendPacket(packet), kResultSuccess);
+        EXPECT_EQ(m_Scanner.SendPacket(packet), ResultSuccess);
         waiting.join();
         Device().FailOpens(0);
         ASSERT_TRUE(Eventually([&] { return static_cast<size_t>(Device().OpenNow()) == 1; }));
@@ -136,7 +136,7 @@ TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
         Device().Deliver("back");
         EXPECT_TRUE(Eventually([&] { return m_Scanner.Number(PropDataCount) == 1; }));
         EXPECT_EQ(static_cast<size_t>(Device().Opens()), opens + 1);
-        EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+        EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
         m_Tree.Unplug(VirtualPortDevice(Port()).id);
     }
 }
@@ -151,35 +151,35 @@ TEST_F(ConnectionTest, AClosingEndsTheWritesOfItsHandle) {
     };
     for (int pending = 0; pending < 3; ++pending) {
         Device();
-        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
         Device().StallWrites(true);
         std::thread sender([&] {
             CommandPacket packet(0x40, "x");
             if (pending == 1) {
-                EXPECT_EQ(m_Scanner.SendPacket(packet), kResultSuccess);
+                EXPECT_EQ(m_Scanner.SendPacket(packet), ResultSuccess);
             }
             if (pending == 2) {
-                EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, kResultTimeout);
+                EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultTimeout);
             }
         });
         if (pending > 0) {
             ASSERT_TRUE(Eventually([&] { return Device().WriteIsStalled(); }));
         }
         const int64_t start = m_Clock.NowNs();
-        EXPECT_EQ(close(), kResultSuccess);
+        EXPECT_EQ(close(), ResultSuccess);
         EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
         sender.join();
         EXPECT_EQ(Device().OpenNow(), 0);
         Device().StallWrites(false);
     }
-    ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+    ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
     const size_t written = Device().Writes().size();
     Device().StallWrites(true);
     std::thread slow([&] {
         EXPECT_TRUE(Eventually([&] { return Device().WriteIsStalled(); }));
         Device().StallWrites(false);
     });
-    EXPECT_EQ(close(), kResultSuccess);
+    EXPECT_EQ(close(), ResultSuccess);
     slow.join();
     EXPECT_EQ(Device().Writes().size(), written + 1);
 }
@@ -192,10 +192,10 @@ TEST_F(ConnectionTest, ResultsBelongToTheirCaller) {
         while (!ended) m_Scanner.SetPropertyNumber(5, 0);  // stores 106
     });
     for (int round = 0; round < 200; ++round) {
-        EXPECT_EQ(m_Scanner.Open(Connection()), kResultSuccess);
-        EXPECT_EQ(m_Scanner.ClaimDevice(1000), kResultSuccess);
-        EXPECT_EQ(m_Scanner.ReleaseDevice(), kResultSuccess);
-        EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+        EXPECT_EQ(m_Scanner.Open(Connection()), ResultSuccess);
+        EXPECT_EQ(m_Scanner.ClaimDevice(1000), ResultSuccess);
+        EXPECT_EQ(m_Scanner.ReleaseDevice(), ResultSuccess);
+        EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
     }
     ended = true;
     disturbing.join();
@@ -205,31 +205,31 @@ TEST_F(ConnectionTest, ResultsBelongToTheirCaller) {
 TEST_F(ConnectionTest, AUsbScannerThatVanishesWhileItIsEnabledLeavesTheStateOpen) {
     FakeDevice& usb = m_Access.Device("usb-1");
     m_Tree.Plug(HidDevice("usb-1"));
-    ASSERT_EQ(m_Scanner.Open("protocol=usb"), kResultSuccess);
-    if (m_Scanner.ClaimDevice(1000) != kResultSuccess) GTEST_SKIP() << "another process holds the USB claim";
+    ASSERT_EQ(m_Scanner.Open("protocol=usb"), ResultSuccess);
+    if (m_Scanner.ClaimDevice(1000) != ResultSuccess) GTEST_SKIP() << "another process holds the USB claim";
     usb.StallWrites(true);  // holds the enabling right before that look
     std::thread puller([&] {
         EXPECT_TRUE(Eventually([&] { return usb.WriteIsStalled(); }));
         m_Tree.Unplug(HidDevice("usb-1").id);
         usb.StallWrites(false);
     });
-    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), kResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), ResultSuccess);
     puller.join();
     EXPECT_EQ(m_Scanner.Number(PropState), StateOpen);
     m_Tree.Plug(HidDevice("usb-1"));
     EXPECT_TRUE(ReachesState(StateEnabled));
-    EXPECT_EQ(m_Scanner.CloseService(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
     EXPECT_EQ(usb.OpenNow(), 0);
 }
 
 TEST_F(ConnectionTest, WithoutPowerNotifyALossGoesUnnoticed) {
     m_Tree.Plug(VirtualPortDevice(Port()));
     Device();
-    ASSERT_EQ(m_Scanner.Open(Connection()), kResultSuccess);
-    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 0), kResultSuccess);
-    ASSERT_EQ(m_Scanner.ClaimDevice(1000), kResultSuccess);
-    ASSERT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), kResultSuccess);
-    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 1), kResultIllegal);  // not while enabled
+    ASSERT_EQ(m_Scanner.Open(Connection()), ResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 0), ResultSuccess);
+    ASSERT_EQ(m_Scanner.ClaimDevice(1000), ResultSuccess);
+    ASSERT_EQ(m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1), ResultSuccess);
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropPowerNotify, 1), ResultIllegal);  // not while enabled
     UnplugSerial();
     std::this_thread::sleep_for(std::chrono::milliseconds(40));
     EXPECT_EQ(m_Scanner.Number(PropState), StateEnabled);
@@ -262,7 +262,7 @@ TEST_F(ConnectionTest, ClosingMeetsThePowerThreadAtEveryMoment) {
     pulling.join();
     m_Scanner.CloseService();
     EXPECT_EQ(Device().OpenNow(), 0);
-    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+    EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
 }
 
 }  // namespace

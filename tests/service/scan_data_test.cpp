@@ -2,7 +2,7 @@
 #include <utility>
 #include <vector>
 
-#include "service/service_bench.h"
+#include "service/service_fixture.h"
 
 namespace quillet::test {
 namespace {
@@ -111,7 +111,7 @@ TEST_F(ScanDataTest, MoreThanAMebibyteIsDroppedToItsEnd) {
     m_Scanner.Receive(last);
     std::vector<uint8_t> buffer(1 << 20);
     int32_t length = 0;
-    EXPECT_EQ(m_Scanner.GetPropertyString(PropScanData, {buffer.data(), 1 << 20, &length}), kResultSuccess);
+    EXPECT_EQ(m_Scanner.GetPropertyString(PropScanData, {buffer.data(), 1 << 20, &length}), ResultSuccess);
     EXPECT_EQ(length, 1 << 20);
     receive(33);
     EXPECT_EQ(m_Scanner.m_ScanData, "");
@@ -135,9 +135,9 @@ TEST_F(ScanDataTest, AFinishedBarcodeTurnsDataEventsOff) {
     m_Scanner.Receive("a");
     EXPECT_EQ(m_Scanner.Number(PropDataEventEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 6);
-    EXPECT_EQ(m_Scanner.ClearInput(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.ClearInput(), ResultSuccess);
     EXPECT_EQ(m_Scanner.Number(PropDataCount), 1);
-    EXPECT_EQ(m_Scanner.Update(), kResultSuccess);
+    EXPECT_EQ(m_Scanner.Update(), ResultSuccess);
     for (int i = 0; i < 5000; ++i) m_Scanner.Receive(std::to_string(i));
     EXPECT_EQ(m_Scanner.Number(PropDataCount), 5001);     // without a limit
     EXPECT_EQ(m_Scanner.Text(PropScanDataLabel), "904");  // the newest 4,096

@@ -75,7 +75,7 @@ class ServiceTest : public ::testing::Test {
     void OpenSerial() {
         m_Tree.Plug(VirtualPortDevice(Port()));
         Device();
-        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), kResultSuccess);
+        ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
     }
     FakeDevice& Device() { return m_Access.Port(Port()); }
     void UnplugSerial() {

@@ -18,37 +18,80 @@ Value PopFront(std::list<Value>& list) noexcept {
 
 }  // namespace
 
-// Everything that needs memory comes first; moving the entries over can't fail.
-void BarcodeCache::Add(std::string text, int32_t codeType) {
-    std::list<std::string> label(1, text);
-    std::list<int32_t> type(1, codeType);
-    std::list<std::string> data;
-    m_LabelBytes += data.emplace_back(std::move(text)).size();
-    m_ScanDataTypeList.splice(m_ScanDataTypeList.end(), type);
-    m_ScanDataLabelList.splice(m_ScanDataLabelList.end(), label);
-    m_ScanDataList.splice(m_ScanDataList.end(), data);
-    while (m_ScanDataLabelList.size() > kMaxLabels || m_LabelBytes > kMaxLabelBytes) PopLabel();
+BarcodeCache::Entry::Entry(std::string text, int32_t codeType) : m_Type(1, codeType), m_Label(1, text) {
+    m_Text.push_back(std::move(text));
+}
+
+void BarcodeCache::Add(Entry&& entry) noexcept {
+    std::lock_guard lock(m_Mutex);
+    m_LabelBytes += entry.m_Label.front().size();
+    m_Texts.splice(m_Texts.end(), entry.m_Text);
+    m_Types.splice(m_Types.end(), entry.m_Type);
+    m_Labels.splice(m_Labels.end(), entry.m_Label);
+    while (m_Labels.size() > kMaxLabels || m_LabelBytes > kMaxLabelBytes) TakeOldestLabel();
+    m_Unannounced = true;
+}
+
+void BarcodeCache::Announce() {
+    if (m_Unannounced.exchange(false)) m_Came.Signal();
 }
 
 void BarcodeCache::Clear() noexcept {
-    m_ScanDataList.clear();
-    m_ScanDataTypeList.clear();
-    m_ScanDataLabelList.clear();
+    std::lock_guard lock(m_Mutex);
+    m_Texts.clear();
+    m_Types.clear();
+    m_Labels.clear();
     m_LabelBytes = 0;
 }
 
+size_t BarcodeCache::Count() const noexcept {
+    std::lock_guard lock(m_Mutex);
+    return m_Texts.size();
+}
+
+std::optional<CachedBarcode> BarcodeCache::Take() noexcept {
+    std::lock_guard lock(m_Mutex);
+    const size_t count = m_Texts.size();
+    if (count == 0) return std::nullopt;
+    return CachedBarcode{PopFront(m_Types), PopFront(m_Texts), count};
+}
+
 int32_t BarcodeCache::PopType() noexcept {
-    return PopFront(m_ScanDataTypeList);
+    std::lock_guard lock(m_Mutex);
+    return PopFront(m_Types);
 }
 
 std::string BarcodeCache::PopText() noexcept {
-    return PopFront(m_ScanDataList);
+    std::lock_guard lock(m_Mutex);
+    return PopFront(m_Texts);
 }
 
 std::string BarcodeCache::PopLabel() noexcept {
-    std::string label = PopFront(m_ScanDataLabelList);
+    std::lock_guard lock(m_Mutex);
+    return TakeOldestLabel();
+}
+
+std::string BarcodeCache::TakeOldestLabel() noexcept {
+    std::string label = PopFront(m_Labels);
     m_LabelBytes -= label.size();
     return label;
+}
+
+// The event is set some time after its barcode was added, perhaps after that was taken, and stays set. So it is reset here,
+// with the mutex held: a barcode that is added later signals later.
+void BarcodeCache::Wait(uint32_t timeoutMs) {
+    {
+        std::lock_guard lock(m_Mutex);
+        if (!m_Texts.empty()) return;
+        if (!m_WaitsEnded) m_Came.Reset();
+    }
+    m_Came.TimedWait(timeoutMs);
+}
+
+void BarcodeCache::EndWaits() {
+    std::lock_guard lock(m_Mutex);
+    m_WaitsEnded = true;
+    m_Came.Signal();
 }
 
 }  // namespace quillet

@@ -106,10 +106,12 @@ void CDevice::ResetState() {
     TheLog().SetFilePrefix("TovraQuillet");
     m_State = StateClosed;
     m_Status.Reset();
-    for (std::string* text : {&m_ModelNumber, &m_DeviceName, &m_DeviceDescription, &m_PortText, &m_DataBuffer,
-                              &m_ScanData, &m_DirectIORaw}) {
-        text->clear();
+    {
+        std::lock_guard lock(m_TextMutex);
+        m_DeviceName.clear();
+        m_DeviceDescription.clear();
     }
+    for (std::string* text : {&m_ModelNumber, &m_PortText, &m_DataBuffer, &m_ScanData, &m_DirectIORaw}) text->clear();
     m_PowerNotify = 0;
     m_PowerState = PowerUnknown;
     m_ComPort = 0;

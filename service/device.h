@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <quillet/quillet.h>
@@ -56,6 +57,7 @@ class CDevice {
     std::atomic<uint32_t> m_PowerNotify{0};  // power reporting runs if it isn't 0
     std::atomic<uint32_t> m_PowerState{PowerUnknown};
     std::atomic<uint32_t> m_ComPort{0};  // 0 on USB
+    mutable std::mutex m_TextMutex;      // guards the three texts below, which properties read at any time
     std::string m_CheckHealthText;
     std::string m_DeviceDescription;
     std::string m_DeviceName;

@@ -52,9 +52,8 @@ void CScanner::GiveUp() {
 
 void CScanner::EndWaits() {
     m_WriteLimit.Begin(kClosingWriteMs);  // for good
+    m_Cache.EndWaits();
     std::lock_guard lock(m_DataMutex);
-    m_WaitsEnded = true;
-    m_BarcodeEvent.Signal();
     BreakExchange();
 }
 

@@ -97,18 +97,19 @@ class CScanner : public CDevice {
     // second is refused with 106. Ends with 112 when the service closes meanwhile.
     ExchangeOutcome ExchangeBytes(std::string bytes, uint32_t timeoutMs);
 
-    // Holds the cache still, so that several reads of it are one step.
-    std::unique_lock<std::recursive_mutex> LockCache() { return std::unique_lock(m_DataMutex); }
-    bool HasBarcode();
-    // What a read of the type's property does, without its traces.
-    void DropBarcodeType();
-    // Waits for a barcode at most timeoutMs (platform::kNoLimitMs: for ever); returns at once when there is
-    // one and when EndWaits has been called. Another thread may have taken it by then.
-    void WaitForBarcode(uint32_t timeoutMs);
+    // What a consumer of barcodes does: it polls, and hands over what it got. The log shows both as the reads of the
+    // properties for count, type and text, and they leave the stored results as those reads do; yet the poll takes type
+    // and text as one step, so that several consumers can share the barcodes.
+    enum class EmptyPoll { Shown, Silent };
+    std::optional<CachedBarcode> PollBarcode(EmptyPoll emptyPoll);
+    // The type is dropped if codeType is null. 11 if the text is longer than the buffer; then it is lost.
+    ResultCode HandOver(CachedBarcode barcode, int32_t* codeType, const CallerBuffer& buffer);
+    // As BarcodeCache::Wait.
+    void WaitForBarcode(uint32_t timeoutMs) { m_Cache.Wait(timeoutMs); }
     // Makes present and later waits for barcodes return at once, and ends an exchange: the object is about to
     // go.
     void EndWaits();
-    bool WaitsAreEnded() const { return m_WaitsEnded.load(); }
+    bool WaitsAreEnded() const { return m_Cache.WaitsAreEnded(); }
     // Ends the event thread before the destruction: the library is being taken down with the object still
     // there.
     void EndEventThread() { m_EventQueue.EndThread(); }
@@ -141,7 +142,6 @@ class CScanner : public CDevice {
     void HandleStatusUpdateEvent(const EventRecord& record);
 
     void RequestStatistics();
-    void LogPropertyName(const char* text, int32_t number) noexcept;
 
     // Of every arbiter call; the device type is the same whatever the link.
     LinkKey Key() const { return {.deviceType = DeviceUsb, .linkType = m_LinkType, .port = m_ComPort}; }
@@ -150,6 +150,7 @@ class CScanner : public CDevice {
     static constexpr uint32_t kClosingWriteMs = 2000;
 
     struct ExchangePlan;
+    struct Properties;
 
     static int32_t DataCallbackEntry(void* owner, std::string& block, uint32_t status);
     static void PowerCallbackEntry(void* owner, uint32_t status);
@@ -172,15 +173,10 @@ class CScanner : public CDevice {
     void LinkLost();
     void LinkBack();
 
-    bool ReadNumber(int32_t number, int32_t& value);
-    ResultCode WriteNumber(int32_t number, int32_t value);
-    ResultCode SetDataEventEnabled(bool flag);
-    ResultCode SetDeviceEnabled(bool flag);
-    ResultCode SetFreezeEvents(bool flag);
-    void SetBinaryConversion(int32_t value);
-    ResultCode SetPowerNotify(int32_t value);
-    ResultCode SetDecodeData(bool flag);
-    bool ReadText(int32_t number, std::string& value);
+    template <typename Read>
+    ResultCode AnswerNumber(int32_t number, int32_t* value, Read read);
+    template <typename Read>
+    ResultCode AnswerText(int32_t number, const CallerBuffer& buffer, Read read);
     BinaryConversion ConversionMode() const;
 
     static bool AppendWithinReason(std::string& bytes, std::string_view more);
@@ -200,11 +196,10 @@ class CScanner : public CDevice {
     bool HandleOneReply(std::string& bytes, const EventRecord& record);
     ResultCode RefuseTextOperation(const char* key, const std::string& text, const char* resultFormat);
 
+    BarcodeCache m_Cache;  // has a lock of its own
     // Guarded by m_DataMutex:
-    BarcodeCache m_Cache;
     bool m_BarcodeLost = false;               // the barcode under way is dropped up to its last part
     bool m_ReplyLost = false;                 // something of the exchange under way is missing: there will be no reply
-    std::atomic<bool> m_BarcodeAdded{false};  // and m_BarcodeEvent not yet set; taken without the mutex
     std::atomic<uint32_t> m_DirectIOCode{0};  // code of the last reply; decides nothing
     std::string m_StatisticsReply;            // what a scanner tells about itself; nothing fills it at present
     // Calls of OnDataEvent that Update owes, all alike; added under m_DataMutex.
@@ -213,12 +208,10 @@ class CScanner : public CDevice {
     OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
     OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
     OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
-    OsEvent m_BarcodeEvent{kManualResetEvent};     // a barcode was added; reset under m_DataMutex by who finds none
     platform::WriteLimit m_WriteLimit;             // of this handle's link; has a lock of its own
     // What a send writes to, without m_EnableMutex, which an opening holds. Set at each enabling and left alone at
     // disabling: a lost link is still listed and takes writes, which fail in silence. Has a lock of its own.
     HeldLink m_SendLink;
-    std::atomic<bool> m_WaitsEnded{false};
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};
     std::atomic<bool> m_ExchangeWithoutLimit{false};  // the exchange under way would outlast a lost link

@@ -51,10 +51,7 @@ int32_t CScanner::ProcessDataEvent(std::string& block, uint32_t status) {
 }
 
 ResultCode CScanner::ProcessEvent(EventRecord& record) {
-    // Given without the mutex, or the consumer would wake into it.
-    ScopeExit told([this] {
-        if (m_BarcodeAdded.exchange(false)) m_BarcodeEvent.Signal();
-    });
+    ScopeExit announced([this] { m_Cache.Announce(); });  // once the block is done with, and without the mutex
     std::lock_guard lock(m_DataMutex);
     LogTrace trace("CScanner::ProcessEvent");
     switch (record.type) {
@@ -149,12 +146,13 @@ void CScanner::TakeBarcodePart(const ReplyPacket& reply) {
     }
 }
 
-// Whatever stands behind a finished barcode in the buffer is dropped with it.
+// Whatever stands behind a finished barcode in the buffer is dropped with it. The barcode is there for consumers last of
+// all: one that takes it and waits for the next sets DataEventEnabled again, which must not be undone here after that.
 void CScanner::AddBarcode(std::string text, int32_t codeType) {
-    m_Cache.Add(std::move(text), codeType);
-    m_BarcodeAdded = true;
+    BarcodeCache::Entry entry(std::move(text), codeType);
     m_DataBuffer.clear();
     PostDataEvent();
+    m_Cache.Add(std::move(entry));
 }
 
 void CScanner::PostDataEvent() {
@@ -180,27 +178,6 @@ ResultCode CScanner::ClearInput() {
     const ResultCode result = m_ResultCode = ResultSuccess;
     LogInfo("    | ResultCode: %d", result);
     return result;
-}
-
-bool CScanner::HasBarcode() {
-    std::lock_guard lock(m_DataMutex);
-    return m_Cache.Count() > 0;
-}
-
-void CScanner::DropBarcodeType() {
-    std::lock_guard lock(m_DataMutex);
-    m_Cache.PopType();
-}
-
-// The event is set some time after its barcode was added, perhaps after that was taken, and stays set. So it is reset
-// here, with the mutex held: a barcode that is added later signals later.
-void CScanner::WaitForBarcode(uint32_t timeoutMs) {
-    {
-        std::lock_guard lock(m_DataMutex);
-        if (m_Cache.Count() > 0) return;
-        if (!m_WaitsEnded) m_BarcodeEvent.Reset();
-    }
-    m_BarcodeEvent.TimedWait(timeoutMs);
 }
 
 }  // namespace quillet

@@ -70,7 +70,7 @@ ExchangeOutcome CScanner::RunExchange(const ExchangePlan& plan) {
     BeginExchange();
     // Asked after the reset of m_BreakEvent: whoever breaks exchanges off first changes one of these, so that either the
     // change is seen here or the signal comes after the reset.
-    if (m_Closing || m_WaitsEnded || !m_Status.Has(StatusEnabled)) {
+    if (m_Closing || WaitsAreEnded() || !m_Status.Has(StatusEnabled)) {
         outcome.result = ResultIllegal;
         return outcome;
     }

@@ -77,8 +77,11 @@ const LinkKind* CScanner::ChooseKind(const DiscoveredLists& found) {
 void CScanner::StoreOpened(const LinkKind& kind) {
     if (kind.port != nullptr) m_ComPort = kind.port(m_Parameters);
     m_LinkType = kind.linkType;
-    m_DeviceName = "Tovra_" + m_Parameters.GetString("module", "");
-    m_DeviceDescription = m_DeviceName + " Scanner.";
+    {
+        std::lock_guard lock(m_TextMutex);
+        m_DeviceName = "Tovra_" + m_Parameters.GetString("module", "");
+        m_DeviceDescription = m_DeviceName + " Scanner.";
+    }
     m_PortText = NumToString(m_ComPort.load());
     m_ClaimMutex.SetName(m_PortText);
     m_ClaimMutex.Create();

@@ -1,6 +1,9 @@
 // The service's state by numbered properties.
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "foundation/log.h"
 #include "service/property.h"
@@ -9,39 +12,7 @@
 namespace quillet {
 namespace {
 
-struct PropertyLabel {
-    int32_t number;
-    std::string_view label;
-};
-
 constexpr std::string_view kUnknownLabel = "\t Unknown";
-
-constexpr PropertyLabel kLabels[] = {
-    {PropClaimed, "\t Claimed"},
-    {PropDataEventEnabled, "\t DataEventEnabled"},
-    {PropDeviceEnabled, "\t DeviceEnabled"},
-    {PropFreezeEvents, "\t FreezeEvents"},
-    {PropResultCode, "\t ResultCode"},
-    {PropResultCodeExtended, "\t ResultCodeExtended"},
-    {PropServiceObjectVersion, "\t ServiceObjectVersion"},
-    {PropState, "\t State"},
-    {PropAutoDisable, "\t AutoDisable"},
-    {PropBinaryConversion, "\t BinaryConversion"},
-    {PropDataCount, "\t DataCount"},
-    {PropPowerNotify, "\t PowerNotify"},
-    {PropPowerState, "\t PowerState"},
-    {PropCapPowerReporting, "\t CapPowerReporting"},
-    {PropCapStatisticsReporting, "\t CapStatisticsReporting"},
-    {PropCapUpdateStatistics, "\t CapUpdateStatistics"},
-    {PropScanDecodeData, "\t Scan_DecodeData"},
-    {PropScanDataType, "\t Scan_ScanDataType"},
-    {PropCheckHealthText, "\t CheckHealthText"},
-    {PropDeviceDescription, "\t DeviceDescription"},
-    {PropDeviceName, "\t DeviceName"},
-    {PropServiceName, "\t DeviceName"},
-    {PropScanData, "\t Scan_ScanData"},
-    {PropScanDataLabel, "\t Scan_ScanDataLabel"},
-};
 
 // Version 1.9.3 in the device model's way of writing one.
 constexpr int32_t kServiceObjectVersion = 1009003;
@@ -49,28 +20,172 @@ constexpr int32_t kServiceObjectVersion = 1009003;
 // Modes of BinaryConversion with the number 0x800, a mode of other device classes.
 constexpr uint32_t kAllBinaryModes = StatusBinaryNone | StatusBinaryNibble | StatusBinaryDecimal | 0x800;
 
-// Reads that leave the stored result of the last operation alone.
-bool KeepsResultCode(int32_t number) {
-    return number == PropResultCode || number == PropResultCodeExtended || number == PropState ||
-           number == PropDataCount || number == PropPowerState || number == PropCacheCount;
-}
-
 }  // namespace
 
-void CScanner::LogPropertyName(const char* text, int32_t number) noexcept {
-    if (!LogWanted(LLInfo)) return;
-    std::string_view label = kUnknownLabel;
-    for (const PropertyLabel& row : kLabels) {
-        if (row.number == number) label = row.label;
+// All that the properties differ in, a row each.
+struct CScanner::Properties {
+    // What a read does to the stored result of the last operation.
+    enum AfterRead { ClearsResult, KeepsResult };
+
+    struct Row {
+        int32_t number;
+        std::string_view label;  // as the log shows it
+        AfterRead afterRead = ClearsResult;
+        bool (*read)(CScanner&, int32_t& value) = nullptr;  // false: can't be read now, value left as it was
+        ResultCode (*write)(CScanner&, int32_t value) = nullptr;
+        std::string (*readText)(CScanner&) = nullptr;
+    };
+    static const Row kRows[];
+
+    // Null for a number that is no property's.
+    static const Row* Find(int32_t number);
+    static std::string_view LabelOf(const Row* row) { return row != nullptr ? row->label : kUnknownLabel; }
+
+    template <StatusBit bit>
+    static bool ReadBit(CScanner& scanner, int32_t& value) {
+        value = scanner.m_Status.Has(bit);
+        return true;
     }
-    LogInfo(text, label);
+    template <int32_t constant>
+    static bool ReadConstant(CScanner&, int32_t& value) {
+        value = constant;
+        return true;
+    }
+    // A word that several threads change, read without a lock: the state must be there to ask for at any time.
+    template <auto word>
+    static bool ReadWord(CScanner& scanner, int32_t& value) {
+        value = static_cast<int32_t>((scanner.*word).load());
+        return true;
+    }
+    static bool ReadDeviceEnabled(CScanner& scanner, int32_t& value) {
+        if (scanner.m_Status.Has(StatusClaimed)) return ReadBit<StatusEnabled>(scanner, value);
+        LogWarning("Cannot check the device enabled property before it has been claimed.");
+        return false;
+    }
+    static bool ReadBinaryConversion(CScanner& scanner, int32_t& value) {
+        value = scanner.m_Status.Has(StatusBinaryNibble) ? 1 : scanner.m_Status.Has(StatusBinaryDecimal) ? 2 : 0;
+        return true;
+    }
+    static bool ReadCount(CScanner& scanner, int32_t& value) {
+        value = static_cast<int32_t>(scanner.m_Cache.Count());
+        return true;
+    }
+    static bool TakeType(CScanner& scanner, int32_t& value) {
+        value = scanner.m_Cache.PopType();
+        return true;
+    }
+
+    static ResultCode WriteDataEventEnabled(CScanner& scanner, int32_t value) {
+        scanner.DataEventEnable(value != 0);
+        const bool frozen = scanner.m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
+        // The bit is stored all the same; a barcode that came in between isn't a failure either.
+        return value != 0 && frozen ? ResultFailure : ResultSuccess;
+    }
+    static ResultCode WriteDeviceEnabled(CScanner& scanner, int32_t value) {
+        if (scanner.m_Status.Has(StatusClaimed)) return scanner.DeviceEnable(value != 0);
+        LogWarning("The device must be claimed before it can be enabled.");
+        return ResultNotClaimed;
+    }
+    static ResultCode WriteFreezeEvents(CScanner& scanner, int32_t value) {
+        const bool flag = value != 0;
+        scanner.m_Status.Put(StatusFreezeEvents, flag);
+        scanner.m_EventQueue.SetFreeze(flag);
+        scanner.OnFreezeEvents();
+        return !flag && scanner.m_Status.Has(StatusFreezeEvents | StatusCOFreeze) ? ResultFailure : ResultSuccess;
+    }
+    static ResultCode WriteAutoDisable(CScanner& scanner, int32_t value) {
+        scanner.m_Status.Put(StatusAutoDisable, value != 0);
+        scanner.m_EventQueue.SetAutoDisable(value != 0);
+        return ResultSuccess;
+    }
+    // A value without a mode leaves none; coding is decimal then, and reads give 0.
+    static ResultCode WriteBinaryConversion(CScanner& scanner, int32_t value) {
+        constexpr uint32_t kModes[] = {StatusBinaryNone, StatusBinaryNibble, StatusBinaryDecimal};
+        scanner.m_Status.Clear(kAllBinaryModes);
+        if (value >= 0 && value <= 2) scanner.m_Status.Set(kModes[value]);
+        return ResultSuccess;
+    }
+    static ResultCode WritePowerNotify(CScanner& scanner, int32_t value) {
+        if (scanner.m_Status.Has(StatusEnabled)) return ResultIllegal;
+        scanner.m_PowerNotify = static_cast<uint32_t>(value);
+        return ResultSuccess;
+    }
+    static ResultCode WriteDecodeData(CScanner& scanner, int32_t value) {
+        if (!scanner.m_Status.Has(StatusEnabled)) {
+            LogWarning("The device must be enable before it can be enabled.");
+            return ResultDisabled;
+        }
+        scanner.m_Status.Put(StatusDecodeData, value != 0);
+        scanner.EnableDeocdeData(value != 0);
+        return ResultSuccess;
+    }
+
+    template <auto text>
+    static std::string ReadOwnText(CScanner& scanner) {
+        std::lock_guard lock(scanner.m_TextMutex);
+        return scanner.*text;
+    }
+    static std::string ReadServiceName(CScanner&) { return "Tovra Quillet."; }
+    static std::string TakeText(CScanner& scanner) { return ShownText(scanner.m_Cache.PopText()); }
+    static std::string TakeLabel(CScanner& scanner) {
+        std::string label = scanner.m_Cache.PopLabel();
+        LogDebug("out ScanDataLabel :", label);
+        return label;
+    }
+    static std::string ShownText(std::string text) {
+        LogInfo("out ScanData :", text);
+        return text;
+    }
+};
+
+const CScanner::Properties::Row CScanner::Properties::kRows[] = {
+    {PropClaimed, "\t Claimed", ClearsResult, ReadBit<StatusClaimed>},
+    {PropDataEventEnabled, "\t DataEventEnabled", ClearsResult, ReadBit<StatusDataEventEnabled>, WriteDataEventEnabled},
+    {PropDeviceEnabled, "\t DeviceEnabled", ClearsResult, ReadDeviceEnabled, WriteDeviceEnabled},
+    {PropFreezeEvents, "\t FreezeEvents", ClearsResult, ReadBit<StatusFreezeEvents>, WriteFreezeEvents},
+    {PropResultCode, "\t ResultCode", KeepsResult, ReadWord<&CScanner::m_ResultCode>},
+    {PropResultCodeExtended, "\t ResultCodeExtended", KeepsResult, ReadWord<&CScanner::m_ResultCodeExtended>},
+    {PropServiceObjectVersion, "\t ServiceObjectVersion", ClearsResult, ReadConstant<kServiceObjectVersion>},
+    {PropState, "\t State", KeepsResult, ReadWord<&CScanner::m_State>},
+    {PropAutoDisable, "\t AutoDisable", ClearsResult, ReadBit<StatusAutoDisable>, WriteAutoDisable},
+    {PropBinaryConversion, "\t BinaryConversion", ClearsResult, ReadBinaryConversion, WriteBinaryConversion},
+    {PropDataCount, "\t DataCount", KeepsResult, ReadCount},
+    {PropPowerNotify, "\t PowerNotify", ClearsResult, ReadWord<&CScanner::m_PowerNotify>, WritePowerNotify},
+    {PropPowerState, "\t PowerState", KeepsResult, ReadWord<&CScanner::m_PowerState>},
+    {PropCapPowerReporting, "\t CapPowerReporting", ClearsResult, ReadConstant<1>},
+    {PropCapStatisticsReporting, "\t CapStatisticsReporting", ClearsResult, ReadConstant<1>},
+    {PropCapUpdateStatistics, "\t CapUpdateStatistics", ClearsResult, ReadConstant<0>},
+    {PropScanDecodeData, "\t Scan_DecodeData", ClearsResult, ReadBit<StatusDecodeData>, WriteDecodeData},
+    {PropScanDataType, "\t Scan_ScanDataType", ClearsResult, TakeType},
+    {PropCacheCount, kUnknownLabel, KeepsResult, ReadCount},
+    {.number = PropCheckHealthText,
+     .label = "\t CheckHealthText",
+     .readText = ReadOwnText<&CScanner::m_CheckHealthText>},
+    {.number = PropDeviceDescription,
+     .label = "\t DeviceDescription",
+     .readText = ReadOwnText<&CScanner::m_DeviceDescription>},
+    {.number = PropDeviceName, .label = "\t DeviceName", .readText = ReadOwnText<&CScanner::m_DeviceName>},
+    {.number = PropServiceName, .label = "\t DeviceName", .readText = ReadServiceName},
+    {.number = PropScanData, .label = "\t Scan_ScanData", .readText = TakeText},
+    {.number = PropScanDataLabel, .label = "\t Scan_ScanDataLabel", .readText = TakeLabel},
+};
+
+const CScanner::Properties::Row* CScanner::Properties::Find(int32_t number) {
+    for (const Row& row : kRows) {
+        if (row.number == number) return &row;
+    }
+    return nullptr;
 }
 
-ResultCode CScanner::GetPropertyNumber(int32_t number, int32_t* value) {
-    LogPropertyName(">>> GetPropertyNumber", number);
+// The frame of every read of a number; the value comes from the caller's step, false from which means that there is none.
+template <typename Read>
+ResultCode CScanner::AnswerNumber(int32_t number, int32_t* value, Read read) {
+    const Properties::Row* const row = Properties::Find(number);
+    const std::string_view label = Properties::LabelOf(row);
+    LogInfo(">>> GetPropertyNumber", label);
     LogInfo("    | PropIndex: ", number);
-    ResultCode result = ReadNumber(number, *value) ? ResultSuccess : ResultIllegal;
-    if (KeepsResultCode(number)) {
+    ResultCode result = read(row, *value) ? ResultSuccess : ResultIllegal;
+    if (row != nullptr && row->afterRead == Properties::KeepsResult) {
         result = m_ResultCode;
     } else {
         m_ResultCode = result;
@@ -78,126 +193,36 @@ ResultCode CScanner::GetPropertyNumber(int32_t number, int32_t* value) {
     }
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", *value);
-    LogPropertyName("<<< GetPropertyNumber", number);
+    LogInfo("<<< GetPropertyNumber", label);
     return result;
 }
 
-// False for a number that can't be read now or at all. Only the lists are read with m_DataMutex: the state must be there
-// to ask for while the read thread holds it.
-bool CScanner::ReadNumber(int32_t number, int32_t& value) {
-    switch (number) {
-        case PropClaimed: value = m_Status.Has(StatusClaimed); return true;
-        case PropDataEventEnabled: value = m_Status.Has(StatusDataEventEnabled); return true;
-        case PropDeviceEnabled:
-            if (!m_Status.Has(StatusClaimed)) {
-                LogWarning("Cannot check the device enabled property before it has been claimed.");
-                return false;
-            }
-            value = m_Status.Has(StatusEnabled);
-            return true;
-        case PropFreezeEvents: value = m_Status.Has(StatusFreezeEvents); return true;
-        case PropResultCode: value = m_ResultCode; return true;
-        case PropResultCodeExtended: value = m_ResultCodeExtended; return true;
-        case PropServiceObjectVersion: value = kServiceObjectVersion; return true;
-        case PropState: value = static_cast<int32_t>(m_State.load()); return true;
-        case PropAutoDisable: value = m_Status.Has(StatusAutoDisable); return true;
-        case PropBinaryConversion:
-            value = m_Status.Has(StatusBinaryNibble) ? 1 : m_Status.Has(StatusBinaryDecimal) ? 2 : 0;
-            return true;
-        case PropDataCount:
-        case PropCacheCount: {
-            const auto lock = LockCache();
-            value = static_cast<int32_t>(m_Cache.Count());
-            return true;
-        }
-        case PropPowerNotify: value = static_cast<int32_t>(m_PowerNotify.load()); return true;
-        case PropPowerState: value = static_cast<int32_t>(m_PowerState.load()); return true;
-        case PropCapPowerReporting:
-        case PropCapStatisticsReporting: value = 1; return true;
-        case PropCapUpdateStatistics: value = 0; return true;
-        case PropScanDecodeData: value = m_Status.Has(StatusDecodeData); return true;
-        case PropScanDataType: {
-            const auto lock = LockCache();
-            value = m_Cache.PopType();
-            return true;
-        }
-        default:
-            LogWarning("Invalid property number specified.");
-            value = 0;
-            return false;
-    }
+ResultCode CScanner::GetPropertyNumber(int32_t number, int32_t* value) {
+    return AnswerNumber(number, value, [this](const Properties::Row* row, int32_t& place) {
+        if (row != nullptr && row->read != nullptr) return row->read(*this, place);
+        LogWarning("Invalid property number specified.");
+        place = 0;
+        return false;
+    });
 }
 
 ResultCode CScanner::SetPropertyNumber(int32_t number, int32_t value) {
-    LogPropertyName(">>> SetPropertyNumber", number);
+    const Properties::Row* const row = Properties::Find(number);
+    const std::string_view label = Properties::LabelOf(row);
+    LogInfo(">>> SetPropertyNumber", label);
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", value);
     m_ResultCode = ResultSuccess;
     m_ResultCodeExtended = 0;
-    const ResultCode result = WriteNumber(number, value);
+    ResultCode result = ResultIllegal;
+    if (row != nullptr && row->write != nullptr) {
+        result = row->write(*this, value);
+    } else {
+        LogWarning("An invalid property number was specified.");
+    }
     m_ResultCode = result;
-    LogPropertyName("<<< SetPropertyNumber", number);
+    LogInfo("<<< SetPropertyNumber", label);
     return result;
-}
-
-ResultCode CScanner::WriteNumber(int32_t number, int32_t value) {
-    const bool flag = value != 0;
-    switch (number) {
-        case PropDataEventEnabled: return SetDataEventEnabled(flag);
-        case PropDeviceEnabled: return SetDeviceEnabled(flag);
-        case PropFreezeEvents: return SetFreezeEvents(flag);
-        case PropAutoDisable:
-            m_Status.Put(StatusAutoDisable, flag);
-            m_EventQueue.SetAutoDisable(flag);
-            return ResultSuccess;
-        case PropBinaryConversion: SetBinaryConversion(value); return ResultSuccess;
-        case PropPowerNotify: return SetPowerNotify(value);
-        case PropScanDecodeData: return SetDecodeData(flag);
-        default: LogWarning("An invalid property number was specified."); return ResultIllegal;
-    }
-}
-
-ResultCode CScanner::SetDataEventEnabled(bool flag) {
-    DataEventEnable(flag);
-    const bool frozen = m_Status.Has(StatusFreezeEvents | StatusCOFreeze);
-    // The bit is stored all the same; a barcode that came in between isn't a failure either.
-    return flag && frozen ? ResultFailure : ResultSuccess;
-}
-
-ResultCode CScanner::SetDeviceEnabled(bool flag) {
-    if (m_Status.Has(StatusClaimed)) return DeviceEnable(flag);
-    LogWarning("The device must be claimed before it can be enabled.");
-    return ResultNotClaimed;
-}
-
-ResultCode CScanner::SetFreezeEvents(bool flag) {
-    m_Status.Put(StatusFreezeEvents, flag);
-    m_EventQueue.SetFreeze(flag);
-    OnFreezeEvents();
-    return !flag && m_Status.Has(StatusFreezeEvents | StatusCOFreeze) ? ResultFailure : ResultSuccess;
-}
-
-// A value without a mode leaves none; coding is decimal then, and reads give 0.
-void CScanner::SetBinaryConversion(int32_t value) {
-    constexpr uint32_t kModes[] = {StatusBinaryNone, StatusBinaryNibble, StatusBinaryDecimal};
-    m_Status.Clear(kAllBinaryModes);
-    if (value >= 0 && value <= 2) m_Status.Set(kModes[value]);
-}
-
-ResultCode CScanner::SetPowerNotify(int32_t value) {
-    if (m_Status.Has(StatusEnabled)) return ResultIllegal;
-    m_PowerNotify = static_cast<uint32_t>(value);
-    return ResultSuccess;
-}
-
-ResultCode CScanner::SetDecodeData(bool flag) {
-    if (!m_Status.Has(StatusEnabled)) {
-        LogWarning("The device must be enable before it can be enabled.");
-        return ResultDisabled;
-    }
-    m_Status.Put(StatusDecodeData, flag);
-    EnableDeocdeData(flag);
-    return ResultSuccess;
 }
 
 // A closed service has no mode either; its texts are read as they are.
@@ -206,33 +231,13 @@ BinaryConversion CScanner::ConversionMode() const {
     return m_Status.Has(StatusBinaryNibble) ? BinaryConversion::Nibble : BinaryConversion::Decimal;
 }
 
-bool CScanner::ReadText(int32_t number, std::string& value) {
-    std::lock_guard lock(m_DataMutex);
-    switch (number) {
-        case PropCheckHealthText: value = m_CheckHealthText; return true;
-        case PropDeviceDescription: value = m_DeviceDescription; return true;
-        case PropDeviceName: value = m_DeviceName; return true;
-        case PropServiceName: value = "Tovra Quillet."; return true;
-        case PropScanData:
-            value = m_Cache.PopText();
-            LogInfo("out ScanData :", value);
-            return true;
-        case PropScanDataLabel:
-            value = m_Cache.PopLabel();
-            LogDebug("out ScanDataLabel :", value);
-            return true;
-        default:
-            LogWarning("An invalid property number was specified.");
-            value = "[Error]";
-            return false;
-    }
-}
-
-ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffer) {
+// The frame of every read of a text, as AnswerNumber. A read that there is no property for answers "[Error]".
+template <typename Read>
+ResultCode CScanner::AnswerText(int32_t number, const CallerBuffer& buffer, Read read) {
     LogTrace trace("CScanner::GetPropertyString");
     LogInfo("    | PropIndex: ", number);
     std::string value;
-    const ResultCode result = ReadText(number, value) ? ResultSuccess : ResultIllegal;
+    const ResultCode result = read(value) ? ResultSuccess : ResultIllegal;
     m_ResultCode = result;
     const BinaryConversion mode = ConversionMode();
     if (mode != BinaryConversion::None) value = EncodeBinaryText(value, mode);
@@ -244,6 +249,43 @@ ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffe
     LogInfo("    | String Ascii : ", AsciiOf{value});
     LogInfo("    | String Hex : ", HexOf{value});
     return result;
+}
+
+ResultCode CScanner::GetPropertyString(int32_t number, const CallerBuffer& buffer) {
+    return AnswerText(number, buffer, [&](std::string& place) {
+        const Properties::Row* const row = Properties::Find(number);
+        if (row != nullptr && row->readText != nullptr) {
+            place = row->readText(*this);
+            return true;
+        }
+        LogWarning("An invalid property number was specified.");
+        place = "[Error]";
+        return false;
+    });
+}
+
+std::optional<CachedBarcode> CScanner::PollBarcode(EmptyPoll emptyPoll) {
+    std::optional<CachedBarcode> barcode = m_Cache.Take();
+    if (!barcode && emptyPoll == EmptyPoll::Silent) return barcode;
+    int32_t count = 0;
+    AnswerNumber(PropCacheCount, &count, [&](const Properties::Row*, int32_t& place) {
+        place = barcode ? static_cast<int32_t>(barcode->count) : 0;
+        return true;
+    });
+    return barcode;
+}
+
+ResultCode CScanner::HandOver(CachedBarcode barcode, int32_t* codeType, const CallerBuffer& buffer) {
+    if (codeType != nullptr) {
+        AnswerNumber(PropScanDataType, codeType, [&](const Properties::Row*, int32_t& place) {
+            place = barcode.codeType;
+            return true;
+        });
+    }
+    return AnswerText(PropScanData, buffer, [&](std::string& place) {
+        place = Properties::ShownText(std::move(barcode.text));
+        return true;
+    });
 }
 
 ResultCode CScanner::SetPropertyString(int32_t number, const char* text) {

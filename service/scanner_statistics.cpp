@@ -37,7 +37,7 @@ ResultCode CScanner::CheckHealth(uint32_t level) {
         text = "[Error]";
     }
     {
-        std::lock_guard lock(m_DataMutex);
+        std::lock_guard lock(m_TextMutex);
         m_CheckHealthText = text;
     }
     LogInfo("    | ResultCode: %d", m_ResultCode.load());

@@ -1,4 +1,5 @@
 // Barcode retrieval calls.
+#include <optional>
 #include <utility>
 
 #include "api/handle/scanner_object.h"
@@ -38,19 +39,12 @@ struct BarcodeTaking {
     const CallerBuffer& buffer;
     ResultCode result = ResultTimeout;
 
-    // False if there is none. Count, type and text belong to one barcode, as the cache is held still meanwhile.
-    bool Try(DataEvents* armed) {
-        const auto held = scanner.LockCache();
-        int32_t count = 0;
-        scanner.GetPropertyNumber(PropCacheCount, &count);
-        if (count == 0) return false;
+    // False if there is none.
+    bool Try(DataEvents* armed, CScanner::EmptyPoll emptyPoll = CScanner::EmptyPoll::Shown) {
+        std::optional<CachedBarcode> barcode = scanner.PollBarcode(emptyPoll);
+        if (!barcode) return false;
         if (armed != nullptr) armed->SwitchOff();
-        if (codeType != nullptr) {
-            scanner.GetPropertyNumber(PropScanDataType, codeType);
-        } else {
-            scanner.DropBarcodeType();
-        }
-        result = scanner.GetPropertyString(PropScanData, buffer);
+        result = scanner.HandOver(*std::move(barcode), codeType, buffer);
         return true;
     }
 };
@@ -79,8 +73,7 @@ class BarcodeWait {
             const int64_t leftMs = m_TimeoutMs < 0 ? platform::kNoLimitMs : sliceEnd - ElapsedMs();
             if (leftMs <= 0 || m_Taking.scanner.WaitsAreEnded()) return false;
             m_Taking.scanner.WaitForBarcode(static_cast<uint32_t>(leftMs));
-            const auto held = m_Taking.scanner.LockCache();
-            if (m_Taking.scanner.HasBarcode()) return m_Taking.Try(&m_Armed);
+            if (m_Taking.Try(&m_Armed, CScanner::EmptyPoll::Silent)) return true;
         }
     }
 

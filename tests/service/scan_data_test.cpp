@@ -123,7 +123,7 @@ TEST_F(ScanDataTest, MoreThanAMebibyteIsDroppedToItsEnd) {
     EXPECT_EQ(m_Scanner.Number(PropDataCount), 1);
 
     BarcodeCache cache;
-    for (int i = 0; i < 17; ++i) cache.Add(std::string(1 << 20, static_cast<char>('a' + i)), 3);
+    for (int i = 0; i < 17; ++i) cache.Add({std::string(1 << 20, static_cast<char>('a' + i)), 3});
     EXPECT_EQ(cache.PopLabel()[0], 'b');  // 16 MiB of labels
     EXPECT_EQ(cache.PopText()[0], 'a');
 }

@@ -111,7 +111,7 @@ void CDevice::ResetState() {
         m_DeviceName.clear();
         m_DeviceDescription.clear();
     }
-    for (std::string* text : {&m_ModelNumber, &m_PortText, &m_DataBuffer, &m_ScanData, &m_DirectIORaw}) text->clear();
+    m_PortText.clear();
     m_PowerNotify = 0;
     m_PowerState = PowerUnknown;
     m_ComPort = 0;

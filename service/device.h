@@ -20,19 +20,19 @@ namespace quillet {
 
 enum DeviceState : uint32_t { StateClosed = 1, StateOpen = 2, StateEnabled = 3 };
 
-// The base of CScanner. Words that several threads touch are atomics; the texts are written by Open and
-// CloseService alone, when no thread of a link is running.
+// The base of CScanner. Words that several threads touch are atomics. What has neither a lock nor is one is written by
+// opening, claiming and closing alone, which one thread at a time does, and when no thread of a link is running.
 class CDevice {
   public:
-    virtual ~CDevice();
     CDevice(const CDevice&) = delete;
     CDevice& operator=(const CDevice&) = delete;
 
-    // Back to the closed defaults. Keeps m_ResultCode, m_OpenResult, m_CheckHealthText and m_Closing.
-    virtual void ResetState();
-
   protected:
     CDevice();
+    ~CDevice();
+
+    // Back to the closed defaults. Keeps m_ResultCode, m_OpenResult, m_CheckHealthText and m_Closing.
+    void ResetState();
 
     // Claims the port against other handles of this process and against other processes. 0 if claimed. The claim belongs
     // to the calling thread.
@@ -61,7 +61,6 @@ class CDevice {
     std::string m_CheckHealthText;
     std::string m_DeviceDescription;
     std::string m_DeviceName;
-    std::string m_ModelNumber;
     std::string m_StatisticsText;
     std::atomic<ResultCode> m_OpenResult{0};
     // Result of the last operation, whichever thread ran it: for reads that hand it on, and for nothing else. An
@@ -71,12 +70,7 @@ class CDevice {
     std::atomic<uint32_t> m_LinkType{LinkNone};
     std::string m_PortText;  // m_ComPort in decimal
     CNamedMutex m_ClaimMutex;
-    std::string m_ClaimedName;      // as the process's list of claims has it, while StatusClaimed is set
-    std::shared_ptr<CComm> m_Comm;  // keeps the link alive while enabled; guarded by CScanner's m_EnableMutex
-    // Guarded by CScanner's m_DataMutex:
-    std::string m_DataBuffer;   // received and not yet parsed
-    std::string m_ScanData;     // a barcode's parts so far; during an exchange the reply's payload
-    std::string m_DirectIORaw;  // everything received during an exchange
+    std::string m_ClaimedName;  // as the process's list of claims has it, while StatusClaimed is set
     ParameterList m_Parameters;
     std::atomic<bool> m_Closing{false};  // CloseService is running: the power thread doesn't act
     CEventQueue m_EventQueue;            // last: its thread finds everything else made

@@ -18,7 +18,6 @@ void CallerBuffer::Fill(const std::string& result) const {
 }
 
 CScanner::CScanner() : m_CreatorThread(platform::CurrentThreadId()) {
-    m_DataBuffer.reserve(kMaxReadSize);  // so that no block is lost for want of memory
     m_EventQueue.SetCallback(this, &CScanner::EventCallbackEntry);
 }
 
@@ -29,9 +28,8 @@ CScanner::~CScanner() {
 }
 
 void CScanner::ResetState() {
-    std::lock_guard lock(m_DataMutex);
     m_Cache.Clear();
-    m_BarcodeLost = false;
+    m_Assembly.Reset();
     CDevice::ResetState();
 }
 
@@ -53,8 +51,7 @@ void CScanner::GiveUp() {
 void CScanner::EndWaits() {
     m_WriteLimit.Begin(kClosingWriteMs);  // for good
     m_Cache.EndWaits();
-    std::lock_guard lock(m_DataMutex);
-    BreakExchange();
+    m_Exchange.CloseForGood();
 }
 
 int32_t CScanner::DataCallbackEntry(void* owner, std::string& block, uint32_t status) {

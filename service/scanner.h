@@ -1,7 +1,6 @@
 // The service object behind a ScannerHandle: opened, claimed, enabled; hands out barcodes; runs exchanges.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -12,20 +11,14 @@
 #include "foundation/text.h"
 #include "platform/write_limit.h"
 #include "protocol/packet.h"
-#include "protocol/reply_parser.h"
+#include "service/barcode_assembly.h"
 #include "service/barcode_cache.h"
 #include "service/device.h"
+#include "service/exchange.h"
 #include "transport/held_link.h"
 #include "transport/link_kinds.h"
 
 namespace quillet {
-
-// How an exchange ended, handed to its own caller: another thread's operation may change m_ResultCode
-// meanwhile.
-struct ExchangeOutcome {
-    ResultCode result = ResultSuccess;
-    std::string reply;
-};
 
 // A buffer of the caller's, filled as everywhere in this library: zeros over its whole length, then the
 // result.
@@ -39,46 +32,45 @@ struct CallerBuffer {
 };
 
 // What several threads do here:
-// - application threads: everything public. Open, CloseService, ClaimDevice and ReleaseDevice by one at a
-// time.
+// - application threads: everything public. Open, CloseService, ClaimDevice and ReleaseDevice by one at a time.
 // - the link's power thread: ProcessStatusEvent, and from there DeviceEnable; ReopenLink.
-// - the link's read thread: ProcessDataEvent. It takes m_DataMutex and never the two locks above it.
-// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, m_DataMutex.
-class CScanner : public CDevice {
+// - the link's read thread: ProcessDataEvent. It takes the locks of the parts that a block goes to, each for that block at
+//   most, and never m_EnableMutex or the arbiter's.
+// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, then those of m_Exchange, m_Assembly
+// and m_Cache.
+class CScanner : public CDevice, private BarcodeAssembly::Sink {
   public:
     CScanner();
-    ~CScanner() override;
-
-    void ResetState() override;
+    ~CScanner();
 
     // Properties by number (scanner_properties.cpp).
-    virtual ResultCode SetPropertyString(int32_t number, const char* text);
-    virtual ResultCode SetPropertyNumber(int32_t number, int32_t value);
-    virtual ResultCode GetPropertyString(int32_t number, const CallerBuffer& buffer);
-    virtual ResultCode GetPropertyNumber(int32_t number, int32_t* value);
+    ResultCode SetPropertyString(int32_t number, const char* text);
+    ResultCode SetPropertyNumber(int32_t number, int32_t value);
+    ResultCode GetPropertyString(int32_t number, const CallerBuffer& buffer);
+    ResultCode GetPropertyNumber(int32_t number, int32_t* value);
 
-    virtual ResultCode ReleaseDevice();
-    virtual ResultCode GetOpenResult();
+    ResultCode ReleaseDevice();
+    ResultCode GetOpenResult();
 
     // Sends a command of the device model and hands the reply over; waits up to 18 s for one that is
     // answered.
-    virtual ResultCode DirectIO(int32_t command, const int32_t* data, const char* text, const CallerBuffer& buffer);
-    virtual ResultCode COFreezeEvents(int16_t freeze);
-    virtual ResultCode CloseService();
-    virtual ResultCode ClearInput();
-    virtual ResultCode ClaimDevice(uint32_t timeoutMs);
+    ResultCode DirectIO(int32_t command, const int32_t* data, const char* text, const CallerBuffer& buffer);
+    ResultCode COFreezeEvents(int16_t freeze);
+    ResultCode CloseService();
+    ResultCode ClearInput();
+    ResultCode ClaimDevice(uint32_t timeoutMs);
 
     // Statistics and health (scanner_statistics.cpp).
-    virtual ResultCode CheckHealth(uint32_t level);
-    virtual ResultCode Open(const std::string& connection);
-    virtual ResultCode ResetStatistics(const std::string& statisticsBuffer);
-    virtual ResultCode RetrieveStatistics(std::string* statisticsBuffer);
-    virtual ResultCode UpdateStatistics(const std::string& statisticsBuffer);
-    virtual ResultCode CompareFirmwareVersion(const std::string& firmwareFileName);
-    virtual ResultCode UpdateFirmware(const std::string& firmwareFileName);
+    ResultCode CheckHealth(uint32_t level);
+    ResultCode Open(const std::string& connection);
+    ResultCode ResetStatistics(const std::string& statisticsBuffer);
+    ResultCode RetrieveStatistics(std::string* statisticsBuffer);
+    ResultCode UpdateStatistics(const std::string& statisticsBuffer);
+    ResultCode CompareFirmwareVersion(const std::string& firmwareFileName);
+    ResultCode UpdateFirmware(const std::string& firmwareFileName);
 
     // Makes the calls that barcodes have left, on the thread that made the object; nothing on another.
-    virtual ResultCode Update();
+    ResultCode Update();
 
     // Whoever is about to close this service, or to open it once more, holds this from before it waits for any lock of
     // the handle: from then on all writes of its link have 2 s together, also one that holds a lock because its device
@@ -130,15 +122,12 @@ class CScanner : public CDevice {
     int32_t ProcessDataEvent(std::string& block, uint32_t status);
     ResultCode ProcessEvent(EventRecord& record);
     void HandleDataEvent(const EventRecord& record);
-    ParseResult ParsingData(std::string& buffer, ReplyPacket& reply);
     void PostDataEvent();
     ResultCode OnDataEvent(uint32_t message, uint64_t word, int64_t longWord, bool& flag);
 
     // Exchanges (scanner_exchange.cpp).
     ExchangeOutcome ExchangePacket(CommandPacket& packet, uint8_t opcode, uint32_t timeoutMs);
     void HandleDirectIOEvent(const EventRecord& record);
-    void OnDirectIOEventSync(uint8_t opcode, uint32_t code, const EventRecord& record);
-    ExchangeOutcome OnDirectIOEvent(uint32_t number, uint32_t code);
     void HandleStatusUpdateEvent(const EventRecord& record);
 
     void RequestStatistics();
@@ -149,7 +138,6 @@ class CScanner : public CDevice {
   private:
     static constexpr uint32_t kClosingWriteMs = 2000;
 
-    struct ExchangePlan;
     struct Properties;
 
     static int32_t DataCallbackEntry(void* owner, std::string& block, uint32_t status);
@@ -157,13 +145,14 @@ class CScanner : public CDevice {
     static void ReopenCallbackEntry(void* owner, bool repeated);
     static void EventCallbackEntry(void* context, EventRecord* record);
 
+    void ResetState();
+
     // Open, step by step.
     ResultCode OpenConnection(const std::string& connection);
     const LinkKind* ChooseKind(const DiscoveredLists& found);
     void StoreOpened(const LinkKind& kind);
     ResultCode ReleaseService(ReleaseBy who);
     void TakeDown(ReleaseBy who);
-    void EndRunningExchange();
 
     ResultCode EnableLink();
     void UndoEnabling() noexcept;
@@ -179,45 +168,27 @@ class CScanner : public CDevice {
     ResultCode AnswerText(int32_t number, const CallerBuffer& buffer, Read read);
     BinaryConversion ConversionMode() const;
 
-    static bool AppendWithinReason(std::string& bytes, std::string_view more);
-    void TakeFrame(std::string_view block);
-    void TakePlainBarcode(std::string_view block);
-    void TakeBarcodePart(const ReplyPacket& reply);
-    void LoseBarcode(uint8_t firstParameterOfPart);
-    void AddBarcode(std::string text, int32_t codeType);
-    ParseResult ParseCatching(std::string& buffer, ReplyPacket& reply);
+    void OnBarcode(std::string text, int32_t codeType) override;
+    void OnBarcodePart() override;
 
     ExchangeOutcome RunExchange(const ExchangePlan& plan);
-    ExchangeOutcome AwaitReply(const ExchangePlan& plan);
-    std::optional<ExchangeOutcome> TakeReply(const ExchangePlan& plan);
-    void BeginExchange();
-    void EndExchange();
-    void BreakExchange();
-    bool HandleOneReply(std::string& bytes, const EventRecord& record);
     ResultCode RefuseTextOperation(const char* key, const std::string& text, const char* resultFormat);
 
-    BarcodeCache m_Cache;  // has a lock of its own
-    // Guarded by m_DataMutex:
-    bool m_BarcodeLost = false;               // the barcode under way is dropped up to its last part
-    bool m_ReplyLost = false;                 // something of the exchange under way is missing: there will be no reply
-    std::atomic<uint32_t> m_DirectIOCode{0};  // code of the last reply; decides nothing
-    std::string m_StatisticsReply;            // what a scanner tells about itself; nothing fills it at present
-    // Calls of OnDataEvent that Update owes, all alike; added under m_DataMutex.
+    // Each with a lock of its own.
+    BarcodeCache m_Cache;
+    BarcodeAssembly m_Assembly{*this};
+    Exchange m_Exchange{m_Status, m_Assembly};
+    // Calls of OnDataEvent that Update owes, all alike. Added by the read thread alone.
     std::atomic<uint32_t> m_PendingCalls{0};
     const uint32_t m_CreatorThread;
-    OsEvent m_ReplyEvent{kManualResetEvent};       // set by the read thread, reset before each exchange
-    OsEvent m_StatisticsEvent{kManualResetEvent};  // set together with it, for the wait of statistics
-    OsEvent m_BreakEvent{kManualResetEvent};       // ends the exchange under way
-    platform::WriteLimit m_WriteLimit;             // of this handle's link; has a lock of its own
+    platform::WriteLimit m_WriteLimit;  // of this handle's link; has a lock of its own
     // What a send writes to, without m_EnableMutex, which an opening holds. Set at each enabling and left alone at
     // disabling: a lost link is still listed and takes writes, which fail in silence. Has a lock of its own.
     HeldLink m_SendLink;
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};
-    std::atomic<bool> m_ExchangeWithoutLimit{false};  // the exchange under way would outlast a lost link
-    std::recursive_mutex m_EnableMutex;  // serialises enabling, disabling and reactions to power reports; guards m_Comm
-    std::recursive_mutex m_DataMutex;    // guards the cache and the three byte strings of CDevice
-    std::condition_variable_any m_ExchangeEnded;  // with m_DataMutex: StatusExchange has been cleared
+    std::recursive_mutex m_EnableMutex;  // serialises enabling, disabling and reactions to power reports
+    std::shared_ptr<CComm> m_Comm;       // keeps the link alive while enabled; guarded by m_EnableMutex
 };
 
 }  // namespace quillet

@@ -27,7 +27,7 @@ ResultCode CScanner::DeviceEnable(bool enable) {
     }
     LogInfo("    | Enable:       ", enable);
     LogInfo("    | CommProtocol: ", m_LinkType.load());
-    LogInfo("    | ModelNumber:  ", m_ModelNumber);
+    LogInfo("    | ModelNumber:  ");  // no scanner has one
     return enable ? EnableLink() : DisableLink();
 }
 
@@ -68,7 +68,7 @@ ResultCode CScanner::DisableLink() {
     const bool allowable = false;
     EventEnable(&allowable, nullptr);
     if (DeviceCommEnable(false)) m_Status.Clear(StatusEnabled);
-    if (m_ExchangeWithoutLimit) BreakExchange();
+    m_Exchange.BreakUnlimited();
     LogInfo("    | Waiting for device to be claimed by other applications...");
     m_State = StateOpen;
     return ResultSuccess;
@@ -79,7 +79,6 @@ bool CScanner::DeviceCommEnable(bool enable) try {
     if (enable) {
         LogInfo("    | Adding Device for Data events...");
         m_Comm = TheCommArbiter().AddDevice({.key = Key(),
-                                             .modelNumber = m_ModelNumber,
                                              .parameters = m_Parameters,
                                              .owner = this,
                                              .dataCallback = &CScanner::DataCallbackEntry,
@@ -148,7 +147,7 @@ bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) 
 void CScanner::ReopenLink(bool repeated) {
     std::unique_lock lock(m_EnableMutex, std::defer_lock);
     if (!LockForPowerReport(lock) || !m_Status.Has(StatusEnabled)) return;
-    if (m_ExchangeWithoutLimit) BreakExchange();  // nobody is left to receive its reply
+    m_Exchange.BreakUnlimited();  // nobody is left to receive its reply
     LogHold lines(repeated);
     if (!TheCommArbiter().ReopenLink(m_SendLink)) return;
     lines.LetGo();

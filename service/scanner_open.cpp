@@ -141,16 +141,10 @@ ResultCode CScanner::CloseService() {
     return m_ResultCode = result;
 }
 
-void CScanner::EndRunningExchange() {
-    std::unique_lock lock(m_DataMutex);
-    BreakExchange();
-    m_ExchangeEnded.wait(lock, [this] { return !m_Status.Has(StatusExchange); });
-}
-
 // From any open state to closed; what fails on the way doesn't stop it.
 void CScanner::TakeDown(ReleaseBy who) {
     m_Closing = true;  // from here on the power thread only notes the power state
-    EndRunningExchange();
+    m_Exchange.Close();
     if (m_Status.Has(StatusClaimed)) {
         AsFarAsMemoryGoes([this] { DeviceEnable(false); });
         ReleaseService(who);
@@ -158,6 +152,7 @@ void CScanner::TakeDown(ReleaseBy who) {
     m_EventQueue.ClearAll();
     m_Status.Clear(StatusOpened);
     ResetState();
+    m_Exchange.Open();
     m_Closing = false;
 }
 

@@ -1,5 +1,7 @@
 // Statistics and health operations of the device model. No exported call reaches them.
+#include <mutex>
 #include <string>
+#include <utility>
 
 #include "foundation/log.h"
 #include "foundation/scope_exit.h"
@@ -85,11 +87,10 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
         LogWarning("Attempt to retrieve statistics before the device is enabled.");
         return m_ResultCode = ResultDisabled;
     }
-    m_StatisticsReply.clear();
-    m_StatisticsEvent.Reset();
+    m_Exchange.ForgetReplies();
     m_Status.Set(StatusStatistics);
     RequestStatistics();
-    const bool replied = m_StatisticsEvent.TimedWait(kStatisticsTimeoutMs) == OsEventSignalled && !m_Closing;
+    const bool replied = m_Exchange.AwaitAnyReply(kStatisticsTimeoutMs) && !m_Closing;
     m_Status.Clear(StatusStatistics);
     if (!replied) {
         LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
@@ -97,7 +98,12 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
     }
     const StatisticsSelection selection = SelectStatistics(*statisticsBuffer);
     m_ResultCode = selection.unknownName ? ResultIllegal : ResultSuccess;
-    m_StatisticsText = WriteStatistics(ReadEquipmentInfo(m_LinkType, m_StatisticsReply), selection);
+    const std::string equipment;  // no scanner tells about itself in a form that is known, so the defaults show
+    std::string text = WriteStatistics(ReadEquipmentInfo(m_LinkType, equipment), selection);
+    {
+        std::lock_guard lock(m_TextMutex);
+        m_StatisticsText = std::move(text);
+    }
     LogInfo("    | ResultCode;: ", m_ResultCode.load());
     return m_ResultCode;
 }

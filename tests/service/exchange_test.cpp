@@ -1,6 +1,8 @@
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "foundation/text.h"
 #include "service/service_fixture.h"
@@ -8,8 +10,86 @@
 namespace quillet::test {
 namespace {
 
-// Replies to the service's next exchange through the link's own read thread.
-class ExchangeTest : public ServiceTest {
+const std::string kVersionReply = Frame(0x7E, 0x80, std::string("\0ABC", 4));
+
+// An exchange on its own; what the plan sends is the scanner's answer.
+class ExchangeTest : public ::testing::Test, BarcodeAssembly::Sink {
+  protected:
+    ExchangeTest() { m_Status.Set(StatusEnabled); }
+    void OnBarcode(std::string text, int32_t) override { m_Barcode = std::move(text); }
+    void OnBarcodePart() override {}
+    void Answer(const std::string& block) { m_Exchange.TakeBlock(block, LinkVirtualSerial); }
+    ExchangeOutcome Run(std::function<void()> send, uint32_t timeoutMs = platform::kNoLimitMs) {
+        ExchangePlan plan;
+        plan.send = std::move(send);
+        plan.timeoutMs = timeoutMs;
+        return m_Exchange.Run(plan);
+    }
+
+    FastClock m_Clock{20};
+    StatusBits m_Status;
+    std::string m_Barcode;
+    BarcodeAssembly m_Barcodes{*this};
+    Exchange m_Exchange{m_Status, m_Barcodes};
+};
+
+TEST_F(ExchangeTest, OthersDoNotComeIn) {
+    const ExchangeOutcome outcome = Run([&] {
+        EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
+        Answer(kVersionReply);
+    });
+    EXPECT_EQ(outcome.result, ResultSuccess);
+    EXPECT_EQ(outcome.reply, "ABC");
+}
+
+// Neither a late reply nor parts from before it are joined to what comes next.
+TEST_F(ExchangeTest, LeavesNothingBehind) {
+    m_Barcodes.TakeBlock(Frame(0xEE, 3, std::string("\0a", 2)), LinkVirtualSerial);
+    EXPECT_EQ(Run([] {}, 1).result, ResultTimeout);
+    Answer(kVersionReply);
+    EXPECT_EQ(Run([] {}, 1).result, ResultTimeout);
+    EXPECT_EQ(Run([&] { Answer(Frame(0x7E, 0x80, std::string("\0D", 2))); }).reply, "D");
+    m_Barcodes.TakeBlock(Frame(0xEE, 3,
+                               "\xFF"
+                               "b"),
+                         LinkVirtualSerial);
+    EXPECT_EQ(m_Barcode, "b");
+}
+
+TEST_F(ExchangeTest, AReplyOfMoreThanAMebibyteIsNone) {
+    const int64_t start = m_Clock.NowNs();
+    const ExchangeOutcome outcome = Run(
+        [&] {
+            Answer(kVersionReply);
+            for (int i = 0; i < 17; ++i) Answer(std::string(64 << 10, 'x'));
+        },
+        2000);
+    EXPECT_EQ(outcome.result, ResultTimeout);
+    EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
+}
+
+// The handle is being closed or destroyed, or the scanner has gone, while an exchange without a limit begins or runs.
+TEST_F(ExchangeTest, NoneWaitsThatNothingWouldEnd) {
+    std::thread closing;
+    EXPECT_EQ(Run([&] { closing = std::thread([&] { m_Exchange.Close(); }); }).result, ResultTimeout);
+    closing.join();
+    EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
+    m_Exchange.Open();
+    EXPECT_EQ(Run([&] { m_Exchange.BreakUnlimited(); }).result, ResultTimeout);
+    const auto brokenAndAnswered = [&] {
+        m_Exchange.BreakUnlimited();
+        Answer(kVersionReply);
+    };
+    EXPECT_EQ(Run(brokenAndAnswered, 5000).result, ResultSuccess);  // has a limit
+    m_Exchange.ForgetReplies();
+    EXPECT_EQ(Run([&] { m_Exchange.CloseForGood(); }).result, ResultTimeout);
+    EXPECT_TRUE(m_Exchange.AwaitAnyReply(0));
+    m_Exchange.Open();
+    EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
+}
+
+// Exchanges of the service: replies come through the link's own read thread.
+class DirectIOTest : public ServiceTest {
   protected:
     void SetUp() override {
         OpenSerial();
@@ -36,9 +116,7 @@ class ExchangeTest : public ServiceTest {
     std::string m_Reply;
 };
 
-const std::string kVersionReply = Frame(0x7E, 0x80, std::string("\0ABC", 4));
-
-TEST_F(ExchangeTest, CommandsOfTheDeviceModelBecomePackets) {
+TEST_F(DirectIOTest, CommandsOfTheDeviceModelBecomePackets) {
     const struct {
         int32_t command;
         int32_t word;
@@ -63,11 +141,10 @@ TEST_F(ExchangeTest, CommandsOfTheDeviceModelBecomePackets) {
     EXPECT_EQ(m_Clock.LongestWaitMs(), 18'000u);  // the last one's
 }
 
-TEST_F(ExchangeTest, ARepliesPayloadIsHandedOver) {
+TEST_F(DirectIOTest, ARepliesPayloadIsHandedOver) {
     m_Clock.patient = true;
     EXPECT_EQ(Send(0x7E, 0, "00", kVersionReply), ResultSuccess);
     EXPECT_EQ(m_Reply, "ABC");
-    EXPECT_EQ(m_Scanner.m_ScanData, "");
     // An error status has no payload, here.
     EXPECT_EQ(Send(0x7E, 0, "00", Frame(0x7E, 1, std::string("\0ABC", 4))), ResultSuccess);
     EXPECT_EQ(m_Reply, "");
@@ -75,50 +152,7 @@ TEST_F(ExchangeTest, ARepliesPayloadIsHandedOver) {
     EXPECT_EQ(Send(0x7E, 0, "00", "unparsable"), ResultTimeout);
 }
 
-TEST_F(ExchangeTest, OthersDoNotComeIn) {
-    std::future<ExchangeOutcome> first =
-        std::async(std::launch::async, [&] { return m_Scanner.ExchangeBytes("x", platform::kNoLimitMs); });
-    ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
-    EXPECT_EQ(m_Scanner.ExchangeBytes("y", platform::kNoLimitMs).result, ResultIllegal);
-    m_Scanner.Number(PropClaimed);  // clears m_ResultCode, not the outcome
-    Device().Deliver(kVersionReply);
-    const ExchangeOutcome outcome = first.get();
-    EXPECT_EQ(outcome.result, ResultSuccess);
-    EXPECT_EQ(outcome.reply, "ABC");
-    // A late reply leaves nothing that the next barcode would be joined to.
-    m_Scanner.Receive(kVersionReply);
-    EXPECT_EQ(m_Scanner.m_ScanData, "");
-    EXPECT_EQ(m_Scanner.Number(PropDataCount), 0);
-}
-
-TEST_F(ExchangeTest, AReplyOfMoreThanAMebibyteIsNone) {
-    std::thread scanner([&] {
-        ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
-        m_Scanner.Receive(kVersionReply);
-        for (int i = 0; i < 17; ++i) m_Scanner.Receive(std::string(64 << 10, 'x'));
-    });
-    const int64_t start = m_Clock.NowNs();
-    EXPECT_EQ(m_Scanner.ExchangeBytes("x", 2000).result, ResultTimeout);
-    EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
-    scanner.join();
-}
-
-// The handle is being destroyed, or the scanner has gone, while an exchange without a limit is about to begin.
-TEST_F(ExchangeTest, NoneBeginsThatNothingWouldEnd) {
-    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0);
-    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultIllegal);
-    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1);
-    std::future<ExchangeOutcome> waiting =
-        std::async(std::launch::async, [&] { return m_Scanner.ExchangeBytes("x", platform::kNoLimitMs); });
-    ASSERT_TRUE(Eventually([&] { return Device().Writes().back() == "x"; }));
-    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 0);
-    EXPECT_EQ(waiting.get().result, ResultTimeout);
-    m_Scanner.SetPropertyNumber(PropDeviceEnabled, 1);
-    m_Scanner.EndWaits();
-    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultIllegal);
-}
-
-TEST_F(ExchangeTest, StatisticsWaitForAReplyOfAnotherExchange) {
+TEST_F(DirectIOTest, StatisticsWaitForAReplyOfAnotherExchange) {
     std::string names = "GoodScanCount,HoursPoweredCount,Nonsense";
     EXPECT_EQ(m_Scanner.RetrieveStatistics(&names), ResultTimeout);
     EXPECT_EQ(m_Scanner.m_StatisticsText, "");

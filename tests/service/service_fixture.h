@@ -6,42 +6,26 @@
 #include <string>
 #include <unistd.h>
 
-#include "protocol/packet.h"
 #include "service/property.h"
 #include "service/scanner.h"
 #include "support/eventually.h"
 #include "support/fake_device_access.h"
 #include "support/fake_device_tree.h"
 #include "support/fast_clock.h"
+#include "support/reply_frame.h"
 #include "transport/comm_arbiter.h"
 
 namespace quillet::test {
-
-// A reply frame as a scanner sends it.
-inline std::string Frame(uint8_t opcode, uint8_t status, const std::string& payload, uint8_t spoil = 0) {
-    ReplyPacket reply;
-    reply.length = static_cast<uint16_t>(payload.size() + 3);
-    reply.opcode = opcode;
-    reply.status = status;
-    reply.firstParameter = payload.empty() ? 0xFF : static_cast<uint8_t>(payload[0]);
-    reply.parameters = payload.empty() ? "" : payload.substr(1);
-    const char head[] = {static_cast<char>(reply.length >> 8), static_cast<char>(reply.length),
-                         static_cast<char>(opcode), 0, static_cast<char>(status)};
-    return std::string(head, 5) + payload + static_cast<char>(ReplyChecksum(reply) + spoil);
-}
 
 // Opens what tests look at.
 class TestScanner : public CScanner {
   public:
     using CScanner::DeviceEnable;
-    using CScanner::ExchangePacket;
-    using CScanner::m_DataBuffer;
     using CScanner::m_EventQueue;
     using CScanner::m_LinkType;
     using CScanner::m_OpenResult;
     using CScanner::m_Parameters;
     using CScanner::m_ResultCode;
-    using CScanner::m_ScanData;
     using CScanner::m_StatisticsText;
     using CScanner::m_Status;
     using CScanner::ProcessDataEvent;

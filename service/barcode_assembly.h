@@ -10,9 +10,9 @@
 
 namespace quillet {
 
-// Frames in parts, or bare text. All operations may be called from any thread; blocks come from one read thread at a time.
-// A barcode of more than a mebibyte, or with a part that there was no memory for, is dropped up to its last part: the rest
-// of it must not pass for a barcode.
+// Frames in parts, or bare text. All operations may be called from any thread; blocks come from one read thread at a
+// time. A barcode of more than a mebibyte, or with a part that there was no memory for, is dropped up to its last part:
+// the rest of it must not pass for a barcode.
 class BarcodeAssembly {
   public:
     // Told of what a block holds, on the thread of TakeBlock and with the lock of the assembly held.
@@ -28,8 +28,8 @@ class BarcodeAssembly {
 
     explicit BarcodeAssembly(Sink& sink);
 
-    // The sink must outlive the call. Throws for want of memory; what is left then takes the next block as if nothing had
-    // been under way, but for the barcode that was lost.
+    // The sink must outlive the call. Throws for want of memory; what is left then takes the next block as if nothing
+    // had been under way, but for the barcode that was lost.
     void TakeBlock(std::string_view block, uint32_t linkType);
 
     // Forgets the parts so far. An exchange does it, since it takes blocks that would have belonged to the barcode.

@@ -77,8 +77,8 @@ std::string BarcodeCache::TakeOldestLabel() noexcept {
     return label;
 }
 
-// The event is set some time after its barcode was added, perhaps after that was taken, and stays set. So it is reset here,
-// with the mutex held: a barcode that is added later signals later.
+// The event is set some time after its barcode was added, perhaps after that was taken, and stays set. So it is reset
+// here, with the mutex held: a barcode that is added later signals later.
 void BarcodeCache::Wait(uint32_t timeoutMs) {
     {
         std::lock_guard lock(m_Mutex);

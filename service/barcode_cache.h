@@ -19,8 +19,8 @@ struct CachedBarcode {
     size_t count;  // of the barcodes that waited when it was taken, itself among them
 };
 
-// All operations may be called from any thread; the lock is held for a moment. Without a limit: a barcode goes when it is
-// read or the cache is cleared.
+// All operations may be called from any thread; the lock is held for a moment. Without a limit: a barcode goes when it
+// is read or the cache is cleared.
 //
 // Types, texts and labels are lists of their own and not one list of records, because the properties for type, text and
 // label each take off their own list alone. Whoever uses them for a part of a barcode puts the lists out of step; Take,
@@ -53,8 +53,8 @@ class BarcodeCache {
     std::string PopText() noexcept;
     std::string PopLabel() noexcept;
 
-    // Waits for a barcode at most timeoutMs (platform::kNoLimitMs: for ever). Returns at once when there is one, and after
-    // EndWaits. Another thread may have taken the barcode by then.
+    // Waits for a barcode at most timeoutMs (platform::kNoLimitMs: for ever). Returns at once when there is one, and
+    // after EndWaits. Another thread may have taken the barcode by then.
     void Wait(uint32_t timeoutMs);
     // Makes present and later waits return at once: the object is about to go.
     void EndWaits();

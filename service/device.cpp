@@ -111,7 +111,6 @@ void CDevice::ResetState() {
         m_DeviceName.clear();
         m_DeviceDescription.clear();
     }
-    m_PortText.clear();
     m_PowerNotify = 0;
     m_PowerState = PowerUnknown;
     m_ComPort = 0;

@@ -1,5 +1,4 @@
-// What a device service of the device model has: state, status, result codes, the claim, the enabling of
-// events.
+// What a device service of the device model has: state, status, result codes, the claim, the enabling of events.
 #pragma once
 
 #include <atomic>
@@ -34,11 +33,11 @@ class CDevice {
     // Back to the closed defaults. Keeps m_ResultCode, m_OpenResult, m_CheckHealthText and m_Closing.
     void ResetState();
 
-    // Claims the port against other handles of this process and against other processes. 0 if claimed. The claim belongs
-    // to the calling thread.
+    // Claims the port against other handles of this process and against other processes. 0 if claimed. The claim
+    // belongs to the calling thread.
     ResultCode ClaimDevice(uint32_t timeoutMs);
-    // 0 if released. On another thread than the claim's the owner's release fails with 113, and the claim stays; anybody's
-    // lets go of it as far as the system lets it.
+    // 0 if released. A claim belongs to the thread that took it: on another thread a release by the owner fails with
+    // 113 and keeps the claim; one by anybody closes the mutex, which frees the claim where the system allows that.
     enum class ReleaseBy { Owner, Anybody };
     ResultCode ReleaseDevice(ReleaseBy who) noexcept;
 
@@ -48,8 +47,7 @@ class CDevice {
     void EventEnable(const bool* allowable, const bool* enabled);
     void OnFreezeEvents();
 
-    // Path of the port: what the process's list of claims holds. The mutex between processes has the shorter
-    // name.
+    // Path of the port: what the process's list of claims holds. The mutex between processes has the shorter name.
     std::string ClaimName() const;
 
     std::atomic<uint32_t> m_State{StateClosed};
@@ -57,18 +55,16 @@ class CDevice {
     std::atomic<uint32_t> m_PowerNotify{0};  // power reporting runs if it isn't 0
     std::atomic<uint32_t> m_PowerState{PowerUnknown};
     std::atomic<uint32_t> m_ComPort{0};  // 0 on USB
-    mutable std::mutex m_TextMutex;      // guards the three texts below, which properties read at any time
+    std::mutex m_TextMutex;              // guards the four texts below, which are read at any time
     std::string m_CheckHealthText;
     std::string m_DeviceDescription;
     std::string m_DeviceName;
     std::string m_StatisticsText;
     std::atomic<ResultCode> m_OpenResult{0};
-    // Result of the last operation, whichever thread ran it: for reads that hand it on, and for nothing else. An
-    // operation's own result is a local of its own, which it stores here and returns.
+    // Result of the last operation, whichever thread ran it; properties read it. An operation keeps its own result in a
+    // local, which it stores here and returns, so that it never returns another thread's.
     std::atomic<ResultCode> m_ResultCode{ResultClosed};
-    std::atomic<ResultCode> m_ResultCodeExtended{0};
     std::atomic<uint32_t> m_LinkType{LinkNone};
-    std::string m_PortText;  // m_ComPort in decimal
     CNamedMutex m_ClaimMutex;
     std::string m_ClaimedName;  // as the process's list of claims has it, while StatusClaimed is set
     ParameterList m_Parameters;

@@ -30,8 +30,9 @@ ExchangeOutcome Exchange::Run(const ExchangePlan& plan) {
     return AwaitReply(plan);
 }
 
-// False if it must not go on. Asked after the reset of m_Broken and with the lock held: whoever breaks exchanges off has
-// changed one of these before it asks for the lock, so either the change is seen here or the signal comes after the reset.
+// False if it must not go on. Asked after the reset of m_Broken and with the lock held: whoever breaks exchanges off
+// has changed one of these before it asks for the lock, so either the change is seen here or the signal comes after the
+// reset.
 bool Exchange::Begin(const ExchangePlan& plan) {
     std::lock_guard lock(m_Mutex);
     m_Raw.clear();

@@ -32,29 +32,29 @@ struct ExchangePlan {
     bool rawReply = true;        // where a reply has no payload, all received bytes are the reply
 };
 
-// The calling thread sends and sleeps; the read thread gives what it receives to TakeBlock, which recognises the reply and
-// wakes it. StatusExchange is this object's: taken by one atomic step, cleared as an exchange's last act, and whoever reads
-// blocks asks it where they belong. A block that was on its way when the flag changed is told by the flag's state in
-// TakeBlock, and leaves nothing behind.
+// The calling thread sends and sleeps; the read thread gives what it receives to TakeBlock, which recognises the reply
+// and wakes it. StatusExchange is this object's: taken by one atomic step, cleared as an exchange's last act, and
+// whoever reads blocks asks it where they belong. A block that was on its way when the flag changed is told by the
+// flag's state in TakeBlock, and leaves nothing behind.
 //
-// The lock is held for a moment or for one block, never while something is sent or waited for. Inside it the lock of the
-// BarcodeAssembly may be taken.
+// The lock is held for a moment or for one block, never while something is sent or waited for. Inside it the lock of
+// the BarcodeAssembly may be taken.
 class Exchange {
   public:
     // Both must outlive this object. Of the status StatusEnabled is asked.
     Exchange(StatusBits& status, BarcodeAssembly& barcodes) : m_Status(status), m_Barcodes(barcodes) {}
 
-    // Any thread, one at a time. Takes 300 ms in any case, and what the plan allows for the reply. 106 with nothing sent if
-    // another exchange is running, the device isn't enabled, or exchanges are closed; 112 without a whole reply in time and
-    // where the exchange is broken off.
+    // Any thread, one at a time. Takes 300 ms in any case, and what the plan allows for the reply. 106 with nothing
+    // sent if another exchange is running, the device isn't enabled, or exchanges are closed; 112 without a whole reply
+    // in time and where the exchange is broken off.
     ExchangeOutcome Run(const ExchangePlan& plan);
 
-    // On the read thread. A block outside of an exchange, that is, a late one, is dropped. Throws for want of memory; then
-    // the exchange under way gets no reply.
+    // On the read thread. A block outside of an exchange, that is, a late one, is dropped. Throws for want of memory;
+    // then the exchange under way gets no reply.
     void TakeBlock(std::string_view block, uint32_t linkType);
 
-    // Breaks off the exchange under way if it would wait for ever: its link is lost or closed. Called after StatusEnabled was
-    // cleared, or again until the link works.
+    // Breaks off the exchange under way if it would wait for ever: its link is lost or closed. Called after
+    // StatusEnabled was cleared, or again until the link works.
     void BreakUnlimited();
     // Breaks off what is under way and waits for its end; until Open none begins.
     void Close();
@@ -62,8 +62,8 @@ class Exchange {
     // Breaks off what is under way; none begins any more.
     void CloseForGood();
 
-    // For a wait for the replies of others' exchanges: forgets those that came so far, then waits for one at most timeoutMs.
-    // A broken exchange counts as a reply.
+    // For a wait for the replies of others' exchanges: forgets those that came so far, then waits for one at most
+    // timeoutMs. A broken exchange counts as a reply.
     void ForgetReplies() { m_AnyReply.Reset(); }
     bool AwaitAnyReply(uint32_t timeoutMs) { return m_AnyReply.TimedWait(timeoutMs) == OsEventSignalled; }
 

@@ -58,7 +58,7 @@ int32_t CScanner::DataCallbackEntry(void* owner, std::string& block, uint32_t st
     return static_cast<CScanner*>(owner)->ProcessDataEvent(block, status);
 }
 
-// What leaves it (no memory, say) makes the link report again.
+// An exception, such as for want of memory, goes on to the link, which then reports again.
 void CScanner::PowerCallbackEntry(void* owner, uint32_t status) {
     static_cast<CScanner*>(owner)->ProcessStatusEvent(status);
 }

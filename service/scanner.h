@@ -20,8 +20,7 @@
 
 namespace quillet {
 
-// A buffer of the caller's, filled as everywhere in this library: zeros over its whole length, then the
-// result.
+// A buffer of the caller's, filled as everywhere in this library: zeros over its whole length, then the result.
 struct CallerBuffer {
     uint8_t* bytes;
     uint32_t size;
@@ -34,10 +33,10 @@ struct CallerBuffer {
 // What several threads do here:
 // - application threads: everything public. Open, CloseService, ClaimDevice and ReleaseDevice by one at a time.
 // - the link's power thread: ProcessStatusEvent, and from there DeviceEnable; ReopenLink.
-// - the link's read thread: ProcessDataEvent. It takes the locks of the parts that a block goes to, each for that block at
-//   most, and never m_EnableMutex or the arbiter's.
-// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, then those of m_Exchange, m_Assembly
-// and m_Cache.
+// - the link's read thread: ProcessDataEvent. It takes the locks of the parts that a block goes to, for no longer than
+//   that block, and never m_EnableMutex or the arbiter's.
+// Locks, in the order in which they may be nested: m_EnableMutex, the arbiter's lock, then those of m_Exchange,
+// m_Assembly and m_Cache.
 class CScanner : public CDevice, private BarcodeAssembly::Sink {
   public:
     CScanner();
@@ -52,8 +51,7 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
     ResultCode ReleaseDevice();
     ResultCode GetOpenResult();
 
-    // Sends a command of the device model and hands the reply over; waits up to 18 s for one that is
-    // answered.
+    // Sends a command of the device model and hands the reply over; waits up to 18 s for one that is answered.
     ResultCode DirectIO(int32_t command, const int32_t* data, const char* text, const CallerBuffer& buffer);
     ResultCode COFreezeEvents(int16_t freeze);
     ResultCode CloseService();
@@ -69,7 +67,8 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
     ResultCode CompareFirmwareVersion(const std::string& firmwareFileName);
     ResultCode UpdateFirmware(const std::string& firmwareFileName);
 
-    // Makes the calls that barcodes have left, on the thread that made the object; nothing on another.
+    // Makes the calls of OnDataEvent that barcodes have left to be made on the thread that constructed the object. Does
+    // nothing on another thread.
     ResultCode Update();
 
     // Whoever is about to close this service, or to open it once more, holds this from before it waits for any lock of
@@ -85,8 +84,8 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
 
     const LinkKind& Kind() const { return KindOf(m_LinkType); }
 
-    // Sends raw bytes and waits for the reply: 300 ms in any case, then at most timeoutMs. One at a time; a
-    // second is refused with 106. Ends with 112 when the service closes meanwhile.
+    // Sends raw bytes and waits for the reply: 300 ms in any case, then at most timeoutMs. One at a time; a second is
+    // refused with 106. Ends with 112 when the service closes meanwhile.
     ExchangeOutcome ExchangeBytes(std::string bytes, uint32_t timeoutMs);
 
     // What a consumer of barcodes does: it polls, and hands over what it got. The log shows both as the reads of the
@@ -98,15 +97,13 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
     ResultCode HandOver(CachedBarcode barcode, int32_t* codeType, const CallerBuffer& buffer);
     // As BarcodeCache::Wait.
     void WaitForBarcode(uint32_t timeoutMs) { m_Cache.Wait(timeoutMs); }
-    // Makes present and later waits for barcodes return at once, and ends an exchange: the object is about to
-    // go.
+    // Makes present and later waits for barcodes return at once, and ends an exchange: the object is about to go.
     void EndWaits();
     bool WaitsAreEnded() const { return m_Cache.WaitsAreEnded(); }
-    // Ends the event thread before the destruction: the library is being taken down with the object still
-    // there.
+    // Ends the event thread before the destruction: the library is being taken down with the object still there.
     void EndEventThread() { m_EventQueue.EndThread(); }
-    // Then also lets go of link and claim, without a word to the scanner; the link's threads have ended. As with Open,
-    // no other thread is opening or closing the object.
+    // For the same end, after EndEventThread and with the link's threads ended: gives up link and claim and sends
+    // nothing to the scanner. As with Open, no other thread is opening or closing the object.
     void GiveUp();
 
   protected:

@@ -131,9 +131,8 @@ void CScanner::StatusChanged(uint32_t& status) {
     status == PowerOnline ? LinkBack() : LinkLost();
 }
 
-// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread, so that thread
-// must not wait for it blindly. True with the lock held and the service one that may act; false if it is
-// being taken down.
+// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread, so that thread must not
+// wait for it blindly. True with the lock held and the service one that may act; false if it is being taken down.
 bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) {
     while (!m_Closing && !lock.try_lock()) {
         if (m_JoiningPowerThread) return false;
@@ -142,8 +141,8 @@ bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) 
     return lock.owns_lock() && !m_Closing && m_Status.Has(StatusOpened) && m_Status.Has(StatusClaimed);
 }
 
-// The read thread has ended, and that alone is no loss: nothing is reported, and no state changes. Of attempts that come
-// to nothing the first alone shows in the log.
+// The read thread has ended although the scanner isn't lost: nothing is reported, and no state changes. It is tried
+// until it works; of the attempts that fail only the first is logged.
 void CScanner::ReopenLink(bool repeated) {
     std::unique_lock lock(m_EnableMutex, std::defer_lock);
     if (!LockForPowerReport(lock) || !m_Status.Has(StatusEnabled)) return;
@@ -156,8 +155,8 @@ void CScanner::ReopenLink(bool repeated) {
 }
 
 void CScanner::LinkLost() {
-    // The flag first: with it the disabling leaves the link listed and its power thread, which may be this
-    // one, running.
+    // Marked first: the disabling then closes the link but leaves it listed, and its power thread, perhaps this one,
+    // goes on.
     TheCommArbiter().setReadyToReConnect(Key(), true);
     if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
     m_PowerState = PowerUnknown;  // what a lost scanner shows, also after the link's second report

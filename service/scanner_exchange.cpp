@@ -15,8 +15,7 @@ namespace {
 
 constexpr uint32_t kDirectIOTimeoutMs = 18000;
 
-// "parameters" or "status|parameters", both hexadecimal, where the status is 01 or 08. False for anything
-// else.
+// "parameters" or "status|parameters", both hexadecimal, where the status is 01 or 08. False for anything else.
 bool ReadHexCommand(const std::string& text, std::string& parameters, uint8_t& status) {
     const std::vector<std::string> parts = Split(text, '|');
     if (parts.size() > 2) return false;

@@ -33,8 +33,8 @@ ResultCode CScanner::Open(const std::string& connection) {
         m_OpenResult = result;
         LogInfo("    | OpenResult: %d", result);
     });
-    // A scanner that is open, perhaps lost, first gives up link and claim, so that both are free for this
-    // opening, also where another thread took the claim.
+    // A scanner that is open, perhaps lost, first gives up link and claim, so that both are free for this opening, also
+    // where another thread took the claim.
     if (m_Status.Has(StatusOpened)) TakeDown(ReleaseBy::Anybody);
     ResetState();
     result = OpenConnection(connection);
@@ -82,8 +82,7 @@ void CScanner::StoreOpened(const LinkKind& kind) {
         m_DeviceName = "Tovra_" + m_Parameters.GetString("module", "");
         m_DeviceDescription = m_DeviceName + " Scanner.";
     }
-    m_PortText = NumToString(m_ComPort.load());
-    m_ClaimMutex.SetName(m_PortText);
+    m_ClaimMutex.SetName(NumToString(m_ComPort.load()));
     m_ClaimMutex.Create();
     m_ClaimMutex.Release();  // without effect on a mutex that this object doesn't own
     m_Status.Clear(kClearedAtOpen);

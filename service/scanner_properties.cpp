@@ -144,7 +144,7 @@ const CScanner::Properties::Row CScanner::Properties::kRows[] = {
     {PropDeviceEnabled, "\t DeviceEnabled", ClearsResult, ReadDeviceEnabled, WriteDeviceEnabled},
     {PropFreezeEvents, "\t FreezeEvents", ClearsResult, ReadBit<StatusFreezeEvents>, WriteFreezeEvents},
     {PropResultCode, "\t ResultCode", KeepsResult, ReadWord<&CScanner::m_ResultCode>},
-    {PropResultCodeExtended, "\t ResultCodeExtended", KeepsResult, ReadWord<&CScanner::m_ResultCodeExtended>},
+    {PropResultCodeExtended, "\t ResultCodeExtended", KeepsResult, ReadConstant<0>},  // no operation sets one
     {PropServiceObjectVersion, "\t ServiceObjectVersion", ClearsResult, ReadConstant<kServiceObjectVersion>},
     {PropState, "\t State", KeepsResult, ReadWord<&CScanner::m_State>},
     {PropAutoDisable, "\t AutoDisable", ClearsResult, ReadBit<StatusAutoDisable>, WriteAutoDisable},
@@ -177,7 +177,8 @@ const CScanner::Properties::Row* CScanner::Properties::Find(int32_t number) {
     return nullptr;
 }
 
-// The frame of every read of a number; the value comes from the caller's step, false from which means that there is none.
+// The frame of every read of a number; the value comes from the caller's step, false from which means that there is
+// none.
 template <typename Read>
 ResultCode CScanner::AnswerNumber(int32_t number, int32_t* value, Read read) {
     const Properties::Row* const row = Properties::Find(number);
@@ -189,7 +190,6 @@ ResultCode CScanner::AnswerNumber(int32_t number, int32_t* value, Read read) {
         result = m_ResultCode;
     } else {
         m_ResultCode = result;
-        m_ResultCodeExtended = 0;
     }
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", *value);
@@ -213,7 +213,6 @@ ResultCode CScanner::SetPropertyNumber(int32_t number, int32_t value) {
     LogInfo("    | PropIndex: ", number);
     LogInfo("    | Number: ", value);
     m_ResultCode = ResultSuccess;
-    m_ResultCodeExtended = 0;
     ResultCode result = ResultIllegal;
     if (row != nullptr && row->write != nullptr) {
         result = row->write(*this, value);

@@ -1,4 +1,4 @@
-// Statistics and health operations of the device model. No exported call reaches them.
+// Statistics and health operations of the device model, which no exported call reaches (docs/architecture.md).
 #include <mutex>
 #include <string>
 #include <utility>

@@ -28,8 +28,7 @@ struct StatisticsSelection {
     bool unknownName = false;  // the list held a name of no statistic
 };
 
-// Defaults, then the pieces of a scanner's comma-separated reply over them; the text after the last comma is
-// ignored.
+// Defaults, then the pieces of a scanner's comma-separated reply over them; the text after the last comma is ignored.
 EquipmentInfo ReadEquipmentInfo(uint32_t linkType, const std::string& reply);
 
 // Empty: all. "U_": the three counts. "M_": the manufacturer's. Else a comma-separated list of names.

@@ -22,8 +22,8 @@ enum StatusBit : uint32_t {
     StatusExchange = 0x80000     // a direct-I/O exchange is running
 };
 
-// One word that the application's threads, the read thread and the power thread change bit by bit; each
-// change is one atomic step, so that none is lost.
+// One word that the application's threads, the read thread and the power thread change bit by bit; each change is one
+// atomic step, so that none is lost.
 class StatusBits {
   public:
     uint32_t Value() const noexcept { return m_Bits.load(); }

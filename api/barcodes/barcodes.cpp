@@ -65,8 +65,8 @@ class BarcodeWait {
     }
 
   private:
-    // One slice, or the whole wait if it has no limit. A barcode ends it at once; if another thread takes it
-    // first, the rest of the slice goes on. True with a barcode taken.
+    // One slice, or the whole wait if it has no limit. A barcode ends it at once; if another thread takes it first, the
+    // rest of the slice goes on. True with a barcode taken.
     bool RunSlice() {
         const int64_t sliceEnd = ElapsedMs() + kPollMs;
         for (;;) {

@@ -50,8 +50,7 @@ class TestScanner : public CScanner {
     int32_t Receive(std::string block) { return ProcessDataEvent(block, kGoodRead); }
 };
 
-// Claims are shared with other processes, so each test process has a serial port of its own; USB has one
-// number.
+// Claims are shared with other processes, so each test process has a serial port of its own; USB has one number.
 class ServiceTest : public ::testing::Test {
   protected:
     static uint32_t Port() { return 1 + static_cast<uint32_t>(getpid() % 90); }

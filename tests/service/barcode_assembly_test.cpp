@@ -123,12 +123,5 @@ TEST_F(BarcodeAssemblyTest, MoreThanAMebibyteIsDroppedToItsEnd) {
     EXPECT_EQ(TakeAll(), (Barcodes{{3, "good"}}));
 }
 
-TEST_F(BarcodeAssemblyTest, PartsBeforeAnExchangeAreForgotten) {
-    Serial(Frame(0xEE, 3, std::string("\0a", 2)));
-    m_Assembly.DropParts();
-    Serial(Frame(0xEE, 3, kLast + "b"));
-    EXPECT_EQ(TakeAll(), (Barcodes{{3, "b"}}));
-}
-
 }  // namespace
 }  // namespace quillet::test

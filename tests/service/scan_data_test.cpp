@@ -1,5 +1,4 @@
 #include <string>
-#include <thread>
 
 #include "service/service_fixture.h"
 
@@ -51,31 +50,6 @@ TEST(BarcodeCacheTest, EachPropertyReadsItsOwnList) {
     for (int i = 0; i < 17; ++i) cache.Add({std::string(1 << 20, static_cast<char>('a' + i)), 3});
     EXPECT_EQ(cache.PopLabel()[0], 'b');  // 16 MiB of labels
     EXPECT_EQ(cache.PopText()[0], 'a');
-}
-
-// Two consumers of one producer: every barcode once, with its own type, and no wake-up is lost.
-TEST(BarcodeCacheTest, ConsumersShareTheBarcodes) {
-    constexpr int kBarcodes = 4000;
-    BarcodeCache cache;
-    std::atomic<int> taken{0};
-    const auto consume = [&] {
-        while (!cache.WaitsAreEnded()) {
-            while (const std::optional<CachedBarcode> barcode = cache.Take()) {
-                EXPECT_EQ(barcode->text, std::to_string(barcode->codeType));
-                if (++taken == kBarcodes) cache.EndWaits();
-            }
-            cache.Wait(platform::kNoLimitMs);
-        }
-    };
-    std::thread first(consume);
-    std::thread second(consume);
-    for (int i = 0; i < kBarcodes; ++i) {
-        cache.Add({std::to_string(i), i});
-        cache.Announce();
-    }
-    first.join();
-    second.join();
-    EXPECT_EQ(cache.Count(), 0u);
 }
 
 }  // namespace

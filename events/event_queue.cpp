@@ -10,79 +10,72 @@
 
 namespace quillet {
 
-CEventQueue::CEventQueue() {
+EventQueue::EventQueue() {
     ClearAll();
-    thread = platform::StartThread("QuilletEvents", [this] { RunThread(); });
+    m_Thread = platform::StartThread("QuilletEvents", [this] { RunThread(); });
 }
 
-CEventQueue::~CEventQueue() {
+EventQueue::~EventQueue() {
     EndThread();
     ClearAll();
 }
 
-void CEventQueue::EndThread() {
-    exiting.store(true);
-    wakeUp.Post();
+void EventQueue::EndThread() {
+    m_Exiting.store(true);
+    m_WakeUp.Post();
     platform::Thread ended;
     {
-        std::lock_guard lock(threadMutex);
-        ended = std::exchange(thread, {});
+        std::lock_guard lock(m_ThreadMutex);
+        ended = std::exchange(m_Thread, {});
     }
     ended.Join();
 }
 
-void CEventQueue::SetCallback(void* context, EventCallback newCallback) {
-    std::lock_guard lock(mutex);
-    callbackContext = context;
-    callback = newCallback;
+void EventQueue::SetCallback(void* context, EventCallback callback) {
+    std::lock_guard lock(m_Mutex);
+    m_CallbackContext = context;
+    m_Callback = callback;
 }
 
-void CEventQueue::SetAllowableEvents(int32_t mask) {
-    if (mask > static_cast<int32_t>(EventAll)) {
-        throw OposQueueError("Invalid event type passed to SetAllowableEvents.");
-    }
-    allowableEvents.store(mask);
-}
-
-void CEventQueue::SetEnabledEvents(int32_t mask) {
+void EventQueue::SetEnabledEvents(int32_t mask) {
     if (mask > static_cast<int32_t>(EventAll)) {
         throw OposQueueError("Invalid event type passed to SetEnabledEvents.");
     }
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(m_Mutex);
     StoreEnabledEvents(mask);
 }
 
-void CEventQueue::ChangeEnabledEvents(int32_t setBits, int32_t clearBits) {
-    std::lock_guard lock(mutex);
+void EventQueue::ChangeEnabledEvents(int32_t setBits, int32_t clearBits) {
+    std::lock_guard lock(m_Mutex);
     StoreEnabledEvents((GetEnabledEvents() | setBits) & ~clearBits);
 }
 
-// With `mutex` held. A pass over an empty store shows in its detail lines alone. Those of a pass that was due before the
+// With m_Mutex held. A pass over an empty store shows in its detail lines alone. Those of a pass that was due before the
 // log was switched on could have been missed by it anyway.
-void CEventQueue::StoreEnabledEvents(int32_t mask) {
-    enabledEvents.store(mask);
-    if (!records.empty() || LogWanted(LLInfo)) wakeUp.Post();
+void EventQueue::StoreEnabledEvents(int32_t mask) {
+    m_EnabledEvents.store(mask);
+    if (!m_Records.empty() || LogWanted(LLInfo)) m_WakeUp.Post();
 }
 
-size_t CEventQueue::CountIndex(uint32_t type) {
+size_t EventQueue::CountIndex(uint32_t type) {
     return std::min<size_t>(static_cast<size_t>(std::countr_zero(type)), 4);
 }
 
-void CEventQueue::ClearEvents(uint32_t type) {
-    std::lock_guard lock(mutex);
-    const size_t removed = std::erase_if(records, [type](const EventRecord& record) { return record.type == type; });
-    if (removed > 0) counts[CountIndex(type)] -= static_cast<uint32_t>(removed);
+void EventQueue::ClearEvents(uint32_t type) {
+    std::lock_guard lock(m_Mutex);
+    const size_t removed = std::erase_if(m_Records, [type](const EventRecord& record) { return record.type == type; });
+    if (removed > 0) m_Counts[CountIndex(type)] -= static_cast<uint32_t>(removed);
 }
 
-void CEventQueue::ClearAll() {
-    std::lock_guard lock(mutex);
-    records.clear();
-    counts.fill(0);
+void EventQueue::ClearAll() {
+    std::lock_guard lock(m_Mutex);
+    m_Records.clear();
+    m_Counts.fill(0);
 }
 
-void CEventQueue::RunThread() {
+void EventQueue::RunThread() {
     LogInfo("    | Event Queue Thread Start......");
-    while (wakeUp.Wait() == 0 && !exiting.load()) {
+    while (m_WakeUp.Wait() == 0 && !m_Exiting.load()) {
         try {
             RunPass();
         } catch (const std::exception& error) {  // of the callback; the thread serves the next event
@@ -92,31 +85,31 @@ void CEventQueue::RunThread() {
     LogInfo("    | Event Queue Thread exit......");
 }
 
-void CEventQueue::RunPass() {
-    if (frozen.load()) return;
+void EventQueue::RunPass() {
+    if (m_Frozen.load()) return;
     EventRecord record = TakeEnabledRecord();
     if (record.type == EventNone) return;
-    std::unique_lock lock(mutex);
-    const EventCallback target = callback;
-    void* const context = callbackContext;
+    std::unique_lock lock(m_Mutex);
+    const EventCallback target = m_Callback;
+    void* const context = m_CallbackContext;
     lock.unlock();
     if (target != nullptr) target(context, &record);
 }
 
 // The first record of an enabled type; an empty record if there is none.
-EventRecord CEventQueue::TakeEnabledRecord() {
-    std::lock_guard lock(mutex);
+EventRecord EventQueue::TakeEnabledRecord() {
+    std::lock_guard lock(m_Mutex);
     EventRecord taken;
-    const auto enabled = static_cast<uint32_t>(enabledEvents.load());
-    const auto first = std::find_if(records.begin(), records.end(),
+    const auto enabled = static_cast<uint32_t>(m_EnabledEvents.load());
+    const auto first = std::find_if(m_Records.begin(), m_Records.end(),
                                     [enabled](const EventRecord& record) { return (record.type & enabled) != 0; });
-    if (first != records.end()) {
+    if (first != m_Records.end()) {
         taken = std::move(*first);
-        records.erase(first);
-        --counts[CountIndex(taken.type)];
+        m_Records.erase(first);
+        --m_Counts[CountIndex(taken.type)];
     }
-    LogInfo("Cache Count All after pop : ", static_cast<uint64_t>(records.size()));
-    LogInfo("EventData Cache Count after pop : ", counts[CountIndex(EventData)]);
+    LogInfo("Cache Count All after pop : ", static_cast<uint64_t>(m_Records.size()));
+    LogInfo("EventData Cache Count after pop : ", m_Counts[CountIndex(EventData)]);
     return taken;
 }
 

@@ -18,27 +18,25 @@ namespace quillet {
 using EventCallback = void (*)(void* context, EventRecord* record);
 
 // All operations may be called from any thread.
-class CEventQueue {
+class EventQueue {
   public:
     // Starts the thread.
-    CEventQueue();
+    EventQueue();
     // Ends the thread after the pass that is under way.
-    ~CEventQueue();
-    CEventQueue(const CEventQueue&) = delete;
-    CEventQueue& operator=(const CEventQueue&) = delete;
+    ~EventQueue();
+    EventQueue(const EventQueue&) = delete;
+    EventQueue& operator=(const EventQueue&) = delete;
 
-    void SetCallback(void* context, EventCallback newCallback);
+    void SetCallback(void* context, EventCallback callback);
 
-    // Throw OposQueueError for a mask of 32 or above, which isn't stored.
-    void SetAllowableEvents(int32_t mask);
-    // Wakes the thread for one pass, also if the mask stays the same; not where nobody could see the pass.
+    // Throws OposQueueError for a mask of 32 or above, which isn't stored. Wakes the thread for one pass, also if the mask
+    // stays the same; not where nobody could see the pass.
     void SetEnabledEvents(int32_t mask);
-    int32_t GetEnabledEvents() const { return enabledEvents.load(); }
+    int32_t GetEnabledEvents() const { return m_EnabledEvents.load(); }
     // Sets and clears bits of the enabled mask as one step, and wakes the thread as SetEnabledEvents does.
     void ChangeEnabledEvents(int32_t setBits, int32_t clearBits);
 
-    void SetFreeze(bool freeze) { frozen.store(freeze); }
-    void SetAutoDisable(bool disable) { autoDisable.store(disable); }
+    void SetFreeze(bool freeze) { m_Frozen.store(freeze); }
 
     void ClearEvents(uint32_t type);
     void ClearAll();
@@ -53,19 +51,17 @@ class CEventQueue {
     void RunPass();
     EventRecord TakeEnabledRecord();
 
-    std::array<uint32_t, 5> counts{};  // records held per type; guarded by `mutex`
-    std::deque<EventRecord> records;   // guarded by `mutex`
-    std::recursive_mutex mutex;        // also held for a change of enabledEvents; never across a callback
-    std::atomic<int32_t> allowableEvents{0};
-    std::atomic<int32_t> enabledEvents{0};
-    OsSemaphore wakeUp{0};             // one count, one pass
-    void* callbackContext = nullptr;   // guarded by `mutex`
-    EventCallback callback = nullptr;  // guarded by `mutex`
-    std::atomic<bool> autoDisable{false};
-    std::atomic<bool> exiting{false};
-    std::atomic<bool> frozen{false};
-    std::mutex threadMutex;   // guards `thread`, the object
-    platform::Thread thread;  // last: everything it reads exists before it starts
+    std::array<uint32_t, 5> m_Counts{};  // records held per type; guarded by m_Mutex
+    std::deque<EventRecord> m_Records;   // guarded by m_Mutex
+    std::recursive_mutex m_Mutex;        // also held for a change of m_EnabledEvents; never across a callback
+    std::atomic<int32_t> m_EnabledEvents{0};
+    OsSemaphore m_WakeUp{0};             // one count, one pass
+    void* m_CallbackContext = nullptr;   // guarded by m_Mutex
+    EventCallback m_Callback = nullptr;  // guarded by m_Mutex
+    std::atomic<bool> m_Exiting{false};
+    std::atomic<bool> m_Frozen{false};
+    std::mutex m_ThreadMutex;   // guards m_Thread, the object
+    platform::Thread m_Thread;  // last: everything it reads exists before it starts
 };
 
 }  // namespace quillet

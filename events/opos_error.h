@@ -5,9 +5,9 @@
 
 namespace quillet {
 
-class OposError : public ZelmarError {
+class OposError : public QuilletError {
   public:
-    using ZelmarError::ZelmarError;
+    using QuilletError::QuilletError;
 };
 
 // A mask that holds more than the event types.

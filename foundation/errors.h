@@ -1,4 +1,4 @@
-// The roots of the library's exception tree. Each floor adds its own branches where it raises them.
+// The roots of the library's exception tree. Each layer adds its own branches where it raises them.
 #pragma once
 
 #include <cstdint>
@@ -8,28 +8,19 @@
 namespace quillet {
 
 // A failure of the service, the transport or the event model, with a number; 0 when none applies.
-class ZelmarError : public std::runtime_error {
+class QuilletError : public std::runtime_error {
   public:
-    explicit ZelmarError(const std::string& text, uint32_t code = 0) : std::runtime_error(text), m_Code(code) {}
+    explicit QuilletError(const std::string& text, uint32_t code = 0) : std::runtime_error(text), m_Code(code) {}
     uint32_t Code() const noexcept { return m_Code; }
 
   private:
     uint32_t m_Code;
 };
 
-// A number that could not be made into text.
+// A text that could not be read as a number. No QuilletError: what catches those lets it pass, up to the exported call.
 class StringError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-namespace mylib {
-
-// A text that could not be read as a number, or a number that could not be made into hexadecimal text.
-class StringError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
-}  // namespace mylib
 }  // namespace quillet

@@ -28,10 +28,6 @@ Placeholder FindPlaceholder(std::string_view text) {
     return {text.size()};
 }
 
-bool HasPlaceholder(std::string_view text) {
-    return FindPlaceholder(text).size != 0;
-}
-
 std::string FillIn(std::string text, const FormatValue& value) {
     const Placeholder place = FindPlaceholder(text);
     if (place.hex) {

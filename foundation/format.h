@@ -57,9 +57,6 @@ struct Placeholder {
 
 Placeholder FindPlaceholder(std::string_view text);
 
-// True if FillIn would find a place for a value.
-bool HasPlaceholder(std::string_view text);
-
 // Puts one value at the first "%" of the text. What is replaced is found by looking for a directive in the
 // three characters from there; where none is found, or the "%" ends the text, the value is dropped and the
 // text stays.

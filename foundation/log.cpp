@@ -93,57 +93,57 @@ class LineText {
 
 }  // namespace
 
-myLogManager::~myLogManager() {
+LogManager::~LogManager() {
     ShutDown();
 }
 
-void myLogManager::SetFilePrefix(const std::string& prefix) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    file.SetPrefix(prefix);
+void LogManager::SetFilePrefix(const std::string& prefix) {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    m_File.SetPrefix(prefix);
 }
 
-void myLogManager::SetLevel(int32_t newLevel) {
-    level.store(newLevel, std::memory_order_relaxed);
+void LogManager::SetLevel(int32_t level) {
+    m_Level.store(level, std::memory_order_relaxed);
 }
 
-void myLogManager::Start() {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    file.Open();
-    if (pool) return;
-    auto newPool = std::make_shared<mylib::ThreadPool>();
+void LogManager::Start() {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    m_File.Open();
+    if (m_Pool) return;
+    auto newPool = std::make_shared<ThreadPool>();
     newPool->Start();
-    pool = std::move(newPool);
-    running.store(true, std::memory_order_relaxed);
+    m_Pool = std::move(newPool);
+    m_Running.store(true, std::memory_order_relaxed);
 }
 
 // The worker is joined with the lock held, so nothing that runs on it may log.
-void myLogManager::Stop() {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    running.store(false, std::memory_order_relaxed);
-    pool.reset();
+void LogManager::Stop() {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    m_Running.store(false, std::memory_order_relaxed);
+    m_Pool.reset();
 }
 
-void myLogManager::ShutDown() {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
+void LogManager::ShutDown() {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
     Stop();
-    file.Close();
+    m_File.Close();
 }
 
-void myLogManager::Log(int32_t lineLevel, std::string_view module, std::string_view message) {
-    LogPieces(lineLevel, module, {message});
+void LogManager::Log(int32_t level, std::string_view module, std::string_view message) {
+    LogPieces(level, module, {message});
 }
 
-void myLogManager::LogPieces(int32_t lineLevel, std::string_view module, const MessagePieces& message) {
-    if (!Wants(lineLevel)) return;
-    LineTask<LineText> task{this, LineText({lineLevel, message, module, platform::CurrentThreadId()})};
-    if (holds.load(std::memory_order_relaxed) == nullptr || !KeepBack(task.line)) Enqueue(task);
+void LogManager::LogPieces(int32_t level, std::string_view module, const MessagePieces& message) {
+    if (!Wants(level)) return;
+    LineTask<LineText> task{this, LineText({level, message, module, platform::CurrentThreadId()})};
+    if (m_Holds.load(std::memory_order_relaxed) == nullptr || !KeepBack(task.line)) Enqueue(task);
 }
 
 // True if the calling thread keeps its lines back. Its own hold it sees in any case.
-bool myLogManager::KeepBack(std::string_view line) {
+bool LogManager::KeepBack(std::string_view line) {
     const uint32_t caller = platform::CurrentThreadId();
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    for (LogHold* hold = holds; hold != nullptr; hold = hold->m_Next) {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    for (LogHold* hold = m_Holds; hold != nullptr; hold = hold->m_Next) {
         if (hold->m_Thread != caller) continue;
         hold->m_Lines.emplace_back(line);
         return true;
@@ -152,27 +152,27 @@ bool myLogManager::KeepBack(std::string_view line) {
 }
 
 template <typename Line>
-void myLogManager::Enqueue(LineTask<Line>& task) {
-    std::lock_guard<std::recursive_mutex> lock(mutex);
-    if (pool) pool->Enqueue(std::move(task));
+void LogManager::Enqueue(LineTask<Line>& task) {
+    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    if (m_Pool) m_Pool->Enqueue(std::move(task));
 }
 
-void myLogManager::WriteLine(std::string_view line) {
-    file.Write(line);
+void LogManager::WriteLine(std::string_view line) {
+    m_File.Write(line);
 }
 
 LogHold::LogHold(bool hold) noexcept : m_Holding(hold), m_Thread(platform::CurrentThreadId()) {
     if (!m_Holding) return;
-    std::lock_guard<std::recursive_mutex> lock(TheLog().mutex);
-    m_Next = TheLog().holds;
-    TheLog().holds = this;
+    std::lock_guard<std::recursive_mutex> lock(TheLog().m_Mutex);
+    m_Next = TheLog().m_Holds;
+    TheLog().m_Holds = this;
 }
 
 void LogHold::End() noexcept {
     if (!std::exchange(m_Holding, false)) return;
-    std::lock_guard<std::recursive_mutex> lock(TheLog().mutex);
-    LogHold* before = TheLog().holds;
-    if (before == this) TheLog().holds = m_Next;
+    std::lock_guard<std::recursive_mutex> lock(TheLog().m_Mutex);
+    LogHold* before = TheLog().m_Holds;
+    if (before == this) TheLog().m_Holds = m_Next;
     for (; before != nullptr; before = before->m_Next) {
         if (before->m_Next == this) before->m_Next = m_Next;
     }
@@ -182,7 +182,7 @@ void LogHold::LetGo() noexcept {
     End();
     try {
         for (std::string& line : m_Lines) {
-            myLogManager::LineTask<std::string> task{&TheLog(), std::move(line)};
+            LogManager::LineTask<std::string> task{&TheLog(), std::move(line)};
             TheLog().Enqueue(task);
         }
     } catch (...) {  // as in Write
@@ -192,7 +192,7 @@ void LogHold::LetGo() noexcept {
 
 namespace log_detail {
 
-NoDestroy<myLogManager> g_Log;
+NoDestroy<LogManager> g_Log;
 
 void WritePieces(int32_t level, const MessagePieces& message) noexcept {
     try {

@@ -39,24 +39,18 @@ enum LogLevel : int32_t {
 // Parts of a message, which stand one behind the other in the line.
 using MessagePieces = std::array<std::string_view, 3>;
 
-class ILog {
-  public:
-    virtual ~ILog() = default;
-    virtual void SetLevel(int32_t level) = 0;
-    virtual void Log(int32_t level, std::string_view module, std::string_view message) = 0;
-    virtual void WriteLine(std::string_view line) = 0;
-};
-
 class LogHold;
 
-class myLogManager : public ILog {
+class LogManager {
   public:
-    myLogManager() = default;
-    ~myLogManager() override;
+    LogManager() = default;
+    virtual ~LogManager();
+    LogManager(const LogManager&) = delete;
+    LogManager& operator=(const LogManager&) = delete;
 
     // Takes effect at the next opening of the file.
     void SetFilePrefix(const std::string& prefix);
-    void SetLevel(int32_t level) override;
+    void SetLevel(int32_t level);
     // Opens the file, if it isn't open, and starts the worker, if there is none.
     void Start();
     // Ends the worker; lines still queued are lost and the file stays open.
@@ -64,15 +58,15 @@ class myLogManager : public ILog {
     // Stop, and closes the file: the next Start opens one of a name of its own time.
     void ShutDown();
 
-    void Log(int32_t level, std::string_view module, std::string_view message) override;
+    void Log(int32_t level, std::string_view module, std::string_view message);
     // The same for a message in pieces.
     void LogPieces(int32_t level, std::string_view module, const MessagePieces& message);
-    // Runs on the worker.
-    void WriteLine(std::string_view line) override;
+    // Runs on the worker. Virtual for tests that want to know when a line is written.
+    virtual void WriteLine(std::string_view line);
 
     // False if a line of this level would be dropped at once.
-    bool Wants(int32_t wantedLevel) const noexcept {
-        return running.load(std::memory_order_relaxed) && wantedLevel >= level.load(std::memory_order_relaxed);
+    bool Wants(int32_t level) const noexcept {
+        return m_Running.load(std::memory_order_relaxed) && level >= m_Level.load(std::memory_order_relaxed);
     }
 
   private:
@@ -80,31 +74,31 @@ class myLogManager : public ILog {
     template <typename Line>
     struct LineTask {  // made where the line is composed, and moved into the queue once
         void operator()() { log->WriteLine(line); }
-        myLogManager* log;
+        LogManager* log;
         Line line;
     };
     template <typename Line>
     void Enqueue(LineTask<Line>& task);  // moved from
     bool KeepBack(std::string_view line);
 
-    LogFile file;  // opened under `mutex` before a worker exists; written by the worker alone
-    std::shared_ptr<mylib::ThreadPool> pool;  // guarded by `mutex`; empty while the log is stopped
-    std::recursive_mutex mutex;               // held to swap `pool`, to enqueue, and while Stop joins the worker
-    std::atomic<int32_t> level{LLWarnings};
-    std::atomic<bool> running{false};  // mirrors `pool` for the test that takes no lock
-    // The threads that keep lines back. Changed under `mutex`; no thread_local, of which Windows never frees the rest.
-    std::atomic<LogHold*> holds{nullptr};
+    LogFile m_File;                      // opened under m_Mutex before a worker exists; written by the worker alone
+    std::shared_ptr<ThreadPool> m_Pool;  // guarded by m_Mutex; empty while the log is stopped
+    std::recursive_mutex m_Mutex;        // held to swap m_Pool, to enqueue, and while Stop joins the worker
+    std::atomic<int32_t> m_Level{LLWarnings};
+    std::atomic<bool> m_Running{false};  // mirrors m_Pool for the test that takes no lock
+    // The threads that keep lines back. Changed under m_Mutex; no thread_local, of which Windows never frees the rest.
+    std::atomic<LogHold*> m_Holds{nullptr};
 };
 
 namespace log_detail {
 
 // Made when the library is loaded, and not on first use: that may be anywhere, and must neither fail nor cost anything.
-extern NoDestroy<myLogManager> g_Log;
+extern NoDestroy<LogManager> g_Log;
 
 }  // namespace log_detail
 
 // The process's log; lives until the library is unloaded, and past that for threads that are late.
-inline myLogManager& TheLog() noexcept {
+inline LogManager& TheLog() noexcept {
     return log_detail::g_Log.Get();
 }
 
@@ -226,7 +220,7 @@ class LogHold {
     void LetGo() noexcept;
 
   private:
-    friend class myLogManager;
+    friend class LogManager;
     void End() noexcept;
 
     bool m_Holding;

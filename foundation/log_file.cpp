@@ -8,20 +8,18 @@
 namespace quillet {
 
 void LogFile::Open() {
-    directory = GetExecutableDirectory() + "\\log\\" + GetExecutableTitle();
+    const std::string directory = GetExecutableDirectory() + "\\log\\" + GetExecutableTitle();
     MakeDirectory(directory, true);
-    directory += '\\';
     if (IsOpen()) return;
-    fileName = NameFor(prefix, platform::TheClock().Local());
-    stream = platform::AppendFile::Open(directory + fileName);
+    m_Stream = platform::AppendFile::Open(directory + '\\' + NameFor(m_Prefix, platform::TheClock().Local()));
 }
 
 void LogFile::Close() {
-    stream.reset();
+    m_Stream.reset();
 }
 
 void LogFile::Write(std::string_view line) {
-    if (stream) stream->Write(line);
+    if (m_Stream) m_Stream->Write(line);
 }
 
 std::string LogFile::NameFor(const std::string& prefix, const platform::LocalTime& time) {

@@ -13,14 +13,14 @@ namespace quillet {
 // One thread at a time, but for Write, which may run beside the other operations once the file is open.
 class LogFile {
   public:
-    void SetPrefix(const std::string& newPrefix) { prefix = newPrefix; }
+    void SetPrefix(const std::string& prefix) { m_Prefix = prefix; }
 
     // Works out the directory beside the host's executable and makes it; opens the file, if none is open,
     // under a name made of the prefix and the local time. A file that can't be opened stays closed without an
     // error.
     void Open();
     void Close();
-    bool IsOpen() const { return stream != nullptr; }
+    bool IsOpen() const { return m_Stream != nullptr; }
 
     // Hands the line to the system at once.
     void Write(std::string_view line);
@@ -30,10 +30,8 @@ class LogFile {
     static std::string NameFor(const std::string& prefix, const platform::LocalTime& time);
 
   private:
-    std::string directory;  // with a final "\"
-    std::string prefix;
-    std::string fileName;  // without the directory
-    std::unique_ptr<platform::AppendFile> stream;
+    std::string m_Prefix;
+    std::unique_ptr<platform::AppendFile> m_Stream;  // null while the file is closed
 };
 
 }  // namespace quillet

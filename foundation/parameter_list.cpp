@@ -75,7 +75,7 @@ double ParameterList::GetNumber(std::string_view key, double defaultValue) const
     std::istringstream stream{std::string(NumberPrefix(entry.value))};
     stream.imbue(std::locale::classic());
     double number = 0;
-    if (!(stream >> number)) throw mylib::StringError("TypeConversion");
+    if (!(stream >> number)) throw StringError("TypeConversion");
     return number;
 }
 

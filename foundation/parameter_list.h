@@ -23,7 +23,7 @@ class ParameterList {
     // A pair of two empty texts if there is none.
     ParameterEntry Find(std::string_view key) const;
     std::string GetString(std::string_view key, std::string_view defaultValue) const;
-    // The longest prefix of the value that is a number in the classic locale. Throws mylib::StringError
+    // The longest prefix of the value that is a number in the classic locale. Throws StringError
     // "TypeConversion" if the key is there and its value doesn't begin with a number.
     double GetNumber(std::string_view key, double defaultValue) const;
 

@@ -40,38 +40,31 @@ int32_t OsEvent::TimedWait(uint32_t milliseconds) {
 }
 
 OsSemaphore::OsSemaphore(uint32_t initialCount)
-    : m_Handle(platform::Semaphore::Create(initialCount, kSemaphoreMaximum)), m_Count(initialCount) {}
+    : m_Handle(platform::Semaphore::Create(initialCount, kSemaphoreMaximum)) {}
 
 int32_t OsSemaphore::Post() {
-    if (!m_Handle) return kSemaphoreFailed;
-    ++m_Count;  // before the post: a waiter may take its one at once, and the count must not pass below 0
-    if (m_Handle->Post()) return kSemaphoreDone;
-    --m_Count;
-    return kSemaphoreFailed;
+    return m_Handle && m_Handle->Post() ? kSemaphoreDone : kSemaphoreFailed;
 }
 
 int32_t OsSemaphore::Wait() {
-    if (!m_Handle || !m_Handle->Wait()) return kSemaphoreFailed;
-    --m_Count;
-    return kSemaphoreDone;
+    return m_Handle && m_Handle->Wait() ? kSemaphoreDone : kSemaphoreFailed;
 }
 
-void CNamedMutex::Create() {
+void ClaimMutex::Create() {
     if (m_Handle) return;
     m_Handle = platform::NamedMutex::OpenExisting(m_Name);
-    m_ExistedAlready = m_Handle != nullptr;
     if (!m_Handle) m_Handle = platform::NamedMutex::Create(m_Name);
 }
 
-bool CNamedMutex::Take(uint32_t milliseconds) {
+bool ClaimMutex::Take(uint32_t milliseconds) {
     return m_Handle && m_Handle->Take(milliseconds);
 }
 
-bool CNamedMutex::Release() {
+bool ClaimMutex::Release() {
     return m_Handle && m_Handle->Release();
 }
 
-void CNamedMutex::Close() {
+void ClaimMutex::Close() {
     m_Handle.reset();
 }
 

@@ -2,7 +2,6 @@
 // numbers of the exported primitives.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -46,18 +45,16 @@ class OsSemaphore {
 
   private:
     std::unique_ptr<platform::Semaphore> m_Handle;
-    std::atomic<uint32_t> m_Count;  // kept beside the system's count, for debugging
 };
 
 // The claim of a port between processes.
-class CNamedMutex {
+class ClaimMutex {
   public:
     void SetName(std::string name) { m_Name = std::move(name); }
     const std::string& Name() const { return m_Name; }
     bool IsOpen() const { return m_Handle != nullptr; }
-    bool ExistedAlready() const { return m_ExistedAlready; }
 
-    // Opens or makes the mutex of the name, unless a handle is held already.
+    // Opens or makes the mutex of that name, unless a handle is held already.
     void Create();
     // True if it was obtained within the time.
     bool Take(uint32_t milliseconds);
@@ -68,7 +65,6 @@ class CNamedMutex {
 
   private:
     std::unique_ptr<platform::NamedMutex> m_Handle;
-    bool m_ExistedAlready = false;
     std::string m_Name;
 };
 

@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace quillet::mylib {
+namespace quillet {
 
 // A callable without arguments, kept inside the object: making and moving one needs no memory and can't fail.
 class Task {
@@ -50,4 +50,4 @@ class Task {
     alignas(kAlignment) unsigned char m_Storage[kSize];
 };
 
-}  // namespace quillet::mylib
+}  // namespace quillet

@@ -1,6 +1,6 @@
 #include "foundation/thread_pool.h"
 
-namespace quillet::mylib {
+namespace quillet {
 namespace {
 
 constexpr size_t kKeptTasks = 1024;
@@ -13,31 +13,26 @@ ThreadPool::~ThreadPool() {
 
 void ThreadPool::Start() {
     {
-        std::lock_guard<std::mutex> lock(threadsMutex);
-        if (!threads.empty()) return;
-        threadCount = 1;
-        threads.reserve(threadCount);
-        while (threads.size() < threadCount) {
-            threads.push_back(platform::StartThread("quillet-pool", [this] { RunWorker(); }));
-        }
+        std::lock_guard<std::mutex> lock(m_WorkerMutex);
+        if (m_Worker.Joinable()) return;
+        m_Worker = platform::StartThread("quillet-pool", [this] { RunWorker(); });
         SetState(Running);
     }
-    wakeUp->notify_all();
+    m_WakeUp->notify_all();
 }
 
 void ThreadPool::Stop() {
-    std::lock_guard<std::mutex> lock(threadsMutex);
-    if (state != Running) return;
+    std::lock_guard<std::mutex> lock(m_WorkerMutex);
+    if (m_State != Running) return;
     SetState(Stopping);
-    wakeUp->notify_all();
-    for (platform::Thread& thread : threads) thread.Join();
+    m_WakeUp->notify_all();
+    m_Worker.Join();
     SetState(Stopped);
-    threads.clear();
 }
 
 void ThreadPool::RunWorker() {
     while (TakeTasks()) {
-        while (HasTaken() && state == Running) RunNextTask();
+        while (HasTaken() && m_State == Running) RunNextTask();
         if (!HasTaken()) EndRound();
     }
 }
@@ -45,34 +40,33 @@ void ThreadPool::RunWorker() {
 // Waits for tasks, or for a round without any; false at the end. What a Stop has left of those taken comes first after
 // the next Start.
 bool ThreadPool::TakeTasks() {
-    std::unique_lock<std::mutex> lock(tasksMutex);
-    wakeUp->wait_for(lock, idleWait,
-                     [this] { return (state == Running && (!tasks.empty() || HasTaken())) || state == Stopping; });
-    if (state == Running && !HasTaken()) taken.swap(tasks);
-    return state != Stopping;
+    std::unique_lock<std::mutex> lock(m_TasksMutex);
+    m_WakeUp->wait_for(lock, m_IdleWait, [this] {
+        return (m_State == Running && (!m_Tasks.empty() || HasTaken())) || m_State == Stopping;
+    });
+    if (m_State == Running && !HasTaken()) m_Taken.swap(m_Tasks);
+    return m_State != Stopping;
 }
 
 void ThreadPool::RunNextTask() {
-    Task& task = taken[nextTaken++];
-    ++activeCount;
+    Task& task = m_Taken[m_NextTaken++];
     try {
         task();
     } catch (...) {  // a task that fails must not end the worker of those behind it
     }
-    --activeCount;
     task.Drop();
 }
 
 // The list keeps its memory for the next round, but not what a long queue has taken.
 void ThreadPool::EndRound() {
-    taken.clear();
-    nextTaken = 0;
-    if (taken.capacity() > kKeptTasks) taken.shrink_to_fit();
+    m_Taken.clear();
+    m_NextTaken = 0;
+    if (m_Taken.capacity() > kKeptTasks) m_Taken.shrink_to_fit();
 }
 
 void ThreadPool::SetState(State newState) {
-    std::lock_guard<std::mutex> lock(tasksMutex);
-    state = newState;
+    std::lock_guard<std::mutex> lock(m_TasksMutex);
+    m_State = newState;
 }
 
-}  // namespace quillet::mylib
+}  // namespace quillet

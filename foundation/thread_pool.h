@@ -14,14 +14,14 @@
 #include "platform/process_origin.h"
 #include "platform/thread.h"
 
-namespace quillet::mylib {
+namespace quillet {
 
 // All operations may be called from any thread; Stop and the destructor not from a task.
 class ThreadPool {
   public:
     // An idle worker looks round so often; nothing depends on it.
-    explicit ThreadPool(std::chrono::milliseconds lookRound = std::chrono::seconds(2)) : idleWait(lookRound) {}
-    virtual ~ThreadPool();
+    explicit ThreadPool(std::chrono::milliseconds lookRound = std::chrono::seconds(2)) : m_IdleWait(lookRound) {}
+    ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
 
@@ -33,10 +33,10 @@ class ThreadPool {
     template <typename F>
     void Enqueue(F&& task) {
         {
-            std::lock_guard<std::mutex> lock(tasksMutex);
-            tasks.emplace_back(std::forward<F>(task));
+            std::lock_guard<std::mutex> lock(m_TasksMutex);
+            m_Tasks.emplace_back(std::forward<F>(task));
         }
-        wakeUp->notify_one();
+        m_WakeUp->notify_one();
     }
 
     // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped
@@ -50,21 +50,19 @@ class ThreadPool {
     bool TakeTasks();
     void RunNextTask();
     void EndRound();
-    bool HasTaken() const { return nextTaken < taken.size(); }
+    bool HasTaken() const { return m_NextTaken < m_Taken.size(); }
     void SetState(State newState);
 
-    const std::chrono::milliseconds idleWait;
+    const std::chrono::milliseconds m_IdleWait;
     // Two lists that change places, so that neither thread asks for memory while they are long enough.
-    std::vector<Task> tasks;  // guarded by tasksMutex
-    std::vector<Task> taken;  // the worker's alone: what it has taken out of `tasks`, all at once
-    size_t nextTaken = 0;     // the worker's alone
-    std::mutex tasksMutex;    // also held at each change of `state`, or a wake-up could be lost
-    std::mutex threadsMutex;  // guards `threads`
-    std::vector<platform::Thread> threads;
-    platform::ProcessBound<std::condition_variable> wakeUp;
-    std::atomic<uint64_t> threadCount{0};
-    std::atomic<uint64_t> activeCount{0};  // tasks being run
-    std::atomic<int32_t> state{Stopped};
+    std::vector<Task> m_Tasks;  // guarded by m_TasksMutex
+    std::vector<Task> m_Taken;  // the worker's alone: what it has taken out of m_Tasks, all at once
+    size_t m_NextTaken = 0;     // the worker's alone
+    std::mutex m_TasksMutex;    // also held at each change of m_State, or a wake-up could be lost
+    std::mutex m_WorkerMutex;   // guards m_Worker, and is held while Stop joins it
+    platform::Thread m_Worker;
+    platform::ProcessBound<std::condition_variable> m_WakeUp;
+    std::atomic<int32_t> m_State{Stopped};
 };
 
-}  // namespace quillet::mylib
+}  // namespace quillet

@@ -34,7 +34,7 @@ void CheckParameters(std::string_view text) {
         fuzz::Require(list.Find(key).key == key);
         try {
             list.GetNumber(key, 0);
-        } catch (const mylib::StringError&) {
+        } catch (const StringError&) {
             continue;  // no number there
         }
         fuzz::Require(list.GetString(key, "").find_first_of("0123456789") != std::string::npos);
@@ -42,7 +42,7 @@ void CheckParameters(std::string_view text) {
 }
 
 void CheckFormat(std::string_view text) {
-    const bool hasPlaceholder = HasPlaceholder(text);
+    const bool hasPlaceholder = FindPlaceholder(text).size != 0;
     fuzz::Require(hasPlaceholder || Format(text, 12345) == text);
     fuzz::Require(Format(text, text, -1, 'c', text).size() <= 3 * text.size() + 20);
 }

@@ -80,7 +80,6 @@ void CDevice::EventEnable(const bool* allowable, const bool* enabled) {
     LogTrace trace("CDevice::EventEnable");
     if (allowable != nullptr) {
         LogInfo("    | in_Enable: ", *allowable);
-        m_EventQueue.SetAllowableEvents(*allowable ? EventAll : EventNone);
         LogInfo(*allowable ? "    | Allowable Events: EventAll" : "    | Allowable Events: EventNone");
     }
     if (enabled == nullptr) return;

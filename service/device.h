@@ -65,11 +65,11 @@ class CDevice {
     // local, which it stores here and returns, so that it never returns another thread's.
     std::atomic<ResultCode> m_ResultCode{ResultClosed};
     std::atomic<uint32_t> m_LinkType{LinkNone};
-    CNamedMutex m_ClaimMutex;
+    ClaimMutex m_ClaimMutex;
     std::string m_ClaimedName;  // as the process's list of claims has it, while StatusClaimed is set
     ParameterList m_Parameters;
     std::atomic<bool> m_Closing{false};  // CloseService is running: the power thread doesn't act
-    CEventQueue m_EventQueue;            // last: its thread finds everything else made
+    EventQueue m_EventQueue;            // last: its thread finds everything else made
 };
 
 }  // namespace quillet

@@ -99,7 +99,7 @@ bool CScanner::DeviceCommEnable(bool enable) try {
         TheCommArbiter().RemoveDevice(Key());
     }
     return true;
-} catch (const ZelmarError& error) {
+} catch (const QuilletError& error) {
     const std::string text = error.what();
     LogCritical("Error: DeviceCommEnable ", text.empty() ? "Unknown exception" : text);
     m_ResultCode = static_cast<ResultCode>(error.Code());

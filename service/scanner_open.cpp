@@ -51,7 +51,7 @@ ResultCode CScanner::OpenConnection(const std::string& connection) {
     }
     try {
         if (kind->check != nullptr && !kind->check(m_Parameters, found)) return ResultNoHardware;
-    } catch (const ZelmarError& error) {
+    } catch (const QuilletError& error) {
         const std::string text = error.what();
         LogCritical("Error: OpenService exception: ", text.empty() ? "Unknown exception" : text);
         return ResultOpenException;

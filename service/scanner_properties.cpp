@@ -95,7 +95,6 @@ struct CScanner::Properties {
     }
     static ResultCode WriteAutoDisable(CScanner& scanner, int32_t value) {
         scanner.m_Status.Put(StatusAutoDisable, value != 0);
-        scanner.m_EventQueue.SetAutoDisable(value != 0);
         return ResultSuccess;
     }
     // A value without a mode leaves none; coding is decimal then, and reads give 0.

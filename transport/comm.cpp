@@ -123,7 +123,7 @@ int32_t CComm::RunReadThread() {
     try {
         ReadUntilTold();
         lost = false;
-    } catch (const ZelmarError& error) {
+    } catch (const QuilletError& error) {
         LogCritical("Error: RunReadThread: ", error.what());
     } catch (const std::exception& error) {
         LogCritical("Error: read thread ended by an exception: ", error.what());

@@ -41,8 +41,8 @@ std::shared_ptr<CComm> CCommArbiter::AddDevice(const LinkSetup& setup) {
             return link;
         }
         return AddNewLink(setup);
-    } catch (const ZelmarError& error) {
-        throw ZelmarError(error.what(), error.Code());
+    } catch (const QuilletError& error) {
+        throw QuilletError(error.what(), error.Code());
     }
 }
 
@@ -126,7 +126,7 @@ class CCommArbiter::WriteMark {
 void CCommArbiter::RunWrite(CComm& link, const std::function<void()>& write) try {
     WriteMark mark(*this, link);
     write();
-} catch (const ZelmarError& error) {
+} catch (const QuilletError& error) {
     LogCritical("Error: WriteData", error.what());
 }
 

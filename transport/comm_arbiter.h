@@ -23,7 +23,7 @@ inline constexpr int32_t kMaxLinks = 132;
 class CCommArbiter {
   public:
     // The open link of the key: made and opened, or the listed one, which keeps the setup that it was made with. Empty
-    // if there are 132 links. Throws ZelmarError if the device won't open, and mylib::StringError for line settings
+    // if there are 132 links. Throws QuilletError if the device won't open, and StringError for line settings
     // that are no numbers.
     std::shared_ptr<CComm> AddDevice(const LinkSetup& setup);
     // Closes the link for everybody; it stays listed if it waits for its device to come back.

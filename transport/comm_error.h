@@ -5,9 +5,9 @@
 
 namespace quillet {
 
-class CommError : public ZelmarError {
+class CommError : public QuilletError {
   public:
-    using ZelmarError::ZelmarError;
+    using QuilletError::QuilletError;
 };
 
 class SerialLinkError : public CommError {

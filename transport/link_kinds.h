@@ -18,9 +18,9 @@ struct LinkKind {
 
     // The number under which a link is listed; kNoLinkNumber if the key stands for no link.
     int32_t (*number)(const LinkKey& key);
-    // The port that a connection string names. Throws mylib::StringError. Null: this kind has no port numbers.
+    // The port that a connection string names. Throws StringError. Null: this kind has no port numbers.
     uint32_t (*port)(const ParameterList& parameters);
-    // Whether a service may be opened by what the system lists; writes to the log. Throws mylib::StringError. Null:
+    // Whether a service may be opened by what the system lists; writes to the log. Throws StringError. Null:
     // the device needn't be there before it is enabled.
     bool (*check)(const ParameterList& parameters, const DiscoveredLists& found);
     // Whether a device is there, for the report at enabling. Null: the first report is the power thread's.

@@ -18,7 +18,7 @@ class SerialLink : public CComm {
     explicit SerialLink(LinkSetup setup);
     ~SerialLink() override;
 
-    // Throws SerialLinkError, and mylib::StringError for a line setting that is no number.
+    // Throws SerialLinkError, and StringError for a line setting that is no number.
     void EnableDevice() override;
     void WritePacket(CommandPacket& packet) override;
     void WriteBytes(std::string& bytes) override { WriteString(bytes); }

@@ -38,12 +38,10 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
 }
 
 TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
-    CEventQueue queue;
+    EventQueue queue;
     queue.SetEnabledEvents(EventAll);
     EXPECT_EQ(TextOfError<OposQueueError>([&] { queue.SetEnabledEvents(32); }),
               "Invalid event type passed to SetEnabledEvents.");
-    EXPECT_EQ(TextOfError<OposQueueError>([&] { queue.SetAllowableEvents(32); }),
-              "Invalid event type passed to SetAllowableEvents.");
     EXPECT_EQ(queue.GetEnabledEvents(), 31);
     queue.ChangeEnabledEvents(0, EventData);
     EXPECT_EQ(queue.GetEnabledEvents(), 30);
@@ -51,7 +49,7 @@ TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
 
 TEST(EventQueueTest, EachSettingIsOnePassAsTheLogShows) {
     test::LogReader log;
-    CEventQueue queue;
+    EventQueue queue;
     queue.SetEnabledEvents(EventAll);
     queue.ChangeEnabledEvents(0, 0);  // also one that changes nothing
     ptrdiff_t passes = 0;
@@ -68,7 +66,7 @@ TEST(EventQueueTest, EachSettingIsOnePassAsTheLogShows) {
 // hang.
 TEST(EventQueueTest, EndsAtAnyMoment) {
     for (int round = 0; round < 200; ++round) {
-        CEventQueue queue;
+        EventQueue queue;
         if (round % 2 == 0) queue.SetEnabledEvents(EventAll);
         if (round % 3 == 0) queue.EndThread();
     }

@@ -39,7 +39,7 @@ class StandingClock : public platform::Clock {
 };
 
 // A log of its own that tells when its worker has written.
-class WatchedLog : public myLogManager {
+class WatchedLog : public LogManager {
   public:
     WatchedLog() { SetFilePrefix(m_Prefix); }
     ~WatchedLog() override {
@@ -48,7 +48,7 @@ class WatchedLog : public myLogManager {
     }
 
     void WriteLine(std::string_view line) override {
-        myLogManager::WriteLine(line);
+        LogManager::WriteLine(line);
         std::lock_guard<std::mutex> lock(m_Mutex);
         m_Lines.emplace_back(line);
         m_Written.notify_all();

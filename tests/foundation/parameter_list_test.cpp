@@ -74,7 +74,7 @@ TEST(ParameterList, ReadsNumbersAsTheClassicLocaleDoes) {
     for (const char* value : kUnreadable) {
         ParameterList list;
         list.Add("n", value);
-        EXPECT_THROW(list.GetNumber("n", -7), mylib::StringError) << value;
+        EXPECT_THROW(list.GetNumber("n", -7), StringError) << value;
         EXPECT_EQ(list.GetNumber("m", -7), -7);
     }
     std::locale::global(before);

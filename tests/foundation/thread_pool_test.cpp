@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace quillet::mylib {
+namespace quillet {
 namespace {
 
 TEST(ThreadPool, RunsTheTasksOfEachThreadInItsOrder) {
@@ -112,4 +112,4 @@ TEST(ThreadPool, IdleWorkerIsStoppedAndWokenAtOnce) {
 }
 
 }  // namespace
-}  // namespace quillet::mylib
+}  // namespace quillet

@@ -35,7 +35,7 @@ TEST_F(ConnectionTest, TheChoiceFollowsWhatIsPluggedIn) {
     EXPECT_EQ(m_Scanner.Open("protocol=usb"), ResultNoHardware);
     EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port,serialport=8"), ResultNoHardware);
     EXPECT_EQ(m_Scanner.Open("protocol=virtual serial port"), ResultNoHardware);
-    EXPECT_THROW(m_Scanner.Open("protocol=serial port,serialport=seven"), mylib::StringError);
+    EXPECT_THROW(m_Scanner.Open("protocol=serial port,serialport=seven"), StringError);
     EXPECT_EQ(m_Scanner.Number(PropState), StateClosed);
 
     m_Tree.Plug(HidDevice("usb-1"));
@@ -66,7 +66,7 @@ TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
     Device();
-    EXPECT_THROW(m_Scanner.OpenClaimEnable(Connection() + ",parity=odd"), mylib::StringError);
+    EXPECT_THROW(m_Scanner.OpenClaimEnable(Connection() + ",parity=odd"), StringError);
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
     EXPECT_EQ(Device().OpenNow(), 0);

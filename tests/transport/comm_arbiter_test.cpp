@@ -62,7 +62,7 @@ TEST(CommArbiter, MovesALinkThroughItsPlaces) {
     EXPECT_TRUE(device.Writes().empty());
 
     device.FailOpens(5);
-    EXPECT_THROW(fixture.Add(SerialKey(3)), ZelmarError);
+    EXPECT_THROW(fixture.Add(SerialKey(3)), QuilletError);
     EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(3)), link) << "a listed link stays, whatever its opening says";
     device.FailOpens(0);
     EXPECT_EQ(fixture.Add(SerialKey(3)), link);
@@ -88,13 +88,13 @@ TEST(CommArbiter, PassesTheErrorOfAnOpeningOn) {
         try {
             fixture.Add(key);
             ADD_FAILURE() << text;
-        } catch (const ZelmarError& error) {
-            EXPECT_EQ(typeid(error), typeid(ZelmarError));
+        } catch (const QuilletError& error) {
+            EXPECT_EQ(typeid(error), typeid(QuilletError));
             EXPECT_STREQ(error.what(), text);
         }
         EXPECT_EQ(fixture.arbiter.FindLink(key), nullptr);
     }
-    EXPECT_THROW(fixture.Add(SerialKey(4), "parity=even"), mylib::StringError);
+    EXPECT_THROW(fixture.Add(SerialKey(4), "parity=even"), StringError);
     EXPECT_EQ(fixture.arbiter.FindLink(SerialKey(4)), nullptr);
     EXPECT_NE(fixture.Add(SerialKey(4), "parity=2"), nullptr);
 }

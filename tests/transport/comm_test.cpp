@@ -72,7 +72,7 @@ TEST(ReadThread, EndsAsItsOwnerAnswers) {
     };
     const Case cases[] = {
         {[] { return kEndReading; }, "LLInfo\t\t:Auto disable is true so will exit read thread"},
-        {[]() -> int32_t { throw ZelmarError("told", 3); }, "LLCritical\t:Error: RunReadThread: told"},
+        {[]() -> int32_t { throw QuilletError("told", 3); }, "LLCritical\t:Error: RunReadThread: told"},
         {[]() -> int32_t { throw std::runtime_error("other"); },
          "LLCritical\t:Error: read thread ended by an exception: other"},
         {[]() -> int32_t { throw 1; }, "LLCritical\t:Error: read thread ended by an unknown exception"},

@@ -102,7 +102,7 @@ TEST(SerialLink, ClosesAfterEachFailureOnTheWay) {
     FakeDevice& other = fixture.access.Port(4);
     const auto nonsense = fixture.Serial(4, "baudrate=fast");
     test::LogReader log;
-    EXPECT_THROW(nonsense->EnableDevice(), mylib::StringError);
+    EXPECT_THROW(nonsense->EnableDevice(), StringError);
     EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | Retrieved COM Port settings"));
     other.FailSettings(25, 0, 0);
     EXPECT_THROW(nonsense->EnableDevice(), SerialLinkError);  // the port is asked before the numbers are read

@@ -1,12 +1,12 @@
-# quillet_layer(<floor> SOURCES <files...> [USES <lower floors...>])
+# quillet_layer(<layer> SOURCES <files...> [USES <lower layers...>])
 #
-# One static library a floor, quillet_<floor>. Its headers are included as "<floor>/<header>.h" and are found only
-# by targets that link it: each floor has an include directory of its own that holds nothing but a link to its folder.
-function(quillet_layer floor)
+# One static library a layer, quillet_<layer>. Its headers are included as "<layer>/<header>.h" and are found only
+# by targets that link it: each layer has an include directory of its own that holds nothing but a link to its folder.
+function(quillet_layer layer)
   cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
-  set(target quillet_${floor})
+  set(target quillet_${layer})
   add_library(${target} STATIC ${ARG_SOURCES})
-  quillet_include_root(${target} ${floor} ${CMAKE_CURRENT_SOURCE_DIR})
+  quillet_include_root(${target} ${layer} ${CMAKE_CURRENT_SOURCE_DIR})
   foreach(lower IN LISTS ARG_USES)
     target_link_libraries(${target} PUBLIC quillet_${lower})
   endforeach()
@@ -14,7 +14,7 @@ function(quillet_layer floor)
 endfunction()
 
 # Makes "<name>/..." includable for users of the target. Where links can't be made (Windows without the right to),
-# the folder's parent serves, and the floors are then kept apart by review alone.
+# the folder's parent serves, and the layers are then kept apart by review alone.
 function(quillet_include_root target name folder)
   set(root ${PROJECT_BINARY_DIR}/include-roots/${name})
   file(MAKE_DIRECTORY ${root})

@@ -1,4 +1,4 @@
-// Storage for process-wide objects, for the floors above.
+// Storage for process-wide objects, for the layers above.
 #pragma once
 
 #include "platform/no_destroy.h"

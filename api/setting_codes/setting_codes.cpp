@@ -8,10 +8,10 @@
 
 #include <quillet/quillet.h>
 
-#include "api/settings/parameters.h"
 #include "foundation/text.h"
 #include "protocol/catalogue.h"
 #include "protocol/packet.h"
+#include "protocol/setting_parameters.h"
 
 namespace quillet {
 namespace {

@@ -5,8 +5,8 @@
 #include <quillet/quillet.h>
 
 #include "api/handle_calls.h"
-#include "api/settings/parameters.h"
 #include "protocol/catalogue_table.h"
+#include "protocol/setting_parameters.h"
 
 namespace quillet {
 namespace {

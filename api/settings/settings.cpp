@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "api/handle_calls.h"
-#include "api/settings/parameters.h"
 #include "api/settings/setting_rows.h"
+#include "protocol/setting_parameters.h"
 
 namespace quillet {
 namespace {

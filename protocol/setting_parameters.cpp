@@ -1,4 +1,4 @@
-#include "api/settings/parameters.h"
+#include "protocol/setting_parameters.h"
 
 #include <initializer_list>
 

@@ -1,6 +1,6 @@
 // The road of a barcode from a device to the application, beside what an application's author would write by hand for
-// the same device: a loop of poll and read, and a thread that reads and hands over by a condition variable. All three take
-// turns within one run, so that what else the machine does meets them alike.
+// the same device: a loop of poll and read, and a thread that reads and hands over by a condition variable. All three
+// take turns within one run, so that what else the machine does meets them alike.
 #include <algorithm>
 #include <atomic>
 #include <benchmark/benchmark.h>
@@ -268,8 +268,9 @@ BENCHMARK(BM_Idle)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && std::strcmp(argv[1], "--device") == 0)
+    if (argc == 4 && std::strcmp(argv[1], "--device") == 0) {
         return quillet::bench::RunDevice(argv[2], std::atoi(argv[3]));
+    }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     const DeviceProcess device(argv[0]);

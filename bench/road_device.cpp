@@ -122,8 +122,9 @@ DeviceProcess::DeviceProcess(const char* program) {
     m_Orders = ends[0];
     char ready = 0;
     if (::read(m_Orders, &ready, 1) != 1) throw std::system_error(ECHILD, std::generic_category(), "device");
-    for (const char* folder : {"/quillet", "/quillet/devices"})
+    for (const char* folder : {"/quillet", "/quillet/devices"}) {
         Checked(::mkdir((directory + folder).c_str(), 0755), folder);
+    }
     Register(directory + "/quillet/devices", m_SocketPath);
 }
 

@@ -38,9 +38,7 @@ void EventQueue::SetCallback(void* context, EventCallback callback) {
 }
 
 void EventQueue::SetEnabledEvents(int32_t mask) {
-    if (mask > static_cast<int32_t>(EventAll)) {
-        throw OposQueueError("Invalid event type passed to SetEnabledEvents.");
-    }
+    if (mask > static_cast<int32_t>(EventAll)) throw OposQueueError("Invalid event type passed to SetEnabledEvents.");
     std::lock_guard lock(m_Mutex);
     StoreEnabledEvents(mask);
 }
@@ -50,8 +48,8 @@ void EventQueue::ChangeEnabledEvents(int32_t setBits, int32_t clearBits) {
     StoreEnabledEvents((GetEnabledEvents() | setBits) & ~clearBits);
 }
 
-// With m_Mutex held. A pass over an empty store shows in its detail lines alone. Those of a pass that was due before the
-// log was switched on could have been missed by it anyway.
+// To be called with m_Mutex held. A pass that finds no event does nothing but log two detail lines, so the thread
+// sleeps on where the log doesn't keep them.
 void EventQueue::StoreEnabledEvents(int32_t mask) {
     m_EnabledEvents.store(mask);
     if (!m_Records.empty() || LogWanted(LLInfo)) m_WakeUp.Post();

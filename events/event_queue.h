@@ -29,8 +29,8 @@ class EventQueue {
 
     void SetCallback(void* context, EventCallback callback);
 
-    // Throws OposQueueError for a mask of 32 or above, which isn't stored. Wakes the thread for one pass, also if the mask
-    // stays the same; not where nobody could see the pass.
+    // Throws OposQueueError for a mask of 32 or above, which isn't stored. Wakes the thread for one pass, also if the
+    // mask stays the same, unless the pass would find no event and log nothing.
     void SetEnabledEvents(int32_t mask);
     int32_t GetEnabledEvents() const { return m_EnabledEvents.load(); }
     // Sets and clears bits of the enabled mask as one step, and wakes the thread as SetEnabledEvents does.

@@ -1,5 +1,4 @@
-// Format: fills values into a text at placeholders, in place of printf. Nothing can overrun or read a wrong
-// type.
+// Format: fills values into a text at placeholders, in place of printf. Nothing can overrun or read a wrong type.
 #pragma once
 
 #include <array>
@@ -48,7 +47,7 @@ class FormatValue {
     std::optional<uint64_t> m_Number;
 };
 
-// What a value takes the place of; with `size` 0 nothing, and `at` is the end of the text.
+// The part of a text that a value replaces. `size` 0 means that there is none; `at` is then the end of the text.
 struct Placeholder {
     size_t at = 0;
     size_t size = 0;
@@ -57,9 +56,8 @@ struct Placeholder {
 
 Placeholder FindPlaceholder(std::string_view text);
 
-// Puts one value at the first "%" of the text. What is replaced is found by looking for a directive in the
-// three characters from there; where none is found, or the "%" ends the text, the value is dropped and the
-// text stays.
+// Puts one value at the first "%" of the text. What is replaced is found by looking for a directive in the three
+// characters from there; where none is found, or the "%" ends the text, the value is dropped and the text stays.
 std::string FillIn(std::string text, const FormatValue& value);
 
 // Fills the values in one after the other, each into the text as the one before left it. The text of a value

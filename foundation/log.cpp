@@ -88,7 +88,7 @@ class LineText {
 
     size_t m_Size;
     std::unique_ptr<char[]> m_Long;
-    std::array<char, 160> m_Short;  // moved whole, which costs less than to ask how much of it
+    std::array<char, 160> m_Short;  // moved whole: cheaper than looking how much of it is used
 };
 
 }  // namespace
@@ -139,7 +139,7 @@ void LogManager::LogPieces(int32_t level, std::string_view module, const Message
     if (m_Holds.load(std::memory_order_relaxed) == nullptr || !KeepBack(task.line)) Enqueue(task);
 }
 
-// True if the calling thread keeps its lines back. Its own hold it sees in any case.
+// True if the calling thread holds its lines back. The relaxed load before is enough: a thread sees its own hold.
 bool LogManager::KeepBack(std::string_view line) {
     const uint32_t caller = platform::CurrentThreadId();
     std::lock_guard<std::recursive_mutex> lock(m_Mutex);
@@ -185,7 +185,7 @@ void LogHold::LetGo() noexcept {
             LogManager::LineTask<std::string> task{&TheLog(), std::move(line)};
             TheLog().Enqueue(task);
         }
-    } catch (...) {  // as in Write
+    } catch (...) {  // the line is lost, as in WritePieces
     }
     m_Lines.clear();
 }
@@ -197,7 +197,7 @@ NoDestroy<LogManager> g_Log;
 void WritePieces(int32_t level, const MessagePieces& message) noexcept {
     try {
         TheLog().LogPieces(level, {}, message);
-    } catch (...) {  // as the header says
+    } catch (...) {  // no memory for the line
     }
 }
 

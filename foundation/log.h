@@ -55,7 +55,7 @@ class LogManager {
     void Start();
     // Ends the worker; lines still queued are lost and the file stays open.
     void Stop();
-    // Stop, and closes the file: the next Start opens one of a name of its own time.
+    // Stop, and closes the file: the next Start opens one named by the time of that Start.
     void ShutDown();
 
     void Log(int32_t level, std::string_view module, std::string_view message);
@@ -86,18 +86,19 @@ class LogManager {
     std::recursive_mutex m_Mutex;        // held to swap m_Pool, to enqueue, and while Stop joins the worker
     std::atomic<int32_t> m_Level{LLWarnings};
     std::atomic<bool> m_Running{false};  // mirrors m_Pool for the test that takes no lock
-    // The threads that keep lines back. Changed under m_Mutex; no thread_local, of which Windows never frees the rest.
+    // The threads that keep lines back. Changed under m_Mutex; no thread_local, which leaks on Windows.
     std::atomic<LogHold*> m_Holds{nullptr};
 };
 
 namespace log_detail {
 
-// Made when the library is loaded, and not on first use: that may be anywhere, and must neither fail nor cost anything.
+// Constructed when the library is loaded: construction on first use would add a check to every
+// log line and could throw.
 extern NoDestroy<LogManager> g_Log;
 
 }  // namespace log_detail
 
-// The process's log; lives until the library is unloaded, and past that for threads that are late.
+// The process's log. Never destroyed, as threads may still log while the library is being unloaded.
 inline LogManager& TheLog() noexcept {
     return log_detail::g_Log.Get();
 }
@@ -127,7 +128,7 @@ const T& ValueText(const T& value) {
     return value;
 }
 
-// No memory for a line is no reason to fail the operation that it tells of: the line is lost.
+// If there is no memory for a line, the line is lost; the operation that logs it goes on.
 void WritePieces(int32_t level, const MessagePieces& message) noexcept;
 // The value at the format's placeholder; directly behind the format if it holds none.
 void WriteFilled(int32_t level, std::string_view format, const FormatValue& value) noexcept;
@@ -195,7 +196,7 @@ inline void LogTraceOut(std::string_view prefix, std::string_view name) noexcept
     log_detail::WritePair(LLTraceOut, prefix, name);
 }
 
-// Writes ">>> name" now and "<<< name" once, on whichever road the scope is left.
+// Writes ">>> name" now, and "<<< name" when the scope is left, by an exception too.
 class LogTrace {
   public:
     explicit LogTrace(const char* name) noexcept : m_Name(name) { LogTraceIn(">>> ", m_Name); }
@@ -207,8 +208,8 @@ class LogTrace {
     const char* m_Name;
 };
 
-// Keeps back the lines of the calling thread until it is known whether they are worth writing: those of an attempt that
-// is made again and again. What wasn't let go by the end is dropped. One at a time a thread.
+// Holds back the lines that the calling thread logs, for an attempt that is repeated for as long as it fails: lines are
+// written only after LetGo, and dropped without it. At most one per thread at a time.
 class LogHold {
   public:
     explicit LogHold(bool hold) noexcept;
@@ -216,7 +217,7 @@ class LogHold {
     LogHold(const LogHold&) = delete;
     LogHold& operator=(const LogHold&) = delete;
 
-    // Writes what was kept back; later lines are written as ever.
+    // Writes the lines held back so far, and ends the holding.
     void LetGo() noexcept;
 
   private:

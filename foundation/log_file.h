@@ -15,9 +15,8 @@ class LogFile {
   public:
     void SetPrefix(const std::string& prefix) { m_Prefix = prefix; }
 
-    // Works out the directory beside the host's executable and makes it; opens the file, if none is open,
-    // under a name made of the prefix and the local time. A file that can't be opened stays closed without an
-    // error.
+    // Works out the directory beside the host's executable and makes it; opens the file, if none is open, under a name
+    // made of the prefix and the local time. A file that can't be opened stays closed without an error.
     void Open();
     void Close();
     bool IsOpen() const { return m_Stream != nullptr; }
@@ -25,8 +24,7 @@ class LogFile {
     // Hands the line to the system at once.
     void Write(std::string_view line);
 
-    // "<prefix>_<year>-<month>-<day>_<hour>.log"; the hour isn't padded. Without a prefix, without its "_"
-    // too.
+    // "<prefix>_<year>-<month>-<day>_<hour>.log"; the hour isn't padded. Without a prefix, without its "_" too.
     static std::string NameFor(const std::string& prefix, const platform::LocalTime& time);
 
   private:

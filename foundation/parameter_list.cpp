@@ -25,8 +25,8 @@ size_t SkipSign(std::string_view text, size_t at) {
     return at < text.size() && (text[at] == '+' || text[at] == '-') ? at + 1 : at;
 }
 
-// White space and the longest run behind it that forms a decimal number; without one, an unreadable text.
-// Found by hand, since a stream given "9600even" would take the "e" too and then refuse the whole.
+// Leading white space and the longest decimal number behind it; empty if there is none. Parsed by hand, because a
+// stream reading "9600even" would take the "e" as an exponent and fail.
 std::string_view NumberPrefix(std::string_view text) {
     const size_t start = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
     const size_t whole = SkipSign(text, start);

@@ -11,8 +11,7 @@ std::string GetDirectoryOf(const std::string& path);
 // Behind the last separator, up to the last "." there; the whole part if it holds no ".".
 std::string GetFileTitle(const std::string& path);
 
-// The host's executable: its path (at most 259 bytes), its directory with "/" only and none at the end, its
-// title.
+// The host's executable: its path (at most 259 bytes), its directory with "/" only and none at the end, its title.
 std::string GetExecutablePath();
 std::string GetExecutableDirectory();
 std::string GetExecutableTitle();

@@ -35,7 +35,7 @@ class OsEvent {
     std::unique_ptr<platform::Event> m_Handle;  // null if creation failed
 };
 
-// A semaphore without an upper limit that matters (0x7FFFFFFF).
+// A semaphore whose count may go up to 0x7FFFFFFF.
 class OsSemaphore {
   public:
     explicit OsSemaphore(uint32_t initialCount);

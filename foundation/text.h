@@ -29,8 +29,7 @@ std::string NumToHexText(uint64_t value);
 std::string ToLowerAscii(std::string text);
 std::string ToUpperAscii(std::string text);
 
-// Cuts the text at each separator. An empty text gives no pieces; a final separator gives a final empty
-// piece.
+// Cuts the text at each separator. An empty text gives no pieces; a final separator gives a final empty piece.
 std::vector<std::string> Split(std::string_view text, char separator);
 
 // Replaces every occurrence of `from`, searching on from the place of each replacement, so `to` must not
@@ -51,8 +50,7 @@ std::string ToAsciiText(std::string_view bytes);
 // The BinaryConversion property of the device model. With no mode chosen, text is coded as in Decimal.
 enum class BinaryConversion { None, Nibble, Decimal };
 
-// Throws std::out_of_range ("invalid string position") if the text ends inside a group of 2 (nibble) or 3
-// (decimal).
+// Throws std::out_of_range ("invalid string position") if the text ends inside a group of 2 (nibble) or 3 (decimal).
 std::string DecodeBinaryText(std::string_view text, BinaryConversion mode);
 std::string EncodeBinaryText(std::string_view bytes, BinaryConversion mode);
 

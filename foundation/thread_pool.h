@@ -19,7 +19,7 @@ namespace quillet {
 // All operations may be called from any thread; Stop and the destructor not from a task.
 class ThreadPool {
   public:
-    // An idle worker looks round so often; nothing depends on it.
+    // lookRound: how often an idle worker wakes up. Nothing depends on it; tests make it long.
     explicit ThreadPool(std::chrono::milliseconds lookRound = std::chrono::seconds(2)) : m_IdleWait(lookRound) {}
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
@@ -39,8 +39,7 @@ class ThreadPool {
         m_WakeUp->notify_one();
     }
 
-    // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped
-    // pool.
+    // Ends the worker after the task it is running; tasks still queued are not run. Harmless on a stopped pool.
     void Stop();
 
   private:

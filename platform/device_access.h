@@ -35,8 +35,7 @@ struct SerialSettings {
     bool discardNulls = false;
 };
 
-// When a serial read ends: readIntervalMs after the last byte of a burst. The first byte is waited for
-// without limit.
+// When a serial read ends: readIntervalMs after the last byte of a burst. The first byte is waited for without limit.
 struct SerialTimeouts {
     uint32_t readIntervalMs = 0;
 };
@@ -86,9 +85,8 @@ struct WriteResult {
     uint32_t error = 0;
 };
 
-// The reads of one thread on one device. The buffer of a started read must live until the read is finished or
-// this object is gone; a read still pending then is cancelled and its data dropped. Used by one thread at a
-// time.
+// The reads of one thread on one device. The buffer of a started read must live until the read is finished or this
+// object is gone; a read still pending then is cancelled and its data dropped. Used by one thread at a time.
 class DeviceReader {
   public:
     virtual ~DeviceReader() = default;
@@ -136,8 +134,7 @@ class DeviceAccess {
 // The access in use: the system's, unless a test has put one of its own in its place. Made on first use:
 // std::bad_alloc if there is no memory then, and the next use tries again.
 DeviceAccess& TheDeviceAccess();
-// Null puts the system's back. The caller keeps the object alive until then; no device may be open across the
-// change.
+// Null puts the system's back. The caller keeps the object alive until then; no device may be open across the change.
 void ReplaceDeviceAccess(DeviceAccess* access) noexcept;
 
 // Given by the operating system's folder; throws as TheDeviceAccess.

@@ -8,9 +8,8 @@
 
 namespace quillet::platform {
 
-// The classes that are searched; the names and identifiers are Windows', where each is a set of its own.
-// Another system gives its serial ports in Ports, its HID devices in HidInterface, and empty sets for the
-// rest.
+// The classes that are searched; the names and identifiers are Windows', where each is a set of its own. Another system
+// gives its serial ports in Ports, its HID devices in HidInterface, and empty sets for the rest.
 enum class DeviceClass { Ports, Modem, ComPortInterface, ModemInterface, HidInterface };
 
 enum class DeviceProperty { Description, Manufacturer };
@@ -75,8 +74,7 @@ class DeviceTree {
 // The tree in use: the system's, unless a test has put one of its own in its place. Made on first use:
 // std::bad_alloc if there is no memory then, and the next use tries again.
 DeviceTree& TheDeviceTree();
-// Null puts the system's back. The caller keeps the object alive until then and sees to it that nobody is
-// looking.
+// Null puts the system's back. The caller keeps the object alive until then and sees to it that nobody is looking.
 void ReplaceDeviceTree(DeviceTree* tree) noexcept;
 
 // Given by the operating system's folder; throws as TheDeviceTree.

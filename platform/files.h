@@ -1,5 +1,4 @@
-// The few file operations of the log. Paths are as the log tells them: '\' and '/' both separate, on every
-// system.
+// The few file operations of the log. Paths are as the log tells them: '\' and '/' both separate, on every system.
 #pragma once
 
 #include <memory>

@@ -6,10 +6,10 @@
 
 namespace quillet::platform {
 
-// Holds an object that is never destroyed, so that a thread that is late at the end of
-// the process still meets a living object. Whatever the object holds (threads, files) is given up by an
-// operation of its own, when the library is taken down. As a function's static variable it is made on first use,
-// safely between threads; where that mustn't throw it is a variable of its file, made when the library is loaded.
+// Holds an object that is never destroyed, so that a thread that is late at the end of the process still meets a living
+// object. Whatever the object holds (threads, files) is given up by an operation of its own, when the library is taken
+// down. As a function's static variable it is made on first use, safely between threads; where that mustn't throw it is
+// a variable of its file, made when the library is loaded.
 template <typename T>
 class NoDestroy {
   public:

@@ -21,12 +21,12 @@ class StopSignal {
     void Set() noexcept;
     void Reset() noexcept;
     bool IsSet() const noexcept;
-    // As IsSet, without asking the system; late by what a Set or Reset that is under way still has to do.
+    // As IsSet, without a system call; it may not yet show a Set or Reset that hasn't returned.
     bool LooksSet() const noexcept { return m_LooksSet.load(); }
     // Waits at most timeoutMs of real time for the signal; true if it is set. kNoLimitMs waits for ever.
     bool Wait(uint32_t timeoutMs) const noexcept;
 
-    // Gives the system's object back before the destruction, when no wait is under way: the signal is never set again.
+    // Closes the system's object before the destruction. No wait may be under way, and the signal is never set again.
     void Close() noexcept;
 
     // What the system's waits take: a file descriptor or an event handle.

@@ -30,11 +30,10 @@ class Thread {
     std::unique_ptr<Impl> m_Impl;
 };
 
-// Starts a joinable thread that has all signals blocked (they belong to the host's own threads) and the given
-// name in debuggers (at most 15 bytes count on Linux). The body must not throw; as a last line of defence an
-// exception that leaves it ends this thread alone, not the host. The code of the library stays loaded until
-// the thread has ended, where the system could take it away before. Throws std::system_error if no thread can
-// be made.
+// Starts a joinable thread that has all signals blocked (they belong to the host's own threads) and the given name in
+// debuggers (at most 15 bytes count on Linux). The body must not throw; as a last line of defence an exception that
+// leaves it ends this thread alone, not the host. The code of the library stays loaded until the thread has ended,
+// where the system could take it away before. Throws std::system_error if no thread can be made.
 Thread StartThread(const char* name, std::function<void()> body);
 
 // The system's id of the calling thread, as debuggers and process lists show it.

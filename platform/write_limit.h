@@ -19,7 +19,7 @@ class WriteLimit {
     void Begin(uint32_t limitMs) noexcept;
     void End() noexcept;
 
-    // Lets go of what it has of the system, at the library's end: nobody is writing any more.
+    // Closes the system's object at the library's end, when nobody is writing any more.
     void GiveUp() noexcept;
 
     // kNoLimitMs without a limit; 0 once it is over.

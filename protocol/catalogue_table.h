@@ -7,8 +7,7 @@
 
 namespace quillet {
 
-// Settings that a row of the catalogue alone doesn't describe, because their calls compute more than a value
-// byte.
+// Settings that a row of the catalogue alone doesn't describe, because their calls compute more than a value byte.
 inline constexpr CommandId kCodeDataPrefixId = 125;
 inline constexpr CommandId kInsertCharacterId = 140;
 inline constexpr CommandId kCodeDataSuffixId = 146;

@@ -15,8 +15,7 @@ std::string SettingParameters(const CommandRow& row, uint8_t value) noexcept;
 // Two characters of a prefix or suffix. The scanner takes 7F for a space.
 std::string CharacterPair(uint8_t first, uint8_t second) noexcept;
 
-// A control character before (kHidLeadingFormId) or behind (kHidPostFormId) the barcode, in one of the
-// scanner's forms.
+// A control character before (kHidLeadingFormId) or behind (kHidPostFormId) the barcode, in one of the scanner's forms.
 std::string HidFormParameters(CommandId id, uint8_t form, int8_t character) noexcept;
 
 }  // namespace quillet

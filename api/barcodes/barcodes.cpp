@@ -9,10 +9,10 @@
 namespace quillet {
 namespace {
 
-// The instants at which a time-out is looked at lie this far apart.
+// How often a wait checks whether its time is over.
 constexpr int64_t kPollMs = 100;
 
-// DataEventEnabled, on from a wait's beginning to its end.
+// Keeps the property DataEventEnabled on while a call waits for a barcode.
 class DataEvents {
   public:
     explicit DataEvents(CScanner& scanner) : m_Scanner(scanner) {
@@ -22,7 +22,7 @@ class DataEvents {
     DataEvents(const DataEvents&) = delete;
     DataEvents& operator=(const DataEvents&) = delete;
 
-    // Nothing when it is run again. Needs no memory, and so can't fail.
+    // Does nothing the second time. Allocates no memory, so it can't fail.
     void SwitchOff() {
         if (std::exchange(m_On, false)) m_Scanner.SetPropertyNumber(PropDataEventEnabled, 0);
     }

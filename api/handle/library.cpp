@@ -33,7 +33,7 @@ void TakeDown(ScannerObject& object) {
 }
 
 // The library is being unloaded, perhaps with handles still open. Ends every thread of ours, so that none runs on in
-// code that is gone, and gives back to the system what was had from it.
+// code that is gone, and closes every device, claim and file.
 void TakeDownLibrary() {
     TheCommArbiter().RemoveAll();
     {

@@ -5,8 +5,9 @@ namespace quillet {
 
 struct ScannerObject;
 
-// Has everything taken down at the end of the library, in the process that calls; in a child that inherits handles
-// of its parent's nothing. Before anything is made that has a thread. Any thread.
+// Registers the routine that takes everything down when the library is unloaded or the process ends. To be called
+// before anything is made that has a thread, from any thread. A child of fork that has only inherited its parent's
+// handles takes nothing down.
 void PrepareEnd();
 
 // Handles that live, so that what they hold can be given up at unload. Any thread.

@@ -18,7 +18,7 @@ class CallGate {
   public:
     void Enter();
     void Leave();
-    // In a copy of the process there are none to wait for: what was under way at the copying never ends there.
+    // Returns at once in a child of fork: the parent's threads don't run there, so their calls would never end.
     void WaitUntilEmpty();
     bool IsEmpty();
 

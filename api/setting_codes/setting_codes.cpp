@@ -25,8 +25,7 @@ ResultCode StoreCode(std::string_view code, int32_t bufferSize, uint8_t* buffer,
     return ResultSuccess;
 }
 
-// Empty if the setting has no command. Reads two bytes of the value for the forms P and H, one for the
-// others.
+// Empty if the setting has no command. Reads two bytes of the value for the forms P and H, one for the others.
 std::string CodeParameters(const CommandRow& row, const uint8_t* value) noexcept {
     switch (row.form) {
         case CommandForm::V:
@@ -81,9 +80,7 @@ extern "C" {
 
 ResultCode getBarCodeCmd(int32_t id, const uint8_t* value, int32_t bufferSize, uint8_t* buffer, int32_t* outLength) {
     const CommandRow* row = FindCommand(id);
-    if (row == nullptr || value == nullptr || buffer == nullptr || outLength == nullptr) {
-        return ResultBadArgument;
-    }
+    if (row == nullptr || value == nullptr || buffer == nullptr || outLength == nullptr) return ResultBadArgument;
     std::string parameters = CodeParameters(*row, value);
     if (parameters.empty()) return ResultBadArgument;
     CommandPacket packet(row->opcode, std::move(parameters));
@@ -98,7 +95,7 @@ ResultCode getQRBarCodeCmd(const char* settings, int32_t bufferSize, uint8_t* bu
         CommandPacket packet(OpcodeSettingList, std::move(items));
         return StoreCode(ToWireBytes(packet), bufferSize, buffer, outLength);
     } catch (const std::exception&) {
-        return ResultBadArgument;  // no memory, which is had before anything is written
+        return ResultBadArgument;  // out of memory; nothing has been written to the buffer by then
     }
 }
 

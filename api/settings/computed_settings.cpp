@@ -15,7 +15,7 @@ constexpr uint8_t kSpecifiedRange = 0x75;
 constexpr int32_t kHighestHidForm = 7;
 
 // Numbers of the characters to be replaced and their replacements, all under kOutputOption.
-enum ReplacementNumber : char { kReplacement1 = 0x0B, kReplacement2, kReplacement3, kReplacement4 };
+enum ReplacementNumber : char { Replacement1 = 0x0B, Replacement2, Replacement3, Replacement4 };
 
 consteval uint8_t OpcodeOf(CommandId id) {
     return CatalogueRow(id).opcode;
@@ -35,7 +35,7 @@ ResultCode SendReplacement(ScannerHandle handle, CommandPacket& packet, Replacem
 
 ResultCode SendHidForm(ScannerHandle handle, CommandId id, int32_t form, int8_t character) noexcept {
     if (handle == nullptr || form < 0 || form > kHighestHidForm) return ResultBadArgument;
-    // Both ids have the same opcode. What becomes of the sending isn't told to the caller.
+    // Both ids have the same opcode. The result is 0 even if nothing could be sent.
     Send(handle, OpcodeOf(kHidLeadingFormId), HidFormParameters(id, static_cast<uint8_t>(form), character));
     return ResultSuccess;
 }
@@ -75,11 +75,11 @@ ResultCode setAnyCharacterReplacement(ScannerHandle handle, uint8_t a, uint8_t b
     if (handle == nullptr) return ResultBadArgument;
     CommandPacket packet(kOutputOption, {});
     // A failed sending doesn't stop the others, and the last one gives the result.
-    SendReplacement(handle, packet, kReplacement1, a);
-    const ResultCode result = SendReplacement(handle, packet, kReplacement2, b);
+    SendReplacement(handle, packet, Replacement1, a);
+    const ResultCode result = SendReplacement(handle, packet, Replacement2, b);
     if (c == ' ') return result;
-    SendReplacement(handle, packet, kReplacement3, c);
-    return SendReplacement(handle, packet, kReplacement4, d);
+    SendReplacement(handle, packet, Replacement3, c);
+    return SendReplacement(handle, packet, Replacement4, d);
 }
 
 ResultCode setInsertCharacter(ScannerHandle handle, int8_t character, uint8_t value) {

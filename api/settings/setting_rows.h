@@ -17,11 +17,10 @@ struct SettingCommand {
     CommandRow row;
     bool inverted = false;       // on is sent as 0, off as 1
     bool zeroBehind = false;     // a byte 0 follows the value
-    bool resultIgnored = false;  // the call gives 0 whatever became of the sending
+    bool resultIgnored = false;  // the call gives 0 even if nothing could be sent
 };
 
-// The setting of that number in the catalogue. Doesn't compile if there is none, or none that a value byte
-// sets.
+// The setting of that number in the catalogue. Doesn't compile if there is none, or none that a value byte sets.
 consteval SettingCommand Id(CommandId id) {
     const CommandRow row = CatalogueRow(id);
     if (row.form != CommandForm::V && row.form != CommandForm::S && row.form != CommandForm::L) {
@@ -51,7 +50,7 @@ consteval SettingCommand ResultIgnored(SettingCommand command) {
     return command;
 }
 
-// An accepted argument and the byte that is sent for it, the argument itself if no other is told.
+// An accepted argument and the byte that is sent for it, the argument itself if no other is given.
 struct Choice {
     constexpr Choice(int32_t accepted) : argument(accepted), byte(static_cast<uint8_t>(accepted)) {}
     constexpr Choice(int32_t accepted, uint8_t sent) : argument(accepted), byte(sent) {}

@@ -1,5 +1,4 @@
-// The threading primitives, for hosts without a platform layer of their own. The library itself doesn't call
-// them.
+// The threading primitives, for hosts without a platform layer of their own. The library itself doesn't call them.
 #include <limits>
 #include <memory>
 

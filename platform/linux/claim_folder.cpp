@@ -10,13 +10,11 @@
 namespace quillet::platform {
 namespace {
 
-// Needs no right to read the folder, which a closed one may not give.
+// O_PATH, since a folder made for a group may allow entering without reading.
 UniqueFd OpenFolder(const std::string& path, int extraFlags) {
     const int flags = O_PATH | O_DIRECTORY | O_CLOEXEC | extraFlags;
     UniqueFd fd(RetryInterrupted([&] { return ::open(path.c_str(), flags); }));
-    if (!fd.IsOpen()) {
-        ThrowIfExhausted();
-    }
+    if (!fd.IsOpen()) ThrowIfExhausted();
     return fd;
 }
 

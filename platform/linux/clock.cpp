@@ -12,9 +12,9 @@
 namespace quillet::platform {
 namespace {
 
-// The local time less the universal one in the second last asked for, both in one word: the C library takes a lock
-// for each question and reads its table of changes. With a new second it is asked again, so that a host that
-// changes its zone is followed.
+// The offset of local time from UTC, cached together with the second it was computed for in one word: the C
+// library takes a lock for every conversion. It is computed again with each new second, so that a change of
+// the time zone is noticed.
 class ZoneOffset {
   public:
     int64_t At(int64_t second) noexcept {
@@ -65,7 +65,7 @@ class LinuxClock final : public Clock {
                 static_cast<int>(now.tv_nsec / 1000000)};
     }
 
-    // No time at all is no wait here: whoever has work goes on with it, and the kernel sees to the others.
+    // A pause of 0 doesn't give up the processor; the scheduler sees to other threads by itself.
     void SleepMs(uint32_t ms) override {
         if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
     }

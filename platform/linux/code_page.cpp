@@ -12,9 +12,7 @@ class Converter {
   public:
     Converter(const char* to, const char* from) noexcept : m_Handle(::iconv_open(to, from)) {}
     ~Converter() {
-        if (IsOpen()) {
-            ::iconv_close(m_Handle);
-        }
+        if (IsOpen()) ::iconv_close(m_Handle);
     }
     Converter(const Converter&) = delete;
     Converter& operator=(const Converter&) = delete;
@@ -32,9 +30,7 @@ class Converter {
             size_t room = piece.size();
             const size_t irreversible = ::iconv(m_Handle, &next, &left, &out, &room);
             const bool full = irreversible == static_cast<size_t>(-1);
-            if (full && errno != E2BIG) {
-                return false;
-            }
+            if (full && errno != E2BIG) return false;
             result.append(piece.data(), piece.size() - room);
         }
         return true;

@@ -44,9 +44,7 @@ void DeviceHandle::ReaderEnds() noexcept {
     File dropped;  // closed outside of the lock
     const std::lock_guard lock(m_Mutex);
     --m_Readers;
-    if (m_Lost && m_Readers == 0) {
-        dropped.swap(m_File);
-    }
+    if (m_Lost && m_Readers == 0) dropped.swap(m_File);
 }
 
 void DeviceHandle::Close() noexcept {
@@ -62,9 +60,7 @@ void DeviceHandle::ReportLoss() noexcept {
     const std::lock_guard lock(m_Mutex);
     m_Lost = true;
     m_Loss.Set();
-    if (m_Readers == 0) {
-        dropped.swap(m_File);
-    }
+    if (m_Readers == 0) dropped.swap(m_File);
 }
 
 DeviceWake DeviceHandle::Poll(const UniqueFd& file, short events, const StopSignal& stop,

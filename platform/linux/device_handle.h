@@ -27,11 +27,11 @@ bool MeansGone(uint32_t error) noexcept;
 // The same for a socket that stands for a device. From a hidraw node EPIPE is no loss: the device refused one report.
 bool MeansSocketGone(uint32_t error) noexcept;
 
-// The reading and the writing thread use one file side by side, and either may find that the device is gone.
-// The file has to be closed then (as long as it is open, a device that is plugged in again gets another
-// number), but never under the other's hands, whose next call could hit a stranger's descriptor. So whoever
-// works on it holds a reference, and the last one closes. A writer that finds the loss leaves the closing to
-// the reader, who first takes what waits in the kernel.
+// The reading and the writing thread use one file side by side, and either may find that the device is gone. The file
+// has to be closed then: while it is open, the device gets another number when it is plugged in again. It must not be
+// closed while the other thread uses it, since the system may give its descriptor to another file at once. So each
+// thread holds a reference while it works, and the last one closes. A writer that finds the loss leaves the closing to
+// the reader, which first reads what the kernel still holds.
 class DeviceHandle {
   public:
     using File = std::shared_ptr<const UniqueFd>;

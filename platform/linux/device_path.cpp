@@ -19,9 +19,7 @@ std::string NodeOf(const FoundDevices& devices, std::string FoundDevice::*key, c
 
 std::string FileOfPort(const LinuxRoots& roots, const std::string& name) {
     std::string registered = NodeOf(FindRegisteredPorts(roots), &FoundDevice::portName, name);
-    if (!registered.empty()) {
-        return registered;
-    }
+    if (!registered.empty()) return registered;
     const std::string tty = TtyOfPortName(name);
     return tty.empty() ? tty : roots.dev + "/" + tty;
 }
@@ -29,9 +27,7 @@ std::string FileOfPort(const LinuxRoots& roots, const std::string& name) {
 }  // namespace
 
 std::string FileOfDevicePath(const LinuxRoots& roots, const std::string& path) {
-    if (path.empty() || path.starts_with('/')) {
-        return path;
-    }
+    if (path.empty() || path.starts_with('/')) return path;
     if (path.starts_with("hid:")) {
         const auto address = ReadHidPath(path);
         return address ? KernelHidNodeAt(roots, *address) : std::string();

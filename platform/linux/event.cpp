@@ -1,5 +1,5 @@
-// Events over a futex, whose waits run on the monotonic clock: one is on the road of every barcode, where a mutex costs the
-// woken thread a second wait. Semaphores over a mutex and a condition variable.
+// Events over a futex, with waits on the monotonic clock. Every barcode is handed over by an event, and with a mutex
+// the woken thread would often have to wait a second time. Semaphores over a mutex and a condition variable.
 #include "platform/event.h"
 
 #include <atomic>
@@ -16,10 +16,10 @@
 
 namespace quillet::platform {
 
-// One word: whether the event is set, and how many threads are in the kernel, or on their way there, for it. A waiter may
-// destroy the event as soon as its wait is over, while the signal that ended it hasn't returned yet. So a signal changes
-// the word once and reads nothing of the event afterwards; waking a word that is gone wakes nobody or, at worst, somebody
-// who looks again.
+// One word: whether the event is set, and how many threads are in the kernel, or on their way there, for it. A waiter
+// may destroy the event as soon as its wait is over, while the signal that ended it hasn't returned yet. So a signal
+// changes the word once and reads nothing of the event afterwards; waking a word that is gone wakes nobody or, at
+// worst, somebody who looks again.
 struct Event::Impl {
     explicit Impl(Kind eventKind) : kind(eventKind) {}
     const Kind kind;
@@ -53,9 +53,7 @@ bool SleepOn(std::atomic<uint32_t>& word, uint32_t value, const timespec* deadli
 bool TryTake(std::atomic<uint32_t>& word, Event::Kind kind) noexcept {
     uint32_t seen = word.load();
     while ((seen & kSet) != 0) {
-        if (kind == Event::Kind::ManualReset || word.compare_exchange_weak(seen, seen & ~kSet)) {
-            return true;
-        }
+        if (kind == Event::Kind::ManualReset || word.compare_exchange_weak(seen, seen & ~kSet)) return true;
     }
     return false;
 }
@@ -79,9 +77,7 @@ bool Event::Signal() noexcept {
     std::atomic<uint32_t>& word = m_Impl->word;
     const int woken = m_Impl->kind == Kind::AutoReset ? 1 : INT_MAX;
     const uint32_t before = word.fetch_or(kSet);
-    if ((before & kSet) == 0 && before >= kOneWaiter) {
-        ::syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, woken);
-    }
+    if ((before & kSet) == 0 && before >= kOneWaiter) ::syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, woken);
     return true;
 }
 
@@ -91,21 +87,15 @@ bool Event::Reset() noexcept {
 }
 
 WaitResult Event::Wait(uint32_t timeoutMs) noexcept {
-    if (TryTake(m_Impl->word, m_Impl->kind)) {
-        return WaitResult::Signalled;
-    }
+    if (TryTake(m_Impl->word, m_Impl->kind)) return WaitResult::Signalled;
     const bool limited = timeoutMs != kNoLimitMs;
     const timespec deadline = limited ? DeadlineIn(timeoutMs) : timespec{};
     bool inTime = timeoutMs > 0;
     while (inTime) {
         const uint32_t waiting = m_Impl->word.fetch_add(kOneWaiter) + kOneWaiter;
-        if ((waiting & kSet) == 0) {
-            inTime = SleepOn(m_Impl->word, waiting, limited ? &deadline : nullptr);
-        }
+        if ((waiting & kSet) == 0) inTime = SleepOn(m_Impl->word, waiting, limited ? &deadline : nullptr);
         m_Impl->word.fetch_sub(kOneWaiter);
-        if (TryTake(m_Impl->word, m_Impl->kind)) {
-            return WaitResult::Signalled;
-        }
+        if (TryTake(m_Impl->word, m_Impl->kind)) return WaitResult::Signalled;
     }
     return WaitResult::TimedOut;
 }
@@ -123,9 +113,7 @@ Semaphore::Semaphore(std::unique_ptr<Impl> impl) : m_Impl(std::move(impl)) {}
 Semaphore::~Semaphore() = default;
 
 std::unique_ptr<Semaphore> Semaphore::Create(uint32_t initialCount, uint32_t maximumCount) noexcept {
-    if (initialCount > maximumCount || maximumCount == 0) {
-        return nullptr;
-    }
+    if (initialCount > maximumCount || maximumCount == 0) return nullptr;
     try {
         return std::unique_ptr<Semaphore>(new Semaphore(std::make_unique<Impl>(initialCount, maximumCount)));
     } catch (...) {
@@ -135,9 +123,7 @@ std::unique_ptr<Semaphore> Semaphore::Create(uint32_t initialCount, uint32_t max
 
 bool Semaphore::Post() noexcept try {
     const std::lock_guard lock(m_Impl->mutex);
-    if (m_Impl->count == m_Impl->maximum) {
-        return false;
-    }
+    if (m_Impl->count == m_Impl->maximum) return false;
     ++m_Impl->count;
     m_Impl->changed->notify_one();
     return true;

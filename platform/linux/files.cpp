@@ -36,9 +36,7 @@ void DropDeletedMark(std::string& path) {
 std::string ExecutablePath() {
     std::array<char, 4096> buffer{};
     const ssize_t size = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-    if (size <= 0) {
-        return {};
-    }
+    if (size <= 0) return {};
     std::string path(buffer.data(), static_cast<size_t>(size));
     DropDeletedMark(path);
     return path.substr(0, kPathLimit);
@@ -54,7 +52,7 @@ bool IsDirectory(const std::string& path) noexcept try {
 void MakeDirectory(const std::string& path) noexcept try {
     ::mkdir(NativePath(path).c_str(), kDirectoryMode);
 } catch (...) {
-    // As any other failure: the open of the file will tell.
+    // A failure shows when the file is opened.
 }
 
 struct AppendFile::Impl {
@@ -72,9 +70,7 @@ std::unique_ptr<AppendFile> AppendFile::Open(const std::string& path) noexcept t
     UniqueFd fd(RetryInterrupted([&] { return ::open(native.c_str(), kFlags, kFileMode); }));
     struct stat found {};
     // Writing to a pipe can raise SIGPIPE in the host, and to a device do anything.
-    if (!fd.IsOpen() || ::fstat(fd.Get(), &found) != 0 || !S_ISREG(found.st_mode)) {
-        return nullptr;
-    }
+    if (!fd.IsOpen() || ::fstat(fd.Get(), &found) != 0 || !S_ISREG(found.st_mode)) return nullptr;
     auto impl = std::make_unique<Impl>();
     impl->fd = std::move(fd);
     return std::unique_ptr<AppendFile>(new AppendFile(std::move(impl)));
@@ -85,9 +81,7 @@ std::unique_ptr<AppendFile> AppendFile::Open(const std::string& path) noexcept t
 void AppendFile::Write(std::string_view text) noexcept {
     while (!text.empty()) {
         const ssize_t written = RetryInterrupted([&] { return ::write(m_Impl->fd.Get(), text.data(), text.size()); });
-        if (written <= 0) {
-            return;
-        }
+        if (written <= 0) return;
         text.remove_prefix(static_cast<size_t>(written));
     }
 }

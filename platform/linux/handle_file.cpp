@@ -18,13 +18,9 @@ bool IsOver(const WriteEnd& end) {
 
 WriteResult HandleFile::Write(std::string_view bytes, const WriteEnd& end) {
     const DeviceHandle::File file = m_Handle.ForWriting();
-    if (!file) {
-        return {Outcome::FailedAtOnce, 0, ENODEV};
-    }
+    if (!file) return {Outcome::FailedAtOnce, 0, ENODEV};
     const WriteResult result = WriteTo(*file, bytes, end);
-    if (result.outcome != Outcome::Written && IsGone(result.error)) {
-        m_Handle.ReportLoss();
-    }
+    if (result.outcome != Outcome::Written && IsGone(result.error)) m_Handle.ReportLoss();
     return result;
 }
 
@@ -39,29 +35,21 @@ WriteResult HandleFile::WriteTo(const UniqueFd& file, std::string_view bytes, co
         }
         const std::string_view rest = bytes.substr(result.count);
         const ssize_t count = RetryInterrupted([&] { return WritePiece(file.Get(), rest); });
-        if (count < 0 && errno != EAGAIN) {
-            return {failure, result.count, LastErrno()};
-        }
+        if (count < 0 && errno != EAGAIN) return {failure, result.count, LastErrno()};
         failure = Outcome::FailedPending;
         if (count > 0) {
             result.count += static_cast<uint32_t>(count);
-            if (IsOnePiece()) {
-                break;
-            }
+            if (IsOnePiece()) break;
             continue;
         }
-        if (lost) {
-            return {failure, result.count, ENODEV};
-        }
+        if (lost) return {failure, result.count, ENODEV};
         const DeviceWake wake = m_Handle.PollForWriting(file, end);
         if (wake.stopped) {
             OnWriteCut();
             return {failure, result.count, ECANCELED};
         }
-        if (wake.error != 0) {
-            return {failure, result.count, wake.error};
-        }
-        lost = wake.gone || wake.hungUp;  // the kernel may have a more telling code; asked once more
+        if (wake.error != 0) return {failure, result.count, wake.error};
+        lost = wake.gone || wake.hungUp;  // tried once more, as the kernel may give a more precise code
     }
     return result;
 }

@@ -41,9 +41,7 @@ std::string PathOf(const HidAddress& address) {
 
 std::optional<HidAddress> ReadHidPath(const std::string& path) {
     std::string_view rest = path;
-    if (!rest.starts_with(kPrefix)) {
-        return std::nullopt;
-    }
+    if (!rest.starts_with(kPrefix)) return std::nullopt;
     rest.remove_prefix(kPrefix.size());
     HidAddress address;
     address.vendor = TakePart(rest);

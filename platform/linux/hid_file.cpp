@@ -37,9 +37,7 @@ HidFile::Kind KindOfNode(int fd) noexcept {
         return HidFile::Kind::Numbered;
     }
     descriptor.size = static_cast<uint32_t>(size);
-    if (::ioctl(fd, HIDIOCGRDESC, &descriptor) != 0) {
-        return HidFile::Kind::Numbered;
-    }
+    if (::ioctl(fd, HIDIOCGRDESC, &descriptor) != 0) return HidFile::Kind::Numbered;
     const std::string_view bytes(reinterpret_cast<const char*>(descriptor.value), descriptor.size);
     return HasReportIds(bytes) ? HidFile::Kind::Numbered : HidFile::Kind::Unnumbered;
 }
@@ -56,9 +54,7 @@ bool HasReportIds(std::string_view descriptor) noexcept {
             at += 3 + size;
             continue;
         }
-        if ((item & 0xFC) == kReportId) {
-            return true;
-        }
+        if ((item & 0xFC) == kReportId) return true;
         const size_t size = item & 3U;
         at += 1 + (size == 3 ? 4 : size);
     }
@@ -73,9 +69,7 @@ ssize_t ReadReport(int fd, HidFile::Kind kind, uint8_t* buffer, size_t size) {
         // that end had sent is still there.
         count = ::read(fd, buffer + idSize, size - idSize);
     }
-    if (count <= 0) {
-        return count;
-    }
+    if (count <= 0) return count;
     std::memset(buffer, 0, idSize);
     const size_t filled = idSize + static_cast<size_t>(count);
     const size_t padded = std::max(filled, std::min(size, kReportSize));
@@ -103,9 +97,7 @@ std::unique_ptr<DeviceReader> HidFile::NewReader() {
 }
 
 ssize_t HidFile::WritePiece(int fd, std::string_view bytes) {
-    if (m_Kind == Kind::Socket) {
-        return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
+    if (m_Kind == Kind::Socket) return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     return ::write(fd, bytes.data(), bytes.size());
 }
 

@@ -49,9 +49,7 @@ struct NumberedTty {
 std::optional<NumberedTty> ReadTtyName(std::string_view name) {
     for (const TtyKind& kind : kTtyKinds) {
         const auto number = NumberBehind(kind.prefix, name);
-        if (number && *number < kTtysOfAKind) {
-            return NumberedTty{kind.firstPort + *number, &kind, std::string(name)};
-        }
+        if (number && *number < kTtysOfAKind) return NumberedTty{kind.firstPort + *number, &kind, std::string(name)};
     }
     return std::nullopt;
 }
@@ -60,18 +58,14 @@ std::optional<NumberedTty> ReadTtyName(std::string_view name) {
 std::string AsIdPart(std::string text) {
     for (char& c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F || c == '\\') {
-            c = '_';
-        }
+        if (byte < 0x20 || byte == 0x7F || c == '\\') c = '_';
     }
     return text;
 }
 
 std::string UpperAscii(std::string text) {
     for (char& c : text) {
-        if (c >= 'a' && c <= 'z') {
-            c = static_cast<char>(c - 'a' + 'A');
-        }
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
     }
     return text;
 }
@@ -82,15 +76,12 @@ std::string UsbFolder(int classFolder, const std::string& tty, std::string& vend
     for (int level = 0; level < kUsbLevels; ++level) {
         folder += "/..";
         vendor = ReadAttribute(classFolder, folder + "/idVendor");
-        if (!vendor.empty()) {
-            return folder + "/";
-        }
+        if (!vendor.empty()) return folder + "/";
     }
     return {};
 }
 
-// A USB device without a serial number is told by its place on the bus, which is the same after every
-// restart.
+// A USB device without a serial number is told by its place on the bus, which is the same after every restart.
 std::string UsbSerial(int classFolder, const std::string& usb, const std::string& bus) {
     const std::string serial = ReadAttribute(classFolder, usb + "serial");
     return serial.empty() ? bus + "-" + ReadAttribute(classFolder, usb + "devpath") : serial;
@@ -155,9 +146,7 @@ struct HidNode {
 // HID_ID is <bus>:<vendor>:<product> in 4, 8 and 8 digits; the last 4 of vendor and product count.
 bool ReadHidId(const std::string& hidId, HidNode& node) {
     constexpr size_t kSize = 22;
-    if (hidId.size() != kSize || hidId[4] != ':' || hidId[13] != ':') {
-        return false;
-    }
+    if (hidId.size() != kSize || hidId[4] != ':' || hidId[13] != ':') return false;
     node.isBluetooth = hidId.starts_with("0005");
     node.vendor = UpperAscii(hidId.substr(9, 4));
     node.product = UpperAscii(hidId.substr(18, 4));
@@ -168,9 +157,7 @@ bool ReadHidId(const std::string& hidId, HidNode& node) {
 std::optional<HidNode> ReadHidNode(int classFolder, std::string name) {
     const std::string uevent = ReadAttribute(classFolder, name + "/device/uevent");
     HidNode node;
-    if (!ReadHidId(UeventValue(uevent, "HID_ID"), node)) {
-        return std::nullopt;
-    }
+    if (!ReadHidId(UeventValue(uevent, "HID_ID"), node)) return std::nullopt;
     node.name = std::move(name);
     node.phys = UeventValue(uevent, "HID_PHYS");
     node.uniq = UeventValue(uevent, "HID_UNIQ");
@@ -182,9 +169,7 @@ std::optional<HidNode> ReadHidNode(int classFolder, std::string name) {
 std::vector<std::string> HidrawNames(Directory& folder) {
     std::vector<std::pair<uint32_t, std::string>> found;
     while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
-        if (const auto number = NumberBehind("hidraw", entry->d_name)) {
-            found.emplace_back(*number, entry->d_name);
-        }
+        if (const auto number = NumberBehind("hidraw", entry->d_name)) found.emplace_back(*number, entry->d_name);
     }
     std::sort(found.begin(), found.end());
     std::vector<std::string> names(found.size());
@@ -201,20 +186,14 @@ bool TellsItsPlace(const HidNode& node, const std::vector<HidNode>& all) {
 }
 
 HidAddress AddressOf(const HidNode& node, const std::vector<HidNode>& all) {
-    if (TellsItsPlace(node, all)) {
-        return {node.vendor, node.product, HidAddress::Kind::Phys, node.phys};
-    }
-    if (!node.uniq.empty()) {
-        return {node.vendor, node.product, HidAddress::Kind::Uniq, node.uniq};
-    }
+    if (TellsItsPlace(node, all)) return {node.vendor, node.product, HidAddress::Kind::Phys, node.phys};
+    if (!node.uniq.empty()) return {node.vendor, node.product, HidAddress::Kind::Uniq, node.uniq};
     return {node.vendor, node.product, HidAddress::Kind::Node, node.name};
 }
 
 // Only what the address names is compared, whichever kind the device would get by now.
 bool IsAt(const HidNode& node, const HidAddress& address) {
-    if (!node.HasIdentity(address.vendor, address.product)) {
-        return false;
-    }
+    if (!node.HasIdentity(address.vendor, address.product)) return false;
     switch (address.kind) {
         case HidAddress::Kind::Phys: return node.phys == address.place;
         case HidAddress::Kind::Uniq: return node.uniq == address.place;
@@ -238,15 +217,11 @@ FoundDevices FindKernelPorts(const LinuxRoots& roots) {
     std::vector<NumberedTty> ttys;
     while (const dirent* entry = folder.IsOpen() ? folder.Next() : nullptr) {
         auto tty = ReadTtyName(entry->d_name);
-        if (tty && !IsPhantom(folder.Fd(), *tty)) {
-            ttys.push_back(std::move(*tty));
-        }
+        if (tty && !IsPhantom(folder.Fd(), *tty)) ttys.push_back(std::move(*tty));
     }
     std::sort(ttys.begin(), ttys.end(), [](const NumberedTty& a, const NumberedTty& b) { return a.port < b.port; });
     FoundDevices devices;
-    for (const NumberedTty& tty : ttys) {
-        devices.push_back(DescribePort(roots, folder.Fd(), tty));
-    }
+    for (const NumberedTty& tty : ttys) devices.push_back(DescribePort(roots, folder.Fd(), tty));
     return devices;
 }
 
@@ -255,9 +230,7 @@ bool IsKernelPortListed(const LinuxRoots& roots, const std::string& portName) {
     const auto found = ReadTtyName(tty);
     const std::string folder = roots.sys + "/class/tty/";
     struct stat ignored {};
-    if (!found) {
-        return false;
-    }
+    if (!found) return false;
     if (::lstat((folder + tty).c_str(), &ignored) != 0) {
         ThrowIfExhausted();
         return false;
@@ -269,9 +242,7 @@ FoundDevices FindKernelHidDevices(const LinuxRoots& roots) {
     Directory folder = Directory::Open(HidClassFolder(roots));
     std::vector<HidNode> nodes;
     for (std::string& name : HidrawNames(folder)) {
-        if (auto node = ReadHidNode(folder.Fd(), std::move(name))) {
-            nodes.push_back(std::move(*node));
-        }
+        if (auto node = ReadHidNode(folder.Fd(), std::move(name))) nodes.push_back(std::move(*node));
     }
     FoundDevices devices;
     for (const HidNode& node : nodes) {
@@ -290,18 +261,14 @@ std::string KernelHidNodeAt(const LinuxRoots& roots, const HidAddress& address) 
     Directory folder = Directory::Open(HidClassFolder(roots));
     for (std::string& name : HidrawNames(folder)) {
         const auto node = ReadHidNode(folder.Fd(), std::move(name));
-        if (node && IsAt(*node, address)) {
-            return roots.dev + "/" + node->name;
-        }
+        if (node && IsAt(*node, address)) return roots.dev + "/" + node->name;
     }
     return {};
 }
 
 std::string KernelHidInstanceId(const LinuxRoots& roots, const std::string& name) {
     auto node = ReadHidNode(AT_FDCWD, HidClassFolder(roots) + "/" + name);
-    if (!node) {
-        return {};
-    }
+    if (!node) return {};
     node->name = name;
     return InstanceIdOf(*node);
 }

@@ -1,5 +1,5 @@
-// The serial ports and HID devices that the kernel shows in sysfs. Nothing is opened but sysfs itself. Each may throw
-// LookFailed.
+// The serial ports and HID devices that the kernel shows in sysfs. Nothing is opened but sysfs itself.
+// Each may throw LookFailed.
 #pragma once
 
 #include <string>

@@ -29,9 +29,7 @@ uint32_t Control(int fd, unsigned long request, Argument* argument) noexcept {
 template <size_t Size>
 uint8_t IndexOf(const std::array<tcflag_t, Size>& table, tcflag_t bits) noexcept {
     for (size_t i = 0; i < Size; ++i) {
-        if (table[i] == bits) {
-            return static_cast<uint8_t>(i);
-        }
+        if (table[i] == bits) return static_cast<uint8_t>(i);
     }
     return 0;
 }
@@ -67,18 +65,14 @@ void FillLine(termios2& line, const SerialSettings& settings) noexcept {
 
 // Ptys and some gadgets have no modem lines and refuse; that is no failure.
 void SetModemLine(int fd, int line, uint8_t control) noexcept {
-    if (control != kHandshake) {
-        Control(fd, control == kDtrRtsEnable ? TIOCMBIS : TIOCMBIC, &line);
-    }
+    if (control != kHandshake) Control(fd, control == kDtrRtsEnable ? TIOCMBIS : TIOCMBIC, &line);
 }
 
 }  // namespace
 
 uint32_t MakeRaw(int fd) noexcept {
     termios2 line{};
-    if (const uint32_t error = Control(fd, TCGETS2, &line)) {
-        return error;
-    }
+    if (const uint32_t error = Control(fd, TCGETS2, &line)) return error;
     line.c_iflag = 0;
     line.c_oflag = 0;
     line.c_lflag = 0;
@@ -90,9 +84,7 @@ uint32_t MakeRaw(int fd) noexcept {
 
 uint32_t GetLineSettings(int fd, SerialSettings& settings) noexcept {
     termios2 line{};
-    if (const uint32_t error = Control(fd, TCGETS2, &line)) {
-        return error;
-    }
+    if (const uint32_t error = Control(fd, TCGETS2, &line)) return error;
     int modem = 0;
     Control(fd, TIOCMGET, &modem);
     const bool hardwareFlow = (line.c_cflag & CRTSCTS) != 0;
@@ -110,17 +102,11 @@ uint32_t GetLineSettings(int fd, SerialSettings& settings) noexcept {
 }
 
 uint32_t SetLineSettings(int fd, const SerialSettings& settings) noexcept {
-    if (!IsPossible(settings)) {
-        return EINVAL;
-    }
+    if (!IsPossible(settings)) return EINVAL;
     termios2 line{};
-    if (const uint32_t error = Control(fd, TCGETS2, &line)) {
-        return error;
-    }
+    if (const uint32_t error = Control(fd, TCGETS2, &line)) return error;
     FillLine(line, settings);
-    if (const uint32_t error = Control(fd, TCSETS2, &line)) {
-        return error;
-    }
+    if (const uint32_t error = Control(fd, TCSETS2, &line)) return error;
     SetModemLine(fd, TIOCM_DTR, settings.dtrControl);
     SetModemLine(fd, TIOCM_RTS, settings.rtsControl);
     return 0;

@@ -7,8 +7,8 @@
 
 namespace quillet::platform {
 
-// No line discipline, no echo, no flow control, modem lines ignored; input that waits stays. ENOTTY if it is
-// no terminal.
+// No line discipline, no echo, no flow control, modem lines ignored; input that waits stays.
+// ENOTTY if it is no terminal.
 uint32_t MakeRaw(int fd) noexcept;
 uint32_t GetLineSettings(int fd, SerialSettings& settings) noexcept;
 // EINVAL for what a line can't do here: one and a half stop bits, DSR flow control, dropped zeros.

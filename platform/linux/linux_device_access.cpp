@@ -54,15 +54,9 @@ OpenResult OpenHid(const std::string& file, const std::optional<HidAddress>& add
     struct stat found {};
     const bool isSocket = ::stat(file.c_str(), &found) == 0 && S_ISSOCK(found.st_mode);
     UniqueFd fd = isSocket ? ConnectSocket(file) : OpenNode(file);
-    if (!fd.IsOpen()) {
-        return {nullptr, LastErrno()};
-    }
-    if (address && !IsAtAddress(fd.Get(), *address)) {
-        return {nullptr, ENODEV};
-    }
-    if (isSocket) {
-        return {std::make_unique<HidFile>(std::move(fd), HidFile::Kind::Socket), 0};
-    }
+    if (!fd.IsOpen()) return {nullptr, LastErrno()};
+    if (address && !IsAtAddress(fd.Get(), *address)) return {nullptr, ENODEV};
+    if (isSocket) return {std::make_unique<HidFile>(std::move(fd), HidFile::Kind::Socket), 0};
     return {HidFile::OfNode(std::move(fd)), 0};
 }
 
@@ -71,17 +65,13 @@ OpenResult OpenHid(const std::string& file, const std::optional<HidAddress>& add
 OpenResult LinuxDeviceAccess::Open(const std::string& path, Sharing sharing) try {
     const std::optional<HidAddress> address = ReadHidPath(path);
     const std::string file = FileOfDevicePath(m_Roots, path);
-    if (file.empty()) {
-        return {nullptr, address ? static_cast<uint32_t>(ENODEV) : ENOENT};
-    }
-    if (sharing == Sharing::Shared) {
-        return OpenHid(file, address);
-    }
+    if (file.empty()) return {nullptr, address ? static_cast<uint32_t>(ENODEV) : ENOENT};
+    if (sharing == Sharing::Shared) return OpenHid(file, address);
     UniqueFd fd = OpenNode(file);
     return fd.IsOpen() ? SerialFile::Take(std::move(fd)) : OpenResult{nullptr, LastErrno()};
 } catch (const LookFailed& failed) {
-    // Not what the path stands for without the files that couldn't be read: a kernel's port in place of the registered
-    // one that hides it.
+    // Fails rather than trying without the registration files that couldn't be read: the path could then lead to a port
+    // of the kernel's instead of the registered one of the same name.
     return {nullptr, failed.error};
 }
 

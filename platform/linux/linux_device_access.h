@@ -8,9 +8,9 @@
 
 namespace quillet::platform {
 
-// Takes the paths of device_path.h. One that stands for a kernel's HID device which isn't there fails with ENODEV, and a
-// look that gets no descriptor with its own code. Exclusive opens a terminal, Shared a hidraw node or a SOCK_SEQPACKET
-// socket.
+// Takes the paths of device_path.h. One that stands for a kernel's HID device which isn't there fails with
+// ENODEV, and a look that gets no descriptor with its own code. Exclusive opens a terminal, Shared a hidraw node
+// or a SOCK_SEQPACKET socket.
 class LinuxDeviceAccess final : public DeviceAccess {
   public:
     explicit LinuxDeviceAccess(LinuxRoots roots) : m_Roots(std::move(roots)) {}

@@ -57,9 +57,7 @@ class FoundDeviceSet final : public DeviceSet {
         return m_Device != nullptr ? m_Device->*member : std::string();
     }
     bool CopyInterface(std::string FoundDevice::*member, std::string& text) const {
-        if (m_Interface != nullptr) {
-            text = m_Interface->*member;
-        }
+        if (m_Interface != nullptr) text = m_Interface->*member;
         return m_Interface != nullptr;
     }
 
@@ -89,9 +87,7 @@ FoundDevices ListHidDevices(const LinuxRoots& roots) {
 
 // The device of a list with this port name or interface path.
 const FoundDevice* FindIn(const FoundDevices* list, std::string FoundDevice::*key, const std::string& wanted) {
-    if (list == nullptr) {
-        return nullptr;
-    }
+    if (list == nullptr) return nullptr;
     const auto found =
         std::find_if(list->begin(), list->end(), [&](const FoundDevice& device) { return device.*key == wanted; });
     return found != list->end() ? &*found : nullptr;
@@ -143,9 +139,7 @@ QuickLook LinuxDeviceTree::LookForPort(const std::string& name) {
     }
     const List last = LastList(DeviceClass::Ports);
     const FoundDevice* before = FindIn(last.get(), &FoundDevice::portName, name);
-    if (before == nullptr || before->registration.empty()) {
-        return {};
-    }
+    if (before == nullptr || before->registration.empty()) return {};
     const auto found = FindRegistration(*before);
     return {found && found->portName == name ? QuickLook::Outcome::Found : QuickLook::Outcome::NotFound, {}};
 }
@@ -153,9 +147,7 @@ QuickLook LinuxDeviceTree::LookForPort(const std::string& name) {
 QuickLook LinuxDeviceTree::LookForHid(const std::string& path) {
     const List last = LastList(DeviceClass::HidInterface);
     const FoundDevice* before = FindIn(last.get(), &FoundDevice::interfacePath, path);
-    if (before == nullptr) {
-        return {};
-    }
+    if (before == nullptr) return {};
     std::string id;
     if (before->registration.empty()) {
         id = KernelHidInstanceId(m_Roots, before->node.substr(before->node.rfind('/') + 1));

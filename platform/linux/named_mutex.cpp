@@ -45,26 +45,20 @@ UniqueFd OpenFile(int folder, const std::string& file, int extraFlags) {
 UniqueFd OpenOrMakeFile(int folder, const std::string& file) {
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         UniqueFd fd = OpenFile(folder, file, 0);
-        if (fd.IsOpen() || errno != ENOENT) {
-            return fd;
-        }
+        if (fd.IsOpen() || errno != ENOENT) return fd;
         fd = OpenFile(folder, file, O_CREAT | O_EXCL);
         if (fd.IsOpen()) {
             ::fchmod(fd.Get(), 0666);  // whatever the host's umask says, other users lock the same file
             return fd;
         }
-        if (errno != EEXIST) {
-            return {};
-        }
+        if (errno != EEXIST) return {};
     }
     return {};
 }
 
 template <typename OpenIn>
 UniqueFd OpenClaimFile(const std::string& name, OpenIn openIn) {
-    if (!IsFileName(name)) {
-        return {};
-    }
+    if (!IsFileName(name)) return {};
     const UniqueFd folder = OpenClaimFolder(SystemRoots().claims);
     return folder.IsOpen() ? openIn(folder.Get(), kFilePrefix + name) : UniqueFd();
 }
@@ -74,11 +68,8 @@ UniqueFd OpenClaimFile(const std::string& name, OpenIn openIn) {
 struct NamedMutex::Impl {
     explicit Impl(UniqueFd fd) : file(std::move(fd)) {}
     ~Impl() {
-        // By name, as a child that the host forked has the lock too as long as it lives; but not in that
-        // child itself.
-        if (depth > 0 && origin.IsHere()) {
-            ::flock(file.Get(), LOCK_UN);
-        }
+        // By name, as a child that the host forked has the lock too as long as it lives; but not in that child itself.
+        if (depth > 0 && origin.IsHere()) ::flock(file.Get(), LOCK_UN);
     }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
@@ -102,15 +93,11 @@ bool NamedMutex::Impl::TryTake() {
     const std::lock_guard lock(mutex);
     const uint32_t caller = CurrentThreadId();
     if (depth > 0) {
-        if (ownerThread != caller) {
-            return false;
-        }
+        if (ownerThread != caller) return false;
         ++depth;
         return true;
     }
-    if (RetryInterrupted([this] { return ::flock(file.Get(), LOCK_EX | LOCK_NB); }) != 0) {
-        return false;
-    }
+    if (RetryInterrupted([this] { return ::flock(file.Get(), LOCK_EX | LOCK_NB); }) != 0) return false;
     depth = 1;
     ownerThread = caller;
     return true;
@@ -118,16 +105,12 @@ bool NamedMutex::Impl::TryTake() {
 
 bool NamedMutex::Impl::Release() {
     const std::lock_guard lock(mutex);
-    if (depth == 0 || ownerThread != CurrentThreadId() || !origin.IsHere()) {
-        return false;
-    }
+    if (depth == 0 || ownerThread != CurrentThreadId() || !origin.IsHere()) return false;
     if (depth > 1) {
         --depth;
         return true;
     }
-    if (::flock(file.Get(), LOCK_UN) != 0) {
-        return false;
-    }
+    if (::flock(file.Get(), LOCK_UN) != 0) return false;
     depth = 0;
     return true;
 }
@@ -138,9 +121,7 @@ NamedMutex::~NamedMutex() = default;
 
 std::unique_ptr<NamedMutex> NamedMutex::OpenExisting(const std::string& name) noexcept try {
     UniqueFd fd = OpenClaimFile(name, [](int folder, const std::string& file) { return OpenFile(folder, file, 0); });
-    if (!fd.IsOpen()) {
-        return nullptr;
-    }
+    if (!fd.IsOpen()) return nullptr;
     return std::unique_ptr<NamedMutex>(new NamedMutex(std::make_unique<Impl>(std::move(fd))));
 } catch (...) {
     return nullptr;
@@ -148,9 +129,7 @@ std::unique_ptr<NamedMutex> NamedMutex::OpenExisting(const std::string& name) no
 
 std::unique_ptr<NamedMutex> NamedMutex::Create(const std::string& name) noexcept try {
     UniqueFd fd = OpenClaimFile(name, OpenOrMakeFile);
-    if (!fd.IsOpen()) {
-        return nullptr;
-    }
+    if (!fd.IsOpen()) return nullptr;
     return std::unique_ptr<NamedMutex>(new NamedMutex(std::make_unique<Impl>(std::move(fd))));
 } catch (...) {
     return nullptr;
@@ -160,13 +139,9 @@ std::unique_ptr<NamedMutex> NamedMutex::Create(const std::string& name) noexcept
 bool NamedMutex::Take(uint32_t timeoutMs) noexcept try {
     const int64_t start = TheClock().NowNs();
     for (;;) {
-        if (m_Impl->TryTake()) {
-            return true;
-        }
+        if (m_Impl->TryTake()) return true;
         const int64_t waitedMs = (TheClock().NowNs() - start) / 1000000;
-        if (timeoutMs != kNoLimitMs && waitedMs >= timeoutMs) {
-            return false;
-        }
+        if (timeoutMs != kNoLimitMs && waitedMs >= timeoutMs) return false;
         const int64_t leftMs = timeoutMs == kNoLimitMs ? kRetryMs : timeoutMs - waitedMs;
         TheClock().SleepMs(static_cast<uint32_t>(std::min<int64_t>(leftMs, kRetryMs)));
     }

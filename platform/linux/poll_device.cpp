@@ -25,9 +25,7 @@ int PollUntil(pollfd* entries, nfds_t count, uint32_t timeoutMs) noexcept {
     for (;;) {
         const timespec left = Remaining(deadline);
         const int ready = ::ppoll(entries, count, timeoutMs == kNoLimitMs ? nullptr : &left, nullptr);
-        if (ready >= 0 || errno != EINTR) {
-            return ready;
-        }
+        if (ready >= 0 || errno != EINTR) return ready;
     }
 }
 

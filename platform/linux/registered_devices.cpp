@@ -37,16 +37,14 @@ bool ReadDeviceFile(int directory, const std::string& name, std::string& content
     return fd.IsOpen() && ReadFile(fd.Get(), kFileLimit, content) && content.find('\0') == std::string::npos;
 }
 
-// True while somebody has a write lock on the whole file. As one who wants to read, so that nothing is taken and only a
-// write lock stands in the way.
+// True while somebody has a write lock on the whole file. Asks for a read lock without taking it, so that only a
+// write lock counts.
 bool IsHeld(int directory, const std::string& name) {
     const UniqueFd fd = name.find('/') == std::string::npos ? OpenTrustedFile(directory, name) : UniqueFd();
     struct flock lock {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;
-    if (!fd.IsOpen()) {
-        return false;
-    }
+    if (!fd.IsOpen()) return false;
     if (::fcntl(fd.Get(), F_OFD_GETLK, &lock) != 0) {
         ThrowIfExhausted();
         return false;
@@ -75,9 +73,7 @@ std::string ValueOr(const Keys& keys, std::string_view key, const std::string& o
 // False if a needed key is missing or the class is another one.
 bool DescribeDevice(const Keys& keys, RegisteredClass wanted, const std::string& name, FoundDevice& device) {
     const bool serial = wanted == RegisteredClass::Serial;
-    if (ValueOr(keys, "class", "") != (serial ? "serial" : "hid")) {
-        return false;
-    }
+    if (ValueOr(keys, "class", "") != (serial ? "serial" : "hid")) return false;
     const std::string title = name.substr(0, name.size() - kSuffix.size());
     device.node = ValueOr(keys, "path", "");
     device.instanceId = ValueOr(keys, "instance", (serial ? "ROOT\\PORTS\\" : "ROOT\\HID\\") + title);
@@ -94,38 +90,26 @@ std::optional<FoundDevice> ReadRegistration(int directory, const std::string& pa
                                             RegisteredClass wanted) {
     std::string content;
     FoundDevice device;
-    if (!ReadDeviceFile(directory, name, content)) {
-        return std::nullopt;
-    }
+    if (!ReadDeviceFile(directory, name, content)) return std::nullopt;
     const Keys keys = ReadKeys(content);
     const std::string lock = ValueOr(keys, "lock", "");
-    if (!DescribeDevice(keys, wanted, name, device) || !(lock.empty() || IsHeld(directory, lock))) {
-        return std::nullopt;
-    }
+    if (!DescribeDevice(keys, wanted, name, device) || !(lock.empty() || IsHeld(directory, lock))) return std::nullopt;
     device.registration = std::string(path).append("/").append(name);
-    if (wanted == RegisteredClass::Hid) {
-        device.interfacePath = "registered:" + device.registration;
-    }
+    if (wanted == RegisteredClass::Hid) device.interfacePath = "registered:" + device.registration;
     return device;
 }
 
 void AddDevices(const std::string& path, RegisteredClass wanted, FoundDevices& devices) {
     Directory directory(OpenTrustedFolder(path));
-    if (!directory.IsOpen()) {
-        return;
-    }
+    if (!directory.IsOpen()) return;
     for (const std::string& name : DeviceFileNames(directory)) {
-        if (auto device = ReadRegistration(directory.Fd(), path, name, wanted)) {
-            devices.push_back(std::move(*device));
-        }
+        if (auto device = ReadRegistration(directory.Fd(), path, name, wanted)) devices.push_back(std::move(*device));
     }
 }
 
 FoundDevices FindRegistered(const LinuxRoots& roots, RegisteredClass wanted) {
     FoundDevices devices;
-    for (const std::string& path : roots.registered) {
-        AddDevices(path, wanted, devices);
-    }
+    for (const std::string& path : roots.registered) AddDevices(path, wanted, devices);
     return devices;
 }
 
@@ -143,9 +127,7 @@ std::optional<FoundDevice> FindRegistration(const FoundDevice& before) {
     const size_t cut = before.registration.rfind('/');
     const std::string path = before.registration.substr(0, cut);
     const UniqueFd directory = OpenTrustedFolder(path);
-    if (!directory.IsOpen()) {
-        return std::nullopt;
-    }
+    if (!directory.IsOpen()) return std::nullopt;
     const RegisteredClass wanted = before.portName.empty() ? RegisteredClass::Hid : RegisteredClass::Serial;
     return ReadRegistration(directory.Get(), path, before.registration.substr(cut + 1), wanted);
 }

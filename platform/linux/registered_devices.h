@@ -2,7 +2,7 @@
 // The keys: class (serial or hid), port (its name; serial), path (terminal, hidraw node or SOCK_SEQPACKET
 // socket), instance, parent (serial), description, manufacturer, lock. A device is plugged in when its file is
 // renamed into place. One that names a lock, a file beside it, counts only while somebody holds a write lock on that
-// file: what a killed program has left behind names a terminal that is a stranger's by then.
+// file: the terminal that a killed program's file names may belong to another program by now.
 #pragma once
 
 #include <optional>

@@ -13,8 +13,7 @@
 namespace quillet::platform {
 namespace {
 
-// Output of a port that still goes out is waited for so long before it is dropped; a close would wait for up
-// to 30 s.
+// Output of a port that still goes out is waited for so long before it is dropped; a close would wait for up to 30 s.
 constexpr int64_t kDrainLimitNs = 2000000000;
 constexpr uint32_t kDrainStepMs = 5;
 
@@ -42,15 +41,11 @@ bool IsPseudoTerminal(int fd) noexcept {
 }
 
 uint32_t TakeLine(int fd) noexcept {
-    if (::isatty(fd) == 0) {
-        return LastErrno();
-    }
+    if (::isatty(fd) == 0) return LastErrno();
     if (RetryInterrupted([fd] { return ::flock(fd, LOCK_EX | LOCK_NB); }) != 0) {
         return errno == EWOULDBLOCK ? EBUSY : LastErrno();
     }
-    if (const uint32_t error = MakeRaw(fd)) {
-        return error;
-    }
+    if (const uint32_t error = MakeRaw(fd)) return error;
     if (!IsPseudoTerminal(fd)) {
         ::ioctl(fd, TIOCEXCL);  // a gadget may refuse
     }
@@ -60,9 +55,7 @@ uint32_t TakeLine(int fd) noexcept {
 }  // namespace
 
 OpenResult SerialFile::Take(UniqueFd fd) {
-    if (const uint32_t error = TakeLine(fd.Get())) {
-        return {nullptr, error};
-    }
+    if (const uint32_t error = TakeLine(fd.Get())) return {nullptr, error};
     return {std::make_unique<SerialFile>(std::move(fd)), 0};
 }
 
@@ -90,9 +83,7 @@ void SerialFile::DrainOutput(int fd) const {
 }
 
 uint32_t SerialFile::CheckForLoss(uint32_t error) noexcept {
-    if (MeansGone(error)) {
-        m_Handle.ReportLoss();
-    }
+    if (MeansGone(error)) m_Handle.ReportLoss();
     return error;
 }
 

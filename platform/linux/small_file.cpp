@@ -15,9 +15,7 @@ constexpr size_t kAttributeLimit = 4096;  // the kernel's own
 
 void ThrowIfExhausted() {
     const int error = errno;
-    if (error == EMFILE || error == ENFILE || error == ENOMEM) {
-        throw LookFailed(static_cast<uint32_t>(error));
-    }
+    if (error == EMFILE || error == ENFILE || error == ENOMEM) throw LookFailed(static_cast<uint32_t>(error));
 }
 
 Directory::Directory(UniqueFd fd) {
@@ -34,9 +32,7 @@ Directory::Directory(UniqueFd fd) {
 Directory Directory::Open(const std::string& path) {
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     UniqueFd fd(RetryInterrupted([&] { return ::open(path.c_str(), kFlags); }));
-    if (!fd.IsOpen()) {
-        ThrowIfExhausted();
-    }
+    if (!fd.IsOpen()) ThrowIfExhausted();
     return Directory(std::move(fd));
 }
 
@@ -44,9 +40,7 @@ const dirent* Directory::Next() {
     errno = 0;  // the only way to tell an error from the end
     // Safe between threads, as each has a stream of its own.
     const dirent* entry = ::readdir(m_Stream.get());  // NOLINT(concurrency-mt-unsafe)
-    if (entry == nullptr) {
-        ThrowIfExhausted();
-    }
+    if (entry == nullptr) ThrowIfExhausted();
     return entry;
 }
 
@@ -74,9 +68,7 @@ std::string ReadAttribute(int directory, const std::string& path) {
         return {};
     }
     std::string_view text(page.data(), static_cast<size_t>(count));
-    if (text.ends_with('\n')) {
-        text.remove_suffix(1);
-    }
+    if (text.ends_with('\n')) text.remove_suffix(1);
     return std::string(text);
 }
 

@@ -17,9 +17,7 @@ int DescriptorOf(const StopSignal& signal) noexcept {
 }  // namespace
 
 StopSignal::StopSignal() : m_Native(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (m_Native < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
+    if (m_Native < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
 }
 
 StopSignal::~StopSignal() {
@@ -31,8 +29,7 @@ void StopSignal::Close() noexcept {
     if (descriptor >= 0) ::close(descriptor);
 }
 
-// A write that would block finds the counter full, so the signal is set anyway; a read that would block finds
-// it clear.
+// A write that would block finds the counter full, so the signal is set anyway; a read that would block finds it clear.
 void StopSignal::Set() noexcept {
     if (!m_Origin.IsHere()) return;
     const eventfd_t one = 1;

@@ -39,11 +39,11 @@ void RunBody(const std::string& name, const std::function<void()>& body) {
     } catch (const abi::__forced_unwind&) {
         throw;  // the end of a cancelled thread; the C library aborts the process if it is swallowed
     } catch (...) {
-        // Nobody is left to tell; the host must not die of it.
+        // There is nobody to report it to, and it must not end the host.
     }
 }
 
-// The system is asked once a thread. In a child of fork its one thread has another id than the thread it is a copy of.
+// The system is asked once a thread. The only thread of a child of fork has another id than its original.
 thread_local uint32_t t_ThreadId = 0;
 const bool g_ForgetsAtFork = ::pthread_atfork(nullptr, nullptr, [] { t_ThreadId = 0; }) == 0;
 

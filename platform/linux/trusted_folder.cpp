@@ -9,7 +9,7 @@
 namespace quillet::platform {
 namespace {
 
-// Everything is judged on what was opened, never on a name that may mean something else a moment later.
+// All checks are made on the open descriptor, because the file behind a name can be exchanged between check and use.
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
@@ -20,9 +20,7 @@ bool IsOursOrRoots(const struct stat& found) {
 // Not open if there is none that may be read.
 UniqueFd OpenAt(int folder, const std::string& name, int flags) {
     UniqueFd fd(RetryInterrupted([&] { return ::openat(folder, name.c_str(), flags); }));
-    if (!fd.IsOpen()) {
-        ThrowIfExhausted();
-    }
+    if (!fd.IsOpen()) ThrowIfExhausted();
     return fd;
 }
 

@@ -19,9 +19,7 @@ class UniqueFd {
     }
     // EINTR isn't retried here: Linux has freed the number by then.
     ~UniqueFd() {
-        if (m_Fd >= 0) {
-            ::close(m_Fd);
-        }
+        if (m_Fd >= 0) ::close(m_Fd);
     }
 
     bool IsOpen() const noexcept { return m_Fd >= 0; }
@@ -38,9 +36,7 @@ template <typename Call>
 auto RetryInterrupted(Call call) {
     for (;;) {
         const auto result = call();
-        if (result != -1 || errno != EINTR) {
-            return result;
-        }
+        if (result != -1 || errno != EINTR) return result;
     }
 }
 

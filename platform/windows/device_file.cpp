@@ -13,7 +13,7 @@ uint32_t ErrorUnless(BOOL ok) noexcept {
     return ok != FALSE ? 0 : ::GetLastError();
 }
 
-// Waits again where a limit has begun, or was taken away before it was over.
+// The wait starts over if a limit begins, or is taken away before it is over.
 DWORD AwaitEnd(DeviceRequest& request, const WriteEnd& end) {
     for (;;) {
         const uint32_t leftMs = end.limit != nullptr ? end.limit->LeftMs() : kNoLimitMs;
@@ -68,9 +68,7 @@ std::unique_ptr<DeviceReader> WindowsDeviceFile::NewReader() {
 }
 
 WriteResult WindowsDeviceFile::Write(std::string_view bytes, const WriteEnd& end) {
-    if (end.limit != nullptr && end.limit->LeftMs() == 0) {
-        return {Outcome::FailedAtOnce, 0, ERROR_OPERATION_ABORTED};
-    }
+    if (end.limit != nullptr && end.limit->LeftMs() == 0) return {Outcome::FailedAtOnce, 0, ERROR_OPERATION_ABORTED};
     DeviceRequest request(m_Handle.Get());
     const IoStart start = request.StartWrite(bytes);
     switch (start.state) {

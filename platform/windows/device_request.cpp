@@ -8,7 +8,7 @@
 namespace quillet::platform {
 namespace {
 
-// Drivers end a cancelled request at once, or have lost it.
+// How long a driver may take to end a cancelled request. One that takes longer has lost it.
 constexpr DWORD kCancelLimitMs = 1000;
 
 }  // namespace
@@ -77,17 +77,16 @@ IoFinish DeviceRequest::Finish() noexcept {
 // but the record tells the end, too.
 bool DeviceRequest::Cancel() const noexcept {
     ::CancelIoEx(m_Device, &m_Block->overlapped);
-    if (!HasOverlappedIoCompleted(&m_Block->overlapped)) {
-        ::WaitForSingleObject(m_Block->event.Get(), kCancelLimitMs);
-    }
+    if (!HasOverlappedIoCompleted(&m_Block->overlapped)) ::WaitForSingleObject(m_Block->event.Get(), kCancelLimitMs);
     return HasOverlappedIoCompleted(&m_Block->overlapped);
 }
 
 void DeviceRequest::DropPending() noexcept {
     if (!m_Pending) return;
     m_Pending = false;
-    // The driver may yet write into the block, so it is left to it: some memory and an event. A writer goes on at once.
-    // The thread that started the request goes too, but the system ends it only when it gives up the request itself.
+    // The driver may still write into the block, so the block and its event are leaked on purpose. A writer
+    // goes on at once. The thread that started the request goes too, but the system ends it only when it
+    // gives up the request itself.
     if (!Cancel()) static_cast<void>(m_Block.release());
 }
 

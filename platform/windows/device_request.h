@@ -11,11 +11,10 @@
 
 namespace quillet::platform {
 
-// What the driver works on (the overlapped record, its event, the bytes) stands in one block of the heap, and
-// nothing of the caller's memory is ever lent to it. A request that is pending when the next one starts, or at
-// the end of this object, is cancelled; if the driver doesn't give it up in time, the block is its own from
-// then on. Used by one thread, the same from start to end: the system ends the requests of a thread that
-// ends.
+// What the driver works on (the overlapped record, its event, the bytes) stands in one block of the heap, and nothing
+// of the caller's memory is ever lent to it. A request that is pending when the next one starts, or at the end of this
+// object, is cancelled; if the driver doesn't end it in time, the block is never freed. Used by one
+// thread, the same from start to end: the system ends the requests of a thread that ends.
 class DeviceRequest {
   public:
     // The device stays open as long as this object lives.
@@ -27,8 +26,7 @@ class DeviceRequest {
     IoStart StartRead(uint32_t size);
     IoStart StartWrite(std::string_view bytes);
 
-    // Waits without a limit for the stop signal or the end of the pending request; gives what the wait
-    // returned.
+    // Waits without a limit for the stop signal or the end of the pending request; gives what the wait returned.
     static constexpr DWORD kStopped = WAIT_OBJECT_0;
     static constexpr DWORD kEnded = WAIT_OBJECT_0 + 1;
     DWORD Wait(const StopSignal& stop) const noexcept;

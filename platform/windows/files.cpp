@@ -70,7 +70,7 @@ void AppendFile::Write(std::string_view text) noexcept try {
         rest.remove_prefix(written);
     }
 } catch (...) {
-    // No memory: as a full disk.
+    // Out of memory: the line is lost, as on a full disk.
 }
 
 }  // namespace quillet::platform

@@ -1,6 +1,5 @@
-// Threads of the library. Each holds a reference on the module whose code it runs, so that unloading the
-// library with a scanner still open takes no code away from under it: the module goes when the last of its
-// threads has ended.
+// Threads of the library. Each holds a reference on the module whose code it runs, so that unloading the library with a
+// scanner still open takes no code away from under it: the module goes when the last of its threads has ended.
 #include "platform/thread.h"
 
 #include <windows.h>
@@ -23,7 +22,7 @@ struct StartRecord {
     throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(), call);
 }
 
-// The module of this code, with a reference more.
+// A handle of the module that holds this code, with its reference count raised by one.
 HMODULE ReferToThisModule() {
     HMODULE module = nullptr;
     const auto address = reinterpret_cast<const char*>(&ReferToThisModule);
@@ -38,7 +37,7 @@ void RunBody(const StartRecord& record) noexcept {
     try {
         record.body();
     } catch (...) {
-        // Nobody is left to tell; the host must not die of it.
+        // There is nobody to report it to, and it must not end the host.
     }
 }
 

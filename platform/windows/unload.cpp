@@ -21,8 +21,8 @@ void OnUnload(void (*routine)()) noexcept {
 // loaded. At the end of the process the system has killed the threads wherever they were, perhaps with a lock
 // held; there the system takes everything back by itself.
 //
-// The library itself has no use for the news of threads. A compiler's runtime that has, to free what it keeps of
-// each thread, has thread-local storage too, and then the system goes on telling all the same.
+// The library needs no notice of threads that start and end. A compiler's runtime that needs it, to free what it keeps
+// for each thread, also has thread-local storage, and then the system goes on notifying.
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
     if (reason == DLL_PROCESS_ATTACH) ::DisableThreadLibraryCalls(instance);
     if (reason == DLL_PROCESS_DETACH && reserved == nullptr) {

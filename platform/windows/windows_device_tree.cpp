@@ -16,8 +16,7 @@ struct ClassSearch {
 constexpr DWORD kOfSetupClass = DIGCF_PRESENT;
 constexpr DWORD kOfInterfaceClass = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
 
-// In the order of DeviceClass. Written out, as the headers of the compilers differ in which of them they
-// define.
+// In the order of DeviceClass. Written out, as the headers of the compilers differ in which of them they define.
 constexpr std::array<ClassSearch, 5> kSearches = {{
     {{0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}}, kOfSetupClass},
     {{0x4D36E96D, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}}, kOfSetupClass},

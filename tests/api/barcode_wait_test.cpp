@@ -114,8 +114,9 @@ TEST_F(BarcodeWaitTest, TracesItsStepsAsTheyAre) {
         std::vector<std::string> taken;
         for (const std::string& line : log.Take()) {
             const size_t at = line.find(":>>> ");
-            if (at != std::string::npos && line.find("etProperty") != std::string::npos)
+            if (at != std::string::npos && line.find("etProperty") != std::string::npos) {
                 taken.push_back(line.substr(at + 5));
+            }
         }
         return taken;
     };

@@ -23,9 +23,7 @@ ScannerHandle SomeHandle() {
 
 std::vector<std::string> FakeLink::TakeCommands() {
     std::vector<std::string> commands;
-    for (const std::string& wire : sent) {
-        commands.push_back(Hex(wire.substr(1, 1) + wire.substr(4, wire.size() - 5)));
-    }
+    for (const std::string& wire : sent) commands.push_back(Hex(wire.substr(1, 1) + wire.substr(4, wire.size() - 5)));
     sent.clear();
     return commands;
 }

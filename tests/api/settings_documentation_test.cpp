@@ -1,5 +1,4 @@
-// docs/setting-codes.md against what the library does: its table names, for each setting, the bytes and the
-// calls.
+// docs/setting-codes.md against what the library does: its table names, for each setting, the bytes and the calls.
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>

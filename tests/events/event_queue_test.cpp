@@ -62,8 +62,7 @@ TEST(EventQueueTest, EachSettingIsOnePassAsTheLogShows) {
     EXPECT_EQ(count(), 2);
 }
 
-// A wake-up between the making of the thread and its first wait, or at its end, must neither be lost nor
-// hang.
+// A wake-up between the making of the thread and its first wait, or at its end, must neither be lost nor hang.
 TEST(EventQueueTest, EndsAtAnyMoment) {
     for (int round = 0; round < 200; ++round) {
         EventQueue queue;

@@ -20,9 +20,7 @@ inline ReadOutcome ReadFrom(DeviceReader& reader, const StopSignal& stop, uint32
     ReadOutcome outcome;
     std::vector<uint8_t> buffer(size, 0xEE);
     outcome.start = reader.Start(buffer.data(), size);
-    if (outcome.start.state == IoState::Failed) {
-        return outcome;
-    }
+    if (outcome.start.state == IoState::Failed) return outcome;
     const bool done = outcome.start.state == IoState::Done;
     outcome.wait = done ? ReadWait::Finished : reader.Wait(stop);
     if (outcome.wait == ReadWait::Finished) {
@@ -34,9 +32,7 @@ inline ReadOutcome ReadFrom(DeviceReader& reader, const StopSignal& stop, uint32
 
 inline std::string AllBytes() {
     std::string bytes;
-    for (int value = 0; value < 256; ++value) {
-        bytes.push_back(static_cast<char>(value));
-    }
+    for (int value = 0; value < 256; ++value) bytes.push_back(static_cast<char>(value));
     return bytes;
 }
 

@@ -25,15 +25,11 @@ TEST(Event, AutoResetLetsOneWaiterThroughForEachSignal) {
     }
     for (int expected = 1; expected <= 4; ++expected) {
         event->Signal();
-        while (through < expected) {
-            std::this_thread::yield();
-        }
+        while (through < expected) std::this_thread::yield();
         EXPECT_EQ(event->Wait(20), WaitResult::TimedOut) << "the signal was not consumed";
         EXPECT_EQ(through, expected);
     }
-    for (auto& waiter : waiters) {
-        waiter.Join();
-    }
+    for (auto& waiter : waiters) waiter.Join();
     event->Signal();
     event->Reset();
     EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);

@@ -230,8 +230,7 @@ class FakeFile : public platform::DeviceFile {
     const int m_Plugs;  // of the device when it was opened
 };
 
-// In use from its making to its end; every link must be closed before that. Devices are made on first
-// mention.
+// In use from its making to its end; every link must be closed before that. Devices are made on first mention.
 class FakeDeviceAccess : public platform::DeviceAccess {
   public:
     FakeDeviceAccess() { platform::ReplaceDeviceAccess(this); }

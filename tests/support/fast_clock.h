@@ -9,9 +9,8 @@
 
 namespace quillet::test {
 
-// In use from its making to its end. Waits take a fraction of the time asked, but never none at all; the
-// clock itself runs ahead by the same factor. It also adds up what was asked for, so that a test can tell a
-// wait from none.
+// In use from its making to its end. Waits take a fraction of the time asked, but never none at all; the clock itself
+// runs ahead by the same factor. It also adds up what was asked for, so that a test can tell a wait from none.
 class FastClock : public platform::Clock {
   public:
     explicit FastClock(uint32_t factor) : m_Factor(factor), m_Start(platform::SystemClock().NowNs()) {

@@ -56,9 +56,8 @@ class LogReader {
     LogReader(const LogReader&) = delete;
     LogReader& operator=(const LogReader&) = delete;
 
-    // The lines since the last call, from the level's name on: "LLInfo\t\t:text". Waits until the worker has
-    // written them, which needs a level that keeps detail lines. What other threads log meanwhile may come
-    // with the next call.
+    // The lines since the last call, from the level's name on: "LLInfo\t\t:text". Waits until the worker has written
+    // them, which needs a level that keeps detail lines. What other threads log meanwhile may come with the next call.
     std::vector<std::string> Take() {
         const std::string mark = "end of part " + std::to_string(++m_Parts);
         LogInfo(mark);

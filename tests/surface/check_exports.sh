@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # check_exports.sh <library> <source directory> <nm> <objdump>
-# Compares what the library exports, what the public header declares and the list of exports; looks at what the library
-# needs and whether each call is documented.
+# Compares what the library exports, what the public header declares and the list of exports; and looks at what
+# the library needs.
 set -u
 library=$1 source=$2 nm=$3 objdump=$4
 work=$(mktemp -d)

@@ -42,9 +42,7 @@ TEST_F(ClaimFileTest, DestructionGivesItUpAlsoWithAForkedChildAlive) {
     EXPECT_EQ(status, 0);
     const pid_t bystander = fork();
     if (bystander == 0) {
-        for (;;) {
-            pause();
-        }
+        for (;;) pause();
     }
     mine.reset();
     EXPECT_TRUE(NamedMutex::Create(m_Name)->Take(0));

@@ -37,9 +37,7 @@ class DeviceTreeTest : public testing::Test {
         m_Tree.Write(path + "devpath", "2.4\n");
         m_Tree.Write(path + "product", "Scanner\n");
         m_Tree.Write(path + "manufacturer", "Maker\n");
-        if (!serial.empty()) {
-            m_Tree.Write(path + "serial", serial + "\n");
-        }
+        if (!serial.empty()) m_Tree.Write(path + "serial", serial + "\n");
     }
 
     void AddHidraw(const std::string& name, const std::string& id, const std::string& phys, const std::string& uniq) {
@@ -258,8 +256,9 @@ TEST_F(DeviceTreeTest, QuickLooks) {
     Ports();
     Hids();
     for (const char* port : {"COM3", "COM4", "COM65"}) EXPECT_EQ(Look(DeviceClass::Ports, port), Outcome::Found);
-    for (const char* port : {"COM2", "COM66", "COM99", ""})
+    for (const char* port : {"COM2", "COM66", "COM99", ""}) {
         EXPECT_EQ(Look(DeviceClass::Ports, port), Outcome::NotFound);
+    }
     EXPECT_EQ(m_System.LookFor(DeviceClass::HidInterface, kernel).deviceId, "HID\\VID_18D1&PID_010B\\SN");
     EXPECT_EQ(m_System.LookFor(DeviceClass::HidInterface, registered).deviceId, "HID\\VID_18D1&PID_010B\\7");
     EXPECT_EQ(Look(DeviceClass::HidInterface, ""), Outcome::NotFound);

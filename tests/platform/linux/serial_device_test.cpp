@@ -39,9 +39,7 @@ class SerialDevice : public testing::Test {
     uint32_t TryOpen(const std::string& path, std::unique_ptr<DeviceFile>* file = nullptr) {
         OpenResult result = m_Access.Open(path, Sharing::Exclusive);
         EXPECT_EQ(result.file != nullptr, result.error == 0);
-        if (file != nullptr) {
-            *file = std::move(result.file);
-        }
+        if (file != nullptr) *file = std::move(result.file);
         return result.error;
     }
 

@@ -11,7 +11,7 @@ std::atomic<uint32_t> g_Generation{0};
 
 // Before main or in dlopen. The C library drops the handler when it unloads this one. A copy made without its
 // knowledge (a bare clone call) isn't noticed.
-[[maybe_unused]] const int g_Registered = ::pthread_atfork(nullptr, nullptr, [] { ++g_Generation; });
+[[maybe_unused]] const int kRegistered = ::pthread_atfork(nullptr, nullptr, [] { ++g_Generation; });
 
 }  // namespace
 

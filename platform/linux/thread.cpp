@@ -44,8 +44,8 @@ void RunBody(const std::string& name, const std::function<void()>& body) {
 }
 
 // The system is asked once a thread. The only thread of a child of fork has another id than its original.
-thread_local uint32_t t_ThreadId = 0;
-const bool g_ForgetsAtFork = ::pthread_atfork(nullptr, nullptr, [] { t_ThreadId = 0; }) == 0;
+thread_local uint32_t g_ThreadId = 0;
+const bool kForgetsAtFork = ::pthread_atfork(nullptr, nullptr, [] { g_ThreadId = 0; }) == 0;
 
 }  // namespace
 
@@ -92,9 +92,9 @@ Thread StartThread(const char* name, std::function<void()> body) {
 }
 
 uint32_t CurrentThreadId() noexcept {
-    if (t_ThreadId != 0) return t_ThreadId;
+    if (g_ThreadId != 0) return g_ThreadId;
     const auto id = static_cast<uint32_t>(::gettid());
-    if (g_ForgetsAtFork) t_ThreadId = id;
+    if (kForgetsAtFork) g_ThreadId = id;
     return id;
 }
 

@@ -271,7 +271,7 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
 TEST(ReportSocket, WaitsQuietlyForADescriptor) {
     if (test::kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
     const PrivateDirectory directory;
-    const auto device = platform::DeviceEnd::NewReportSocket(directory.path + "/scanner");
+    const auto device = DeviceEnd::NewReportSocket(directory.path + "/scanner");
     const auto host = platform::SystemDeviceAccess().Open(device->HostPath(), platform::Sharing::Shared);
     const platform::StopSignal stop;
     std::string bytes;
@@ -279,10 +279,10 @@ TEST(ReportSocket, WaitsQuietlyForADescriptor) {
     const auto beforeMs = usedMs();
     {
         const test::NoDescriptors none;
-        EXPECT_EQ(device->Receive(bytes, 200, stop), platform::DeviceEnd::Received::TimedOut);
+        EXPECT_EQ(device->Receive(bytes, 200, stop), DeviceEnd::Received::TimedOut);
     }
     EXPECT_LT(usedMs() - beforeMs, 100);
-    EXPECT_EQ(device->Receive(bytes, kPatienceMs, stop), platform::DeviceEnd::Received::HostCame);
+    EXPECT_EQ(device->Receive(bytes, kPatienceMs, stop), DeviceEnd::Received::HostCame);
 }
 
 class UsbScannerTest : public VirtualScannerTest {};

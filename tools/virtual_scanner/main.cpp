@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "platform/command_input.h"
 #include "tools/virtual_scanner/console.h"
+#include "tools/virtual_scanner/device_side/command_input.h"
 #include "tools/virtual_scanner/virtual_scanner.h"
 
 namespace {
@@ -61,7 +61,7 @@ void Describe(CLI::App& app, ProgramOptions& options) {
 }
 
 int Run(const ProgramOptions& options) {
-    quillet::platform::CommandInput input;
+    quillet::tools::CommandInput input;
     LineOutput output(stdout);
     EventWriter events(output);
     VirtualScanner scanner(options.scanner, &events);
@@ -70,7 +70,7 @@ int Run(const ProgramOptions& options) {
     Console console(scanner, output);
     if (!options.startUnplugged) console.Plug({});
     std::string line;
-    while (input.Read(line) == quillet::platform::CommandInput::Next::Line && console.Execute(line)) {
+    while (input.Read(line) == quillet::tools::CommandInput::Next::Line && console.Execute(line)) {
     }
     return console.HadError() ? kExitFailure : 0;
 }

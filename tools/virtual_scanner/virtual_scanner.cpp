@@ -47,7 +47,7 @@ ScannerOptions Validated(ScannerOptions options) {
                                     options.serialNumber + "'");
     }
     if (options.devicesDirectory.empty()) {
-        options.devicesDirectory = platform::DeviceRegistration::UserDirectory();
+        options.devicesDirectory = DeviceRegistration::UserDirectory();
     }
     if (options.mode > 0777) {
         throw std::invalid_argument("a mode is made of the nine permission bits of a file");
@@ -73,10 +73,10 @@ std::string InstanceId(const ScannerOptions& options) {
     return "ACPI\\PNP0501\\" + options.port.substr(3);
 }
 
-Delivery DeliveryOf(platform::DeviceEnd::Sent sent) {
+Delivery DeliveryOf(DeviceEnd::Sent sent) {
     switch (sent) {
-        case platform::DeviceEnd::Sent::All: return Delivery::Sent;
-        case platform::DeviceEnd::Sent::NoHost: return Delivery::NoHost;
+        case DeviceEnd::Sent::All: return Delivery::Sent;
+        case DeviceEnd::Sent::NoHost: return Delivery::NoHost;
         default: return Delivery::Unplugged;
     }
 }
@@ -86,8 +86,8 @@ Delivery DeliveryOf(platform::DeviceEnd::Sent sent) {
 struct VirtualScanner::Session {
     platform::StopSignal stop;
     platform::Thread receiver;
-    std::mutex sendMutex;  // one sending at a time; guards the rest, but for the receiver's use of `end`
-    std::unique_ptr<platform::DeviceEnd> end;  // gone once unplugged; the receiver has ended before
+    std::mutex sendMutex;            // one sending at a time; guards the rest, but for the receiver's use of `end`
+    std::unique_ptr<DeviceEnd> end;  // gone once unplugged; the receiver has ended before
     int64_t lastSentNs = 0;
 };
 
@@ -127,8 +127,8 @@ void VirtualScanner::Plug() {
     const std::lock_guard plugging(m_PlugMutex);
     if (IsPlugged()) return;
     auto session = std::make_shared<Session>();
-    session->end = IsUsb() ? platform::DeviceEnd::NewReportSocket(m_Registration.SocketPath(), m_Options.mode)
-                           : platform::DeviceEnd::NewTerminal(m_Options.mode);
+    session->end = IsUsb() ? DeviceEnd::NewReportSocket(m_Registration.SocketPath(), m_Options.mode)
+                           : DeviceEnd::NewTerminal(m_Options.mode);
     const std::string path = session->end->HostPath();
     session->receiver = platform::StartThread("scanner", [this, started = session.get()] { Run(*started); });
     {
@@ -194,7 +194,7 @@ std::shared_ptr<VirtualScanner::Session> VirtualScanner::CurrentSession() const 
 // ------------------------------------------------------------------------------------------------
 
 void VirtualScanner::Run(Session& session) {
-    using Received = platform::DeviceEnd::Received;
+    using Received = DeviceEnd::Received;
     HostStream stream;
     std::string bytes;
     for (;;) {

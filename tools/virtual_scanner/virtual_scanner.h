@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/device_side.h"
 #include "platform/event.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
 #include "tools/virtual_scanner/frames.h"
 #include "tools/virtual_scanner/host_stream.h"
 #include "tools/virtual_scanner/settings.h"
@@ -28,8 +28,8 @@ struct ScannerOptions {
     ScannerLink link = ScannerLink::Usb;
     std::string port = "COM97";  // name of the serial port; not used over USB
     std::string serialNumber = "1234567890";
-    std::string devicesDirectory;                     // empty for the one of the user
-    uint32_t mode = platform::DeviceEnd::kOwnerOnly;  // who may open it, as the permission bits of a file
+    std::string devicesDirectory;           // empty for the one of the user
+    uint32_t mode = DeviceEnd::kOwnerOnly;  // who may open it, as the permission bits of a file
     // Quiet time between any two things that it sends over a serial line. Below 30 ms a host takes them for
     // one. The pieces of one thing have 40 ms between them at least.
     uint32_t serialGapMs = 0;
@@ -130,7 +130,7 @@ class VirtualScanner {
 
     const ScannerOptions m_Options;
     ScannerObserver* const m_Observer;
-    platform::DeviceRegistration m_Registration;
+    DeviceRegistration m_Registration;
     std::mutex m_PlugMutex;      // one Plug or Unplug at a time; guards m_Registration; taken before m_Mutex
     mutable std::mutex m_Mutex;  // guards everything below; never held while sending, waiting or calling out
     std::shared_ptr<Session> m_Session;

@@ -1,12 +1,12 @@
 #include "library/own_devices.h"
 
-#include "platform/device_side.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
 
 namespace quillet::tests {
 
 // The one registry is all processes'; devices of different tests differ by their port.
 std::string DevicesDirectory() {
-    return platform::DeviceRegistration::UserDirectory();
+    return tools::DeviceRegistration::UserDirectory();
 }
 
 // Cases with devices run one after the other.

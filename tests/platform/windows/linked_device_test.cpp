@@ -8,16 +8,18 @@
 #include <thread>
 
 #include "device_io.h"
-#include "platform/device_side.h"
 #include "platform/thread.h"
 #include "platform/windows/windows_device_access.h"
 #include "support/process.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
 #include "transport/port_discovery.h"
 
 namespace quillet::platform {
 namespace {
 
 using namespace std::chrono_literals;
+using tools::DeviceEnd;
+using tools::DeviceRegistration;
 
 enum class Link { Serial, Hid };
 

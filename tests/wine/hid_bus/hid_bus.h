@@ -2,8 +2,8 @@
 #ifndef QUILLET_HID_BUS_H
 #define QUILLET_HID_BUS_H
 
+#include "hid_pipes.h"
 #include "hid_port.h"
-#include "pipes.h"
 
 #define TICKS_PER_MS 10000 /* of kernel time */
 

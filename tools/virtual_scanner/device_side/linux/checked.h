@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 [[noreturn]] inline void ThrowErrno(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -16,4 +16,4 @@ inline int Checked(int result, const std::string& what) {
     return result;
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

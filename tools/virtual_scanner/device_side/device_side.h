@@ -1,5 +1,5 @@
-// The other end of a link: what a program needs that plays a device. A library of its own; the host library
-// doesn't hold it. Failures of the system are thrown as std::system_error, unless said otherwise.
+// The other end of a link: what a program needs that plays a device. Each system's folder here implements it.
+// Failures of the system are thrown as std::system_error, unless said otherwise.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 #include "platform/device_access.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 // The device's end of one link, from plugging in to unplugging. One thread receives and one sends, side by
 // side; destruction, the pulling of the cable, comes after both.
@@ -38,7 +38,7 @@ class DeviceEnd {
         Failed
     };
     // Waits for the next of these; kNoLimitMs waits for ever.
-    virtual Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) = 0;
+    virtual Received Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) = 0;
 
     enum class Sent {
         All,
@@ -47,7 +47,7 @@ class DeviceEnd {
         Failed
     };
     // Waits as long as the host's buffer is full.
-    virtual Sent Send(std::string_view bytes, const StopSignal& stop) = 0;
+    virtual Sent Send(std::string_view bytes, const platform::StopSignal& stop) = 0;
 };
 
 // Text of one registered device, in lines "key=value".
@@ -80,4 +80,4 @@ class DeviceRegistration {
     std::unique_ptr<Impl> m_Impl;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

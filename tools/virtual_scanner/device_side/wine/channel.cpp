@@ -1,13 +1,13 @@
-#include "wine/device_side/channel.h"
+#include "tools/virtual_scanner/device_side/wine/channel.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
-UniqueHandle NewEvent() {
+platform::UniqueHandle NewEvent() {
     return Checked(::CreateEventA(nullptr, TRUE, FALSE, nullptr), "CreateEvent");
 }
 
-HANDLE EventOf(const StopSignal& stop) {
+HANDLE EventOf(const platform::StopSignal& stop) {
     return reinterpret_cast<HANDLE>(stop.NativeHandle());
 }
 
@@ -19,7 +19,7 @@ bool IsSocketStarted(int result) {
     return result == 0 || ::WSAGetLastError() == WSA_IO_PENDING;
 }
 
-OVERLAPPED Overlapped(const UniqueHandle& event) {
+OVERLAPPED Overlapped(const platform::UniqueHandle& event) {
     OVERLAPPED overlapped{};
     overlapped.hEvent = event.Get();
     return overlapped;
@@ -51,7 +51,7 @@ DeviceEnd::Received Channel::FinishRead(std::string& bytes) {
     return DeviceEnd::Received::Bytes;
 }
 
-DeviceEnd::Received Channel::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
+DeviceEnd::Received Channel::Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) {
     if (!EnsureReading()) return stop.IsSet() ? DeviceEnd::Received::Stopped : DeviceEnd::Received::Failed;
     const std::array<HANDLE, 2> waits{EventOf(stop), m_ReadEvent.Get()};
     switch (::WaitForMultipleObjects(2, waits.data(), FALSE, timeoutMs)) {
@@ -62,7 +62,7 @@ DeviceEnd::Received Channel::Receive(std::string& bytes, uint32_t timeoutMs, con
     }
 }
 
-DeviceEnd::Sent Channel::Send(std::string_view bytes, const StopSignal& stop) {
+DeviceEnd::Sent Channel::Send(std::string_view bytes, const platform::StopSignal& stop) {
     while (!bytes.empty()) {
         OVERLAPPED write = Overlapped(m_WriteEvent);
         if (!BeginWrite(bytes, write)) return DeviceEnd::Sent::Failed;
@@ -97,4 +97,4 @@ bool SocketChannel::BeginWrite(std::string_view bytes, OVERLAPPED& overlapped) {
     return IsSocketStarted(::WSASend(m_Socket, &block, 1, nullptr, 0, &overlapped, nullptr));
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -5,13 +5,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/device_side.h"
-#include "wine/device_side/bridge.h"
-#include "wine/device_side/device_keys.h"
-#include "wine/device_side/hid_plug.h"
-#include "wine/hid_bus/pipes.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/wine/bridge.h"
+#include "tools/virtual_scanner/device_side/wine/device_keys.h"
+#include "tools/virtual_scanner/device_side/wine/hid_pipes.h"
+#include "tools/virtual_scanner/device_side/wine/hid_plug.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 // What is published, each device a value with the registration's name. It outlives a program that is killed, so that
@@ -58,9 +58,9 @@ void WithdrawPort(DeviceFields& fields) {
 }
 
 // The mutex is never taken, since owning it would bind a registration to a thread: that it exists is the lock.
-UniqueHandle TakeName(const std::string& name) {
+platform::UniqueHandle TakeName(const std::string& name) {
     const std::string mutexName = "quillet-device-" + name;
-    UniqueHandle lock(::CreateMutexA(nullptr, FALSE, mutexName.c_str()));
+    platform::UniqueHandle lock(::CreateMutexA(nullptr, FALSE, mutexName.c_str()));
     const DWORD error = ::GetLastError();
     if (!lock.IsOpen()) ThrowWindows(name, error);
     if (error == ERROR_ALREADY_EXISTS) throw std::runtime_error(name + ": another running program has this device");
@@ -74,7 +74,7 @@ struct DeviceRegistration::Impl {
 
     const std::string name;
     const std::string socketPath = QUILLET_HID_REPORT_PIPE;
-    const UniqueHandle lock;
+    const platform::UniqueHandle lock;
     std::unique_ptr<HidPlug> hid;  // while the HID device is published
 };
 
@@ -117,4 +117,4 @@ void DeviceRegistration::Withdraw() noexcept {
     ::RegDeleteKeyValueA(HKEY_CURRENT_USER, kRecords, m_Impl->name.c_str());
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

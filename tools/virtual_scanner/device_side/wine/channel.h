@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "platform/device_side.h"
-#include "wine/device_side/handles.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/wine/handles.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 // The file is opened for overlapped use and outlives the channel.
 class Channel {
@@ -18,8 +18,8 @@ class Channel {
     Channel& operator=(const Channel&) = delete;
 
     // As in DeviceEnd.
-    DeviceEnd::Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop);
-    DeviceEnd::Sent Send(std::string_view bytes, const StopSignal& stop);
+    DeviceEnd::Received Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop);
+    DeviceEnd::Sent Send(std::string_view bytes, const platform::StopSignal& stop);
 
   protected:
     explicit Channel(HANDLE file);
@@ -34,12 +34,12 @@ class Channel {
     DeviceEnd::Received FinishRead(std::string& bytes);
 
     // The receiving thread's. A read goes on from one Receive to the next: ending it could lose bytes.
-    const UniqueHandle m_ReadEvent;
+    const platform::UniqueHandle m_ReadEvent;
     OVERLAPPED m_Read{};
     bool m_Reading = false;
     std::array<char, 4096> m_Buffer;
     // The sending thread's.
-    const UniqueHandle m_WriteEvent;
+    const platform::UniqueHandle m_WriteEvent;
 };
 
 class PipeChannel final : public Channel {
@@ -63,4 +63,4 @@ class SocketChannel final : public Channel {
     const SOCKET m_Socket;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -3,12 +3,12 @@
 #include <stdexcept>
 #include <sys/stat.h>
 
-#include "platform/device_side.h"
-#include "platform/linux/device_side/checked.h"
 #include "platform/linux/linux_roots.h"
 #include "platform/linux/unique_fd.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/linux/checked.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 std::string ParentOf(const std::string& path) {
@@ -38,7 +38,7 @@ void MakePrivateDirectory(const std::string& path) {
 
 void WriteWholeFile(const std::string& path, const std::string& text) {
     ::unlink(path.c_str());
-    const UniqueFd file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
+    const platform::UniqueFd file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
     if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) ThrowErrno(path);
 }
 
@@ -52,7 +52,7 @@ bool StillNames(const std::string& path, int file) {
 }  // namespace
 
 std::string DeviceRegistration::UserDirectory() {
-    return SystemRoots().registered.back();  // the first is root's
+    return platform::SystemRoots().registered.back();  // the first is root's
 }
 
 struct DeviceRegistration::Impl {
@@ -75,12 +75,13 @@ struct DeviceRegistration::Impl {
     const std::string lockPath;
     // Open and locked from construction to destruction. Hosts ask after the lock, which ends with the last process that
     // has this descriptor; so none is handed to a child.
-    UniqueFd lock;
+    platform::UniqueFd lock;
 };
 
 void DeviceRegistration::Impl::TakeName() {
     for (;;) {
-        UniqueFd file(Checked(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), lockPath));
+        platform::UniqueFd file(
+            Checked(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644), lockPath));
         struct flock whole {};
         whole.l_type = F_WRLCK;
         whole.l_whence = SEEK_SET;
@@ -122,4 +123,4 @@ void DeviceRegistration::Withdraw() noexcept {
     ::unlink(m_Impl->devicePath.c_str());
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -6,26 +6,26 @@
 #include <sys/stat.h>
 #include <termios.h>
 
-#include "platform/device_side.h"
 #include "platform/event.h"
-#include "platform/linux/device_side/checked.h"
 #include "platform/linux/unique_fd.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/linux/checked.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 class Terminal final : public DeviceEnd {
   public:
     explicit Terminal(uint32_t mode);
     const std::string& HostPath() const override { return m_HostPath; }
-    Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override;
-    Sent Send(std::string_view bytes, const StopSignal& stop) override;
+    Received Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) override;
+    Sent Send(std::string_view bytes, const platform::StopSignal& stop) override;
 
   private:
     void OpenSlave();
 
-    UniqueFd m_Master;
-    UniqueFd m_Slave;  // kept open, so that the master doesn't report a hang-up while no host is there
+    platform::UniqueFd m_Master;
+    platform::UniqueFd m_Slave;  // kept open, so that the master doesn't report a hang-up while no host is there
     std::string m_HostPath;
 };
 
@@ -43,15 +43,15 @@ Terminal::Terminal(uint32_t mode)
 
 // A new terminal echoes and edits lines, which would send a barcode back to the scanner.
 void Terminal::OpenSlave() {
-    m_Slave = UniqueFd(Checked(::open(m_HostPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), m_HostPath));
+    m_Slave = platform::UniqueFd(Checked(::open(m_HostPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), m_HostPath));
     termios settings{};
     Checked(::tcgetattr(m_Slave.Get(), &settings), "tcgetattr");
     ::cfmakeraw(&settings);
     Checked(::tcsetattr(m_Slave.Get(), TCSANOW, &settings), "tcsetattr");
 }
 
-DeviceEnd::Received Terminal::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
-    const int timeout = timeoutMs == kNoLimitMs ? -1 : static_cast<int>(timeoutMs);
+DeviceEnd::Received Terminal::Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) {
+    const int timeout = timeoutMs == platform::kNoLimitMs ? -1 : static_cast<int>(timeoutMs);
     for (;;) {
         std::array<pollfd, 2> waits{{{static_cast<int>(stop.NativeHandle()), POLLIN, 0}, {m_Master.Get(), POLLIN, 0}}};
         const int ready = ::poll(waits.data(), waits.size(), timeout);
@@ -69,7 +69,7 @@ DeviceEnd::Received Terminal::Receive(std::string& bytes, uint32_t timeoutMs, co
     }
 }
 
-DeviceEnd::Sent Terminal::Send(std::string_view bytes, const StopSignal& stop) {
+DeviceEnd::Sent Terminal::Send(std::string_view bytes, const platform::StopSignal& stop) {
     while (!bytes.empty()) {
         const ssize_t count = ::write(m_Master.Get(), bytes.data(), bytes.size());
         if (count > 0) {
@@ -90,4 +90,4 @@ std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal(uint32_t mode) {
     return std::make_unique<Terminal>(mode);
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

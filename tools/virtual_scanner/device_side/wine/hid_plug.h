@@ -3,13 +3,13 @@
 
 #include <string>
 
-#include "wine/device_side/handles.h"
+#include "tools/virtual_scanner/device_side/wine/handles.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 // Opens one of them, waiting while the driver is still busy with its last client. Throws std::system_error without
 // the driver, or if another program plays its device.
-UniqueHandle OpenHidPipe(const char* name, DWORD flags);
+platform::UniqueHandle OpenHidPipe(const char* name, DWORD flags);
 
 // The driver's device, plugged in from construction to destruction. Hosts find it after the former and no longer
 // after the latter. Throws std::runtime_error if it doesn't appear.
@@ -23,8 +23,8 @@ class HidPlug {
   private:
     bool Request(char request) const;
 
-    const UniqueHandle m_Pipe;
+    const platform::UniqueHandle m_Pipe;
     std::string m_Path;  // that hosts open
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "wine/device_side/handles.h"
+#include "tools/virtual_scanner/device_side/wine/handles.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 struct BridgeTerminal {
     UniqueSocket socket;   // carries the terminal's bytes
@@ -20,4 +20,4 @@ void PullBridgeTerminal(const std::string& hostPath);
 void LinkPort(const std::string& port, const std::string& hostPath);
 void UnlinkPort(const std::string& port);
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

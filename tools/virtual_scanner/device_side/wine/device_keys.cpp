@@ -1,8 +1,8 @@
-#include "wine/device_side/device_keys.h"
+#include "tools/virtual_scanner/device_side/wine/device_keys.h"
 
-#include "wine/device_side/handles.h"
+#include "tools/virtual_scanner/device_side/wine/handles.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 constexpr char kPortsClass[] = "{4D36E978-E325-11CE-BFC1-08002BE10318}";
@@ -34,4 +34,4 @@ void DeletePortKeys(const std::string& instance) noexcept {
     ::RegDeleteTreeA(HKEY_LOCAL_MACHINE, InstanceKey(instance).c_str());
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

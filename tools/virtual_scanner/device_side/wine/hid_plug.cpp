@@ -1,4 +1,4 @@
-#include "wine/device_side/hid_plug.h"
+#include "tools/virtual_scanner/device_side/wine/hid_plug.h"
 
 #include <cctype>
 #include <cstdio>
@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "wine/hid_bus/pipes.h"
+#include "tools/virtual_scanner/device_side/wine/hid_pipes.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 constexpr DWORD kPipePatienceMs = 5000;
@@ -50,7 +50,8 @@ std::string PathInList() {
 
 bool CanBeOpened(const std::string& path) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
-    return UniqueHandle(::CreateFileA(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr)).IsOpen();
+    return platform::UniqueHandle(::CreateFileA(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr))
+        .IsOpen();
 }
 
 template <typename Condition>
@@ -65,11 +66,11 @@ bool WaitUntil(Condition condition) {
 
 }  // namespace
 
-UniqueHandle OpenHidPipe(const char* name, DWORD flags) {
+platform::UniqueHandle OpenHidPipe(const char* name, DWORD flags) {
     constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
     DWORD mode = PIPE_READMODE_MESSAGE;
     for (;;) {
-        UniqueHandle pipe(::CreateFileA(name, kAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr));
+        platform::UniqueHandle pipe(::CreateFileA(name, kAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr));
         if (pipe.IsOpen() && ::SetNamedPipeHandleState(pipe.Get(), &mode, nullptr, nullptr)) return pipe;
         if (::GetLastError() != ERROR_PIPE_BUSY || !::WaitNamedPipeA(name, kPipePatienceMs)) ThrowWindows(name);
     }
@@ -100,4 +101,4 @@ bool HidPlug::Request(char request) const {
     return ::TransactNamedPipe(m_Pipe.Get(), &request, 1, &answer, 1, &count, nullptr) && answer == QUILLET_HID_DONE;
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -8,14 +8,14 @@
 
 #include "platform/windows/unique_handle.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 [[noreturn]] inline void ThrowWindows(const std::string& what, DWORD error = ::GetLastError()) {
     throw std::system_error(static_cast<int>(error), std::system_category(), what);
 }
 
-inline UniqueHandle Checked(HANDLE handle, const std::string& what) {
-    UniqueHandle owner(handle);
+inline platform::UniqueHandle Checked(HANDLE handle, const std::string& what) {
+    platform::UniqueHandle owner(handle);
     if (!owner.IsOpen()) ThrowWindows(what);
     return owner;
 }
@@ -34,4 +34,4 @@ class UniqueSocket {
     SOCKET m_Socket;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

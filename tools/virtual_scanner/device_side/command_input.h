@@ -1,4 +1,4 @@
-// Commands to a program that plays a device. In the library of platform/device_side.h.
+// Commands to a program that plays a device. In the library of device_side.h.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,7 @@
 #include "platform/device_access.h"
 #include "platform/thread.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 // Standard input by lines, together with the signals that end a program (SIGINT, SIGTERM, SIGHUP). To be made
 // before the program's other threads, which inherit that these signals are blocked. A standard output that
@@ -32,11 +32,11 @@ class CommandInput {
 
     int m_Signals = -1;
     std::function<void()> m_OnSignal;
-    StopSignal m_Signalled;  // a signal has come
-    StopSignal m_Finished;   // the watching thread is to end
-    Thread m_Watcher;
+    platform::StopSignal m_Signalled;  // a signal has come
+    platform::StopSignal m_Finished;   // the watching thread is to end
+    platform::Thread m_Watcher;
     std::string m_Pending;  // read and not yet given
     bool m_Ended = false;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

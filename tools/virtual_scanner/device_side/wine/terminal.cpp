@@ -2,11 +2,11 @@
 #include <cstdio>
 #include <exception>
 
-#include "platform/device_side.h"
-#include "wine/device_side/bridge.h"
-#include "wine/device_side/channel.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/wine/bridge.h"
+#include "tools/virtual_scanner/device_side/wine/channel.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 class Terminal final : public DeviceEnd {
@@ -14,10 +14,10 @@ class Terminal final : public DeviceEnd {
     Terminal() : m_Bridge(NewBridgeTerminal()), m_Channel(m_Bridge.socket.Get()) {}
     ~Terminal() override;
     const std::string& HostPath() const override { return m_Bridge.hostPath; }
-    Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override {
+    Received Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) override {
         return m_Channel.Receive(bytes, timeoutMs, stop);
     }
-    Sent Send(std::string_view bytes, const StopSignal& stop) override { return m_Channel.Send(bytes, stop); }
+    Sent Send(std::string_view bytes, const platform::StopSignal& stop) override { return m_Channel.Send(bytes, stop); }
 
   private:
     const BridgeTerminal m_Bridge;
@@ -39,4 +39,4 @@ std::unique_ptr<DeviceEnd> DeviceEnd::NewTerminal(uint32_t /*mode*/) {
     return std::make_unique<Terminal>();
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

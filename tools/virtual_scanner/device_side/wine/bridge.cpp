@@ -1,9 +1,9 @@
-#include "wine/device_side/bridge.h"
+#include "tools/virtual_scanner/device_side/wine/bridge.h"
 
 #include <cstdlib>
 #include <stdexcept>
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 constexpr char kPortVariable[] = "QUILLET_TEST_TERMINALS";
@@ -97,4 +97,4 @@ void UnlinkPort(const std::string& port) {
     Ask(Connect(), "unlink " + port);
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

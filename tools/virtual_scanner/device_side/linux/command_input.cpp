@@ -1,4 +1,4 @@
-#include "platform/command_input.h"
+#include "tools/virtual_scanner/device_side/command_input.h"
 
 #include <array>
 #include <poll.h>
@@ -6,14 +6,14 @@
 #include <sys/signalfd.h>
 #include <utility>
 
-#include "platform/linux/device_side/checked.h"
 #include "platform/linux/unique_fd.h"
+#include "tools/virtual_scanner/device_side/linux/checked.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 // Waits until the signal or the file can be read; true if it was the signal. It wins.
-bool WaitForEither(const StopSignal& signal, int file) {
+bool WaitForEither(const platform::StopSignal& signal, int file) {
     std::array<pollfd, 2> waits{{{static_cast<int>(signal.NativeHandle()), POLLIN, 0}, {file, POLLIN, 0}}};
     while (::poll(waits.data(), waits.size(), -1) < 0) {
         if (errno != EINTR) ThrowErrno("poll");
@@ -41,7 +41,7 @@ CommandInput::~CommandInput() {
 
 void CommandInput::WatchSignals(std::function<void()> onSignal) {
     m_OnSignal = std::move(onSignal);
-    m_Watcher = StartThread("signals", [this] {
+    m_Watcher = platform::StartThread("signals", [this] {
         if (WaitForEither(m_Finished, m_Signals)) return;
         m_Signalled.Set();
         m_OnSignal();
@@ -70,4 +70,4 @@ bool CommandInput::TakeLine(std::string& line) {
     return true;
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

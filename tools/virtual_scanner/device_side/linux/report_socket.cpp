@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "platform/device_side.h"
 #include "platform/event.h"
-#include "platform/linux/device_side/checked.h"
 #include "platform/linux/unique_fd.h"
+#include "tools/virtual_scanner/device_side/device_side.h"
+#include "tools/virtual_scanner/device_side/linux/checked.h"
 
-namespace quillet::platform {
+namespace quillet::tools {
 namespace {
 
 constexpr int kBacklog = 16;
@@ -28,12 +28,12 @@ constexpr int64_t kNsPerMs = 1'000'000;
 
 // Sending and receiving threads both take hosts off the list, so a connection lives as long as one of them
 // uses it.
-using Host = std::shared_ptr<const UniqueFd>;
+using Host = std::shared_ptr<const platform::UniqueFd>;
 
 // What is left of a time-out that began at `start`.
 uint32_t LeftMs(int64_t start, uint32_t timeoutMs) {
-    if (timeoutMs == kNoLimitMs) return kNoLimitMs;
-    const int64_t passedMs = (SystemClock().NowNs() - start) / kNsPerMs;
+    if (timeoutMs == platform::kNoLimitMs) return platform::kNoLimitMs;
+    const int64_t passedMs = (platform::SystemClock().NowNs() - start) / kNsPerMs;
     return passedMs < timeoutMs ? timeoutMs - static_cast<uint32_t>(passedMs) : 0;
 }
 
@@ -42,20 +42,20 @@ class ReportSocket final : public DeviceEnd {
     ReportSocket(const std::string& path, uint32_t mode);
     ~ReportSocket() override { ::unlink(m_HostPath.c_str()); }
     const std::string& HostPath() const override { return m_HostPath; }
-    Received Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) override;
-    Sent Send(std::string_view bytes, const StopSignal& stop) override;
+    Received Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) override;
+    Sent Send(std::string_view bytes, const platform::StopSignal& stop) override;
 
   private:
     std::vector<Host> AcceptHosts(bool& othersWait);
     void Drop(const Host& host);
     bool TakeNews(Received& news);
     bool ReadFrom(const Host& host, std::string& bytes);
-    Sent SendTo(const Host& host, std::string_view bytes, const StopSignal& stop);
+    Sent SendTo(const Host& host, std::string_view bytes, const platform::StopSignal& stop);
 
     std::string m_HostPath;
-    UniqueFd m_Listener;
-    StopSignal m_Changed;  // wakes Receive after the sending thread has changed the list
-    std::mutex m_Mutex;    // guards the two below
+    platform::UniqueFd m_Listener;
+    platform::StopSignal m_Changed;  // wakes Receive after the sending thread has changed the list
+    std::mutex m_Mutex;              // guards the two below
     std::vector<Host> m_Hosts;
     std::deque<Received> m_News;  // comings and goings that Receive has yet to tell
 };
@@ -79,14 +79,14 @@ ReportSocket::ReportSocket(const std::string& path, uint32_t mode)
 std::vector<Host> ReportSocket::AcceptHosts(bool& othersWait) {
     const std::lock_guard lock(m_Mutex);
     for (;;) {
-        UniqueFd host(RetryInterrupted(
+        platform::UniqueFd host(platform::RetryInterrupted(
             [this] { return ::accept4(m_Listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK); }));
         if (!host.IsOpen()) {
             if (errno == ECONNABORTED) continue;
             othersWait = errno != EAGAIN;
             break;
         }
-        m_Hosts.push_back(std::make_shared<const UniqueFd>(std::move(host)));
+        m_Hosts.push_back(std::make_shared<const platform::UniqueFd>(std::move(host)));
         m_News.push_back(Received::HostCame);
         m_Changed.Set();
     }
@@ -122,8 +122,8 @@ bool ReportSocket::ReadFrom(const Host& host, std::string& bytes) {
     return false;
 }
 
-DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs, const StopSignal& stop) {
-    const int64_t start = SystemClock().NowNs();
+DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) {
+    const int64_t start = platform::SystemClock().NowNs();
     for (;;) {
         bool othersWait = false;
         const std::vector<Host> hosts = AcceptHosts(othersWait);
@@ -135,7 +135,8 @@ DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs
         for (const Host& host : hosts) waits.push_back({host->Get(), POLLIN, 0});
         const uint32_t leftMs = LeftMs(start, timeoutMs);
         const uint32_t waitMs = othersWait ? std::min(leftMs, kAcceptAgainMs) : leftMs;
-        const int ready = ::poll(waits.data(), waits.size(), waitMs == kNoLimitMs ? -1 : static_cast<int>(waitMs));
+        const int ready =
+            ::poll(waits.data(), waits.size(), waitMs == platform::kNoLimitMs ? -1 : static_cast<int>(waitMs));
         if (ready < 0 && errno != EINTR) return Received::Failed;
         if (ready < 0) continue;
         if (ready == 0 && LeftMs(start, timeoutMs) == 0) return Received::TimedOut;
@@ -146,7 +147,7 @@ DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs
     }
 }
 
-DeviceEnd::Sent ReportSocket::Send(std::string_view bytes, const StopSignal& stop) {
+DeviceEnd::Sent ReportSocket::Send(std::string_view bytes, const platform::StopSignal& stop) {
     Sent result = Sent::NoHost;
     bool othersWait = false;
     for (const Host& host : AcceptHosts(othersWait)) {
@@ -157,7 +158,7 @@ DeviceEnd::Sent ReportSocket::Send(std::string_view bytes, const StopSignal& sto
     return result;
 }
 
-DeviceEnd::Sent ReportSocket::SendTo(const Host& host, std::string_view bytes, const StopSignal& stop) {
+DeviceEnd::Sent ReportSocket::SendTo(const Host& host, std::string_view bytes, const platform::StopSignal& stop) {
     for (;;) {
         if (::send(host->Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0) return Sent::All;
         if (errno == EINTR) continue;
@@ -177,4 +178,4 @@ std::unique_ptr<DeviceEnd> DeviceEnd::NewReportSocket(const std::string& path, u
     return std::make_unique<ReportSocket>(path, mode);
 }
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace quillet::platform {
+namespace quillet::tools {
 
 struct PortKeys {
     std::string instance;  // such as USB\VID_18D1&PID_0009\1234
@@ -16,4 +16,4 @@ struct PortKeys {
 void WritePortKeys(const PortKeys& keys);
 void DeletePortKeys(const std::string& instance) noexcept;
 
-}  // namespace quillet::platform
+}  // namespace quillet::tools

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/process.h"
+
 namespace quillet {
 namespace {
 
@@ -88,11 +90,7 @@ TEST(ThreadPool, StopWaitsForTheRunningTaskAndLeavesTheRest) {
     EXPECT_EQ(runs.use_count(), 1) << "the end frees what never ran";
 }
 
-#ifdef _WIN32
-constexpr int kStops = 600;  // making a thread takes its time
-#else
-constexpr int kStops = 6000;
-#endif
+constexpr int kStops = test::kOnWindows ? 600 : 6000;  // making a thread takes its time there
 
 // The moment of Stop moves through the worker's way into its wait. A lost wake-up hangs.
 TEST(ThreadPool, IdleWorkerIsStoppedAndWokenAtOnce) {

@@ -3,12 +3,10 @@
 
 #include <string>
 
+#include "support/process.h"
+
 namespace quillet::test {
 
-#ifdef _WIN32
-inline const std::string kLineEnd = "\r\n";
-#else
-inline const std::string kLineEnd = "\n";
-#endif
+inline const std::string kLineEnd = kOnWindows ? "\r\n" : "\n";
 
 }  // namespace quillet::test

@@ -10,6 +10,8 @@
 
 namespace quillet::test {
 
+inline constexpr bool kOnWindows = std::filesystem::path::preferred_separator == '\\';
+
 uint32_t ProcessId();
 // Of this process, at this moment.
 size_t ThreadCount();
@@ -18,11 +20,8 @@ size_t SettledThreadCount();
 // Open file descriptors; handles of the kernel on Windows.
 size_t HandleCount();
 // What HandleCount may rise by without a leak.
-#ifdef _WIN32
-inline constexpr size_t kLazyHandles = 6;  // each lock gets one when it is first contended, for its life
-#else
-inline constexpr size_t kLazyHandles = 0;
-#endif
+// On Windows each lock gets one when it is first contended, for its life.
+inline constexpr size_t kLazyHandles = kOnWindows ? 6 : 0;
 // Milliseconds that this process has had of a processor.
 int64_t ProcessorTimeMs();
 

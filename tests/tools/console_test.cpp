@@ -55,10 +55,10 @@ class ConsoleTest : public ::testing::Test {
 };
 
 TEST_F(ConsoleTest, WrongLinesAreTold) {
-    for (const char* line :
-         {"scann 1 x",  "scan",     "scan x y",  "scan 256 y",  "scan -1 y", "scan 1x y",      "scan 3 \\q",
-          "plain \\",   "fault",    "fault crc", "delay",       "delay 1s",  "delay 99999999", "silent",
-          "silent yes", "refuse 1", "pieces -1", "interrupt x", "plug now",  "quit now",       "  scan"}) {
+    for (const char* line : {"scann 1 x",      "scan",     "scan x y",   "scan 256 y",      "scan -1 y", "scan 1x y",
+                             "scan 3 \\q",     "plain \\", "fault",      "fault crc",       "delay",     "delay 1s",
+                             "delay 99999999", "silent",   "silent yes", "refuse 1",        "pieces -1", "interrupt x",
+                             "plug now",       "quit now", "  scan",     "store 4041 0B 01"}) {
         const std::string answer = Run(line);
         EXPECT_TRUE(answer.starts_with("error ") && answer.find('\n') == answer.size() - 1) << line << ": " << answer;
         EXPECT_TRUE(m_GoesOn);
@@ -77,8 +77,7 @@ TEST_F(ConsoleTest, CommandsReachTheScanner) {
     EXPECT_EQ(Run("plain a\\0b"), "lost type=- length=3 reason=no-host\n");
     EXPECT_EQ(Run("unplug"), "unplugged\n");
     EXPECT_FALSE(m_Scanner->IsPlugged());
-    m_Scanner->StoreSetting({0x40, "\x0B"}, "\x01");
-    m_Scanner->StoreSetting({0x44, ""}, "\x19");
+    EXPECT_EQ(Run("store 40 0B 01") + Run("store 44  19"), "ok store\nok store\n");
     EXPECT_EQ(Run("settings"),
               "setting opcode=40 number=0B value=01\nsetting opcode=44 number= value=19\nsettings count=2\n");
     EXPECT_NE(Run("help").find("interrupt"), std::string::npos);

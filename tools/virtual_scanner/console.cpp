@@ -139,6 +139,7 @@ const Console::Command Console::kCommands[] = {
     {"refuse", "on|off", "answers with an error, changes no setting", &Console::SetRefuse},
     {"pieces", "<bytes>", "answers in pieces of so many bytes; 0 for whole", &Console::SetPieces},
     {"interrupt", "<code type> <data>", "sends a barcode before the next answer", &Console::SetInterrupt},
+    {"store", "<opcode> <number> <value>", "keeps a setting, all in hexadecimal", &Console::Store},
     {"settings", "", "lists the settings that hosts have set", &Console::ListSettings},
     {"help", "", "lists the commands", &Console::ShowHelp},
     {"quit", "", "ends the program, as the end of the input does", &Console::Quit},
@@ -259,6 +260,15 @@ void Console::SetInterrupt(std::string_view rest) {
     const auto [type, data] = ParseBarcode(rest);
     m_Scanner.SetInterrupt(type, data);
     m_Output.Write("ok interrupt");
+}
+
+void Console::Store(std::string_view rest) {
+    const auto [opcode, key] = SplitWord(rest);
+    const auto [number, value] = SplitWord(key);
+    const std::string opcodeByte = ParseHexText(opcode);
+    if (opcodeByte.size() != 1) throw std::invalid_argument("an opcode is one byte, not '" + std::string(opcode) + "'");
+    m_Scanner.StoreSetting({static_cast<uint8_t>(opcodeByte[0]), ParseHexText(number)}, ParseHexText(value));
+    m_Output.Write("ok store");
 }
 
 void Console::ListSettings(std::string_view) {

@@ -64,6 +64,7 @@ class Console {
     void SetRefuse(std::string_view rest);
     void SetPieces(std::string_view rest);
     void SetInterrupt(std::string_view rest);
+    void Store(std::string_view rest);
     void ListSettings(std::string_view rest);
     void ShowHelp(std::string_view rest);
     void Quit(std::string_view rest);

@@ -33,16 +33,8 @@ INSTANTIATE_TEST_SUITE_P(Links, BarcodeTest,
                          ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
                          LinkName);
 
-#ifdef _WIN32
-// Wine's HID class keeps 31 reports of 56 bytes for a host that a busy machine holds up, so no more are under way.
-constexpr bool kUsbStream = false;
-constexpr int kUsbBarcodes = 60;
-constexpr size_t kUsbLongest = 1600;
-#else
-constexpr bool kUsbStream = true;
 constexpr int kUsbBarcodes = 500;
 constexpr size_t kUsbLongest = 4000;
-#endif
 // A terminal takes what is longer than 2 KB in pieces, and a busy machine may pause between them: one barcode is.
 constexpr size_t kSerialMostly = 1500;
 constexpr size_t kSerialLongest = 4000;
@@ -57,7 +49,7 @@ TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
     sent[0].resize(1);
     sent[1] = RandomBytes(random, usb ? kUsbLongest : kSerialLongest);
     for (const std::string& text : sent) {
-        if (usb && kUsbStream) {
+        if (usb) {
             m_Scanner->Scan(3, text);
         } else {
             ScanAndWait(*m_Scanner, m_Handle, 3, text);

@@ -12,7 +12,7 @@
 namespace quillet::tests {
 namespace {
 
-using tools::HostPacket;
+using test::HostPacket;
 
 class CommandTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
   protected:
@@ -111,9 +111,9 @@ TEST_P(CommandTest, SettingsAreReadBack) {
     EXPECT_EQ(Query(13).text, "\x0C");
     EXPECT_EQ(Query(147).result, ResultBadArgument);
 
-    m_Scanner->StoreSetting(tools::SettingKey(0x40, "\x0B"), "");
+    m_Scanner->StoreSetting(0x40, "\x0B", "");
     EXPECT_EQ(Query(35), (Barcode{ResultSuccess, -1, ""}));
-    m_Scanner->StoreSetting(tools::SettingKey(0x40, "\x0B"), "12345");
+    m_Scanner->StoreSetting(0x40, "\x0B", "12345");
     EXPECT_EQ(Query(35, 5).text, "12345");
     EXPECT_EQ(Query(35, 4).result, ResultReplyTooLong);
     m_Scanner->SetSilent(true);
@@ -154,8 +154,8 @@ TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
         [&] { m_Scanner->SetDelay(550); },                      // the reply comes after the exchange
         [&] { m_Scanner->SetPieces(3); },                       // the reply comes in pieces
         [&] { m_Scanner->SetInterrupt(11, "4006381333931"); },  // a barcode comes first
-        [&] { m_Scanner->SetFault(tools::Fault::Truncate); },
-        [&] { m_Scanner->SetFault(tools::Fault::Checksum); },
+        [&] { m_Scanner->SetFault("truncate"); },
+        [&] { m_Scanner->SetFault("checksum"); },
     };
     for (const auto& disturb : disturbances) {
         disturb();
@@ -239,14 +239,15 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
 }
 
 TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
-    auto usb = NewScanner(ScannerLink::Usb, 0, "1111");
-    auto serial = NewScanner(ScannerLink::Serial, Port(), "2222");
-    usb->SetSilent(true);
+    auto slowOne = NewScanner(ScannerLink::VirtualSerial, Port() - 60, "1111");
+    auto other = NewScanner(ScannerLink::Serial, Port(), "2222");
+    slowOne->SetSilent(true);
     Handle first;
     Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
+    const std::string slowConnection = "protocol=virtual serial port,serialport=" + std::to_string(Port() - 60);
+    ASSERT_EQ(openScanner(first, slowConnection.c_str()), ResultSuccess);
     ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
-    usb->ClearPackets();
+    slowOne->ClearPackets();
     uint8_t buffer[64] = {};
     int32_t length = 0;
     std::atomic<bool> waiting{true};
@@ -256,7 +257,7 @@ TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
         EXPECT_EQ(QueryCommandSetting(first, 35, sizeof mine, mine, &myLength), ResultNoExist);
         waiting = false;
     });
-    ASSERT_TRUE(usb->WaitForPackets(1, kPatienceMs));
+    ASSERT_TRUE(slowOne->WaitForPackets(1, kPatienceMs));
     EXPECT_EQ(getScannerVersion(second, buffer, sizeof buffer, &length), ResultSuccess);
     EXPECT_EQ(std::string(buffer, buffer + length), "2222");
     EXPECT_TRUE(waiting);

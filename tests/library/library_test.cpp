@@ -48,14 +48,7 @@ int LibraryTest::Port() {
 }
 
 std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port, const std::string& serialNumber) {
-    tools::ScannerOptions options;
-    options.link = link;
-    options.port = "COM" + std::to_string(port);
-    options.serialNumber = serialNumber;
-    options.devicesDirectory = m_DevicesDirectory;
-    auto scanner = std::make_unique<VirtualScanner>(options);
-    scanner->Plug();
-    return scanner;
+    return std::make_unique<VirtualScanner>(test::ScannerOptions{link, port, serialNumber, m_DevicesDirectory});
 }
 
 std::string LibraryTest::ConnectionOf(ScannerLink link) {

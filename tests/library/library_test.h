@@ -10,22 +10,12 @@
 
 #include <quillet/quillet.h>
 
-#include "tools/virtual_scanner/virtual_scanner.h"
-
-namespace quillet::tools {
-
-// Found by GoogleTest by way of the type's namespace.
-inline void PrintTo(ScannerLink link, std::ostream* out) {
-    constexpr const char* kNames[] = {"Usb", "VirtualSerial", "Serial"};
-    *out << kNames[static_cast<size_t>(link)];
-}
-
-}  // namespace quillet::tools
+#include "support/virtual_scanner.h"
 
 namespace quillet::tests {
 
-using tools::ScannerLink;
-using tools::VirtualScanner;
+using test::ScannerLink;
+using test::VirtualScanner;
 
 // How long a test waits for what is to happen at once: a busy machine may take its time.
 inline constexpr int kPatienceMs = 20'000;

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "device_keys.h"
 #include "platform/device_tree.h"
 #include "support/process.h"
+#include "support/windows/device_keys.h"
 #include "transport/port_discovery.h"
 
 namespace quillet {

@@ -1,9 +1,10 @@
-// A serial port and a HID device, each with a scanner at its other end.
+// A serial port with a scanner at its other end.
 #include <windows.h>
 #include <chrono>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -11,61 +12,40 @@
 #include "platform/thread.h"
 #include "platform/windows/windows_device_access.h"
 #include "support/process.h"
-#include "tools/virtual_scanner/device_side/device_side.h"
+#include "support/virtual_scanner.h"
 #include "transport/port_discovery.h"
 
 namespace quillet::platform {
 namespace {
 
 using namespace std::chrono_literals;
-using tools::DeviceEnd;
-using tools::DeviceRegistration;
-
-enum class Link { Serial, Hid };
 
 constexpr uint32_t kReadSize = 4095;
 constexpr uint32_t kQuietMs = 25;
 
-class LinkedDevice : public testing::Test {
+class SerialPort : public testing::Test {
   protected:
-    explicit LinkedDevice(Link link) : m_Link(link) {}
-
     void SetUp() override {
-        if (std::getenv("QUILLET_TEST_TERMINALS") == nullptr) {
-            GTEST_SKIP() << "no terminals and no HID bus here: run by tests/wine/with-prefix";
+        if (std::getenv("QUILLET_TEST_SCANNER") == nullptr) {
+            GTEST_SKIP() << "no virtual scanner here: run by tests/wine/with-prefix";
         }
-        m_Registration = std::make_unique<DeviceRegistration>(
-            DeviceRegistration::UserDirectory(), IsHid() ? std::string("hid") : "port" + std::to_string(m_Number));
-        const std::string port = std::to_string(m_Number);
-        m_Scanner = IsHid() ? DeviceEnd::NewReportSocket(m_Registration->SocketPath()) : DeviceEnd::NewTerminal();
-        m_Registration->Publish((IsHid() ? "class=hid" : "class=serial\nport=COM" + port) +
-                                "\ninstance=ROOT\\QUILLET\\" + port + "\npath=" + m_Scanner->HostPath() + "\n");
-        const auto found = IsHid() ? DiscoveredHidScanners() : FindSerialPort(m_Number);
+        // Other processes that run these cases have other numbers.
+        const int number = static_cast<int>(140 + test::ProcessId() / 4 % 50);
+        m_Scanner.emplace(test::ScannerOptions{test::ScannerLink::Serial, number, "1", {}});
+        const auto found = FindSerialPort(static_cast<uint32_t>(number));
         ASSERT_EQ(found.size(), 1U);
-        OpenResult opened =
-            WindowsDeviceAccess().Open(found[0].DevicePath, IsHid() ? Sharing::Shared : Sharing::Exclusive);
+        OpenResult opened = WindowsDeviceAccess().Open(found[0].DevicePath, Sharing::Exclusive);
         ASSERT_NE(opened.file, nullptr) << opened.error;
         m_Device = std::move(opened.file);
         m_Reader = m_Device->NewReader();
     }
 
-    bool IsHid() const { return m_Link == Link::Hid; }
-    void Scan(const std::string& bytes) { EXPECT_EQ(m_Scanner->Send(bytes, m_Stop), DeviceEnd::Sent::All); }
     ReadOutcome Read(uint32_t size) { return ReadFrom(*m_Reader, m_Stop, size); }
 
-    const Link m_Link;
-    // Other processes that run these cases have other numbers.
-    const uint32_t m_Number = 140 + test::ProcessId() / 4 % 50;
-    std::unique_ptr<DeviceRegistration> m_Registration;
-    std::unique_ptr<DeviceEnd> m_Scanner;
+    std::optional<test::VirtualScanner> m_Scanner;
     StopSignal m_Stop;
     std::unique_ptr<DeviceFile> m_Device;
     std::unique_ptr<DeviceReader> m_Reader;
-};
-
-class SerialPort : public LinkedDevice {
-  protected:
-    SerialPort() : LinkedDevice(Link::Serial) {}
 };
 
 TEST_F(SerialPort, ABurstEndsWhenTheLineIsQuiet) {
@@ -75,7 +55,7 @@ TEST_F(SerialPort, ABurstEndsWhenTheLineIsQuiet) {
     Thread scanner = StartThread("scanner", [&] {
         std::this_thread::sleep_for(kLongQuiet + 100ms);  // the first byte is waited for without a limit
         for (const char* piece : {"ab", "c", "def"}) {
-            Scan(piece);
+            m_Scanner->Plain(piece);
             std::this_thread::sleep_for(10ms);
         }
     });
@@ -83,7 +63,7 @@ TEST_F(SerialPort, ABurstEndsWhenTheLineIsQuiet) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 2 * kLongQuiet + 100ms);
     scanner.Join();
     m_Device->SetSerialTimeouts({kQuietMs});
-    Scan("123456789");
+    m_Scanner->Plain("123456789");
     EXPECT_EQ(Read(4).bytes, "1234") << "a full buffer ends the read";
     EXPECT_EQ(Read(kReadSize).bytes, "56789");
 }

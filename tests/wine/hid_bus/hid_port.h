@@ -1,8 +1,12 @@
-/* What a HID minidriver shares with the class driver; MinGW's headers lack it or have it wrong. */
+/* What a HID minidriver shares with the class driver, and what else MinGW's headers lack or have wrong. */
 #ifndef QUILLET_HID_PORT_H
 #define QUILLET_HID_PORT_H
 
 #include <ntddk.h>
+
+NTSTATUS NTAPI ZwCreateEvent(PHANDLE event, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, EVENT_TYPE type,
+                             BOOLEAN state);
+NTSTATUS NTAPI ZwWaitForSingleObject(HANDLE object, BOOLEAN alertable, PLARGE_INTEGER timeout);
 
 #define HID_PORT_CODE(id) CTL_CODE(FILE_DEVICE_KEYBOARD, (id), METHOD_NEITHER, FILE_ANY_ACCESS)
 
@@ -11,14 +15,9 @@ enum HidPortCode {
     HidGetReportDescriptor = HID_PORT_CODE(1),
     HidReadReport = HID_PORT_CODE(2),
     HidWriteReport = HID_PORT_CODE(3),
-    HidGetString = HID_PORT_CODE(4),
-    HidActivateDevice = HID_PORT_CODE(7),
-    HidDeactivateDevice = HID_PORT_CODE(8),
     HidGetDeviceAttributes = HID_PORT_CODE(9),
     HidSetOutputReport = CTL_CODE(FILE_DEVICE_KEYBOARD, 101, METHOD_IN_DIRECT, FILE_ANY_ACCESS)
 };
-
-enum HidStringId { HidStringManufacturer = 14, HidStringProduct = 15, HidStringSerialNumber = 16 };
 
 typedef struct {
     ULONG size;

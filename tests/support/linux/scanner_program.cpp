@@ -1,0 +1,35 @@
+#include "support/process.h"
+#include "support/virtual_scanner.h"
+
+namespace quillet::test {
+
+struct ScannerProgram::Impl {
+    ChildProcess process;
+};
+
+ScannerProgram::ScannerProgram(const ScannerOptions& options)
+    : m_Impl([&] {
+          std::vector<std::string> arguments = ArgumentsOf(options);
+          arguments.insert(arguments.end(), {"--devices-directory", options.devicesDirectory});
+          return new Impl{{VIRTUAL_SCANNER, arguments}};
+      }()) {}
+
+ScannerProgram::~ScannerProgram() = default;
+
+void ScannerProgram::Write(const std::string& text) {
+    m_Impl->process.Write(text);
+}
+
+std::string ScannerProgram::ReadLine() {
+    return m_Impl->process.ReadLine();
+}
+
+void ScannerProgram::CloseInput() {
+    m_Impl->process.CloseInput();
+}
+
+// It registers itself.
+void ScannerProgram::Announce() {}
+void ScannerProgram::Withdraw() {}
+
+}  // namespace quillet::test

@@ -1,0 +1,150 @@
+#include "support/virtual_scanner.h"
+
+#include <array>
+#include <chrono>
+#include <ostream>
+#include <stdexcept>
+
+#include "foundation/text.h"
+#include "protocol/packet.h"
+
+namespace quillet::test {
+namespace {
+
+std::string Escaped(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) text += "\\x" + ToHexText({&byte, 1});
+    return text;
+}
+
+std::string Digits(std::string_view bytes) {
+    return ReplaceAll(ToHexText(bytes), " ", "");
+}
+
+// The bytes that stand behind "<name>=" in a line of the program.
+std::string Field(const std::string& line, const std::string& name) {
+    const size_t start = line.find(" " + name + "=");
+    if (start == std::string::npos) return {};
+    const size_t value = start + name.size() + 2;
+    return ParseHexText(line.substr(value, line.find(' ', value) - value));
+}
+
+// The scanner takes only what is byte for byte the wire form of its parts.
+HostPacket PacketOf(const std::string& line) {
+    if (!line.starts_with("packet ")) return {};
+    const auto opcode = static_cast<uint8_t>(Field(line, "opcode").at(0));
+    CommandPacket packet(opcode, Field(line, "parameters"), static_cast<uint8_t>(Field(line, "status").at(0)));
+    return {true, opcode, packet.parameters, ToWireBytes(packet)};
+}
+
+}  // namespace
+
+void PrintTo(ScannerLink link, std::ostream* out) {
+    constexpr std::array kNames{"Usb", "VirtualSerial", "Serial"};
+    *out << kNames[static_cast<size_t>(link)];
+}
+
+std::vector<std::string> ArgumentsOf(const ScannerOptions& options) {
+    constexpr std::array kLinks{"usb", "virtual-serial", "serial"};
+    return {"--unplugged",
+            "--gap",
+            "0",
+            "--link",
+            kLinks[static_cast<size_t>(options.link)],
+            "--port",
+            "COM" + std::to_string(options.port),
+            "--serial-number",
+            options.serialNumber};
+}
+
+VirtualScanner::VirtualScanner(const ScannerOptions& options) : m_Program(options), m_Listener([this] { Listen(); }) {
+    try {
+        Plug();
+    } catch (...) {
+        m_Program.CloseInput();
+        m_Listener.join();
+        throw;
+    }
+}
+
+VirtualScanner::~VirtualScanner() {
+    m_Program.Withdraw();
+    m_Program.CloseInput();
+    m_Listener.join();
+}
+
+void VirtualScanner::Plug() {
+    Tell("plug");
+    m_Program.Announce();
+}
+
+void VirtualScanner::Unplug() {
+    m_Program.Withdraw();
+    Tell("unplug");
+}
+
+void VirtualScanner::Scan(uint8_t codeType, std::string_view data) {
+    Tell("scan " + std::to_string(codeType) + " " + Escaped(data));
+}
+
+void VirtualScanner::Plain(std::string_view bytes) {
+    Tell("plain " + Escaped(bytes));
+}
+
+void VirtualScanner::SetInterrupt(uint8_t codeType, std::string_view data) {
+    Tell("interrupt " + std::to_string(codeType) + " " + Escaped(data));
+}
+
+void VirtualScanner::StoreSetting(uint8_t opcode, std::string_view number, std::string_view value) {
+    const auto name = static_cast<char>(opcode);
+    Tell("store " + Digits({&name, 1}) + " " + Digits(number) + " " + Digits(value));
+}
+
+std::vector<HostPacket> VirtualScanner::Packets() const {
+    const std::lock_guard lock(m_Mutex);
+    return m_Packets;
+}
+
+void VirtualScanner::ClearPackets() {
+    const std::lock_guard lock(m_Mutex);
+    m_Packets.clear();
+}
+
+bool VirtualScanner::WaitForPackets(size_t count, int timeoutMs) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (Packets().size() < count) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+void VirtualScanner::Tell(const std::string& command) {
+    const std::lock_guard telling(m_TellMutex);
+    m_Program.Write(command + "\n");
+    std::unique_lock lock(m_Mutex);
+    m_Changed.wait(lock, [this] { return !m_Answers.empty() || m_Ended; });
+    if (m_Answers.empty()) throw std::runtime_error("the virtual scanner has ended");
+    const std::string answer = m_Answers.front();
+    m_Answers.pop_front();
+    if (answer.starts_with("error")) throw std::runtime_error(command + ": " + answer);
+}
+
+// On the listener's thread, until the program ends.
+void VirtualScanner::Listen() {
+    for (std::string line; !(line = m_Program.ReadLine()).empty();) {
+        const std::string kind = line.substr(0, line.find(' '));
+        const std::lock_guard lock(m_Mutex);
+        if (kind == "packet" || kind == "noise") {
+            m_Packets.push_back(PacketOf(line));
+        } else if (kind != "answer" && kind != "host") {
+            m_Answers.push_back(line);
+            m_Changed.notify_one();
+        }
+    }
+    const std::lock_guard lock(m_Mutex);
+    m_Ended = true;
+    m_Changed.notify_one();
+}
+
+}  // namespace quillet::test

@@ -1,0 +1,106 @@
+// A scanner without hardware that a test works: the virtual scanner's program, told by its own commands.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <iosfwd>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace quillet::test {
+
+enum class ScannerLink { Usb, VirtualSerial, Serial };
+
+void PrintTo(ScannerLink link, std::ostream* out);
+
+struct ScannerOptions {
+    ScannerLink link = ScannerLink::Usb;
+    int port = 97;  // number of the COM port; not used over USB
+    std::string serialNumber = "1234567890";
+    std::string devicesDirectory;  // Linux: where it registers itself
+};
+
+// The program as this system runs it. On Windows that is outside Wine, where nothing can play a device.
+class ScannerProgram {
+  public:
+    // Started unplugged. Throws std::runtime_error if it can't be.
+    explicit ScannerProgram(const ScannerOptions& options);
+    ~ScannerProgram();
+    ScannerProgram(const ScannerProgram&) = delete;
+    ScannerProgram& operator=(const ScannerProgram&) = delete;
+
+    void Write(const std::string& text);
+    // The next line of its output without its end; empty once it has ended. Read by one thread, beside all the others.
+    std::string ReadLine();
+    void CloseInput();  // ends the program
+
+    // Hosts find the scanner that is plugged in from the return of the one to the call of the other.
+    void Announce();
+    void Withdraw();
+
+  private:
+    struct Impl;
+    const std::unique_ptr<Impl> m_Impl;
+};
+
+// Its command line.
+std::vector<std::string> ArgumentsOf(const ScannerOptions& options);
+
+// What a host has sent. One that isn't valid has nothing else.
+struct HostPacket {
+    bool valid = false;
+    uint8_t opcode = 0;
+    std::string parameters;
+    std::string wire;
+};
+
+// Calls may come from any thread; one command is under way at a time. They throw std::runtime_error if the scanner
+// refuses or has ended.
+class VirtualScanner {
+  public:
+    explicit VirtualScanner(const ScannerOptions& options);  // plugged in
+    ~VirtualScanner();
+    VirtualScanner(const VirtualScanner&) = delete;
+    VirtualScanner& operator=(const VirtualScanner&) = delete;
+
+    // Plugging in a scanner that is plugged in does nothing, nor does the opposite.
+    void Plug();
+    void Unplug();
+
+    // Return once everything is on its way to the host.
+    void Scan(uint8_t codeType, std::string_view data);
+    void Plain(std::string_view bytes);  // without a frame
+
+    void SetFault(const std::string& fault) { Tell("fault " + fault); }  // checksum, length or truncate
+    void SetDelay(uint32_t ms) { Tell("delay " + std::to_string(ms)); }
+    void SetSilent(bool on) { Tell(on ? "silent on" : "silent off"); }
+    void SetRefuse(bool on) { Tell(on ? "refuse on" : "refuse off"); }
+    void SetPieces(size_t bytes) { Tell("pieces " + std::to_string(bytes)); }
+    void SetInterrupt(uint8_t codeType, std::string_view data);
+    void StoreSetting(uint8_t opcode, std::string_view number, std::string_view value);
+
+    // What hosts have sent since the start or the last ClearPackets.
+    std::vector<HostPacket> Packets() const;
+    void ClearPackets();
+    bool WaitForPackets(size_t count, int timeoutMs) const;
+
+  private:
+    void Tell(const std::string& command);
+    void Listen();
+
+    ScannerProgram m_Program;
+    std::mutex m_TellMutex;      // one command and its answer at a time; taken before m_Mutex
+    mutable std::mutex m_Mutex;  // guards the next three
+    std::deque<std::string> m_Answers;
+    std::vector<HostPacket> m_Packets;
+    bool m_Ended = false;
+    std::condition_variable m_Changed;  // an answer has come, or the end
+    std::thread m_Listener;
+};
+
+}  // namespace quillet::test

@@ -83,8 +83,8 @@ configure() {
         options+=(-G Ninja)
     fi
     if command -v ccache >/dev/null; then
-        # Without it ccache passes by every source that has precompiled headers.
-        export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros}
+        # Builds of one checkout share what they compile alike, and sources with precompiled headers are kept too.
+        export CCACHE_BASEDIR="$QUILLET_ROOT" CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros
         options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
     fi
     cmake -S "$QUILLET_ROOT" -B "$directory" "${options[@]}" "$@"

@@ -69,7 +69,7 @@ class CDevice {
     std::string m_ClaimedName;  // as the process's list of claims has it, while StatusClaimed is set
     ParameterList m_Parameters;
     std::atomic<bool> m_Closing{false};  // CloseService is running: the power thread doesn't act
-    EventQueue m_EventQueue;            // last: its thread finds everything else made
+    EventQueue m_EventQueue;             // last: its thread finds everything else made
 };
 
 }  // namespace quillet

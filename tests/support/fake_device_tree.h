@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -85,10 +86,15 @@ class FakeDeviceTree : public platform::DeviceTree {
         m_Failing.insert(deviceClass);
     }
     uint64_t Looks() const { return m_Looks; }
+    uint64_t LooksAt(platform::DeviceClass deviceClass) {
+        std::lock_guard lock(m_Mutex);
+        return m_LooksAt[deviceClass];
+    }
 
     std::unique_ptr<platform::DeviceSet> OpenSet(platform::DeviceClass deviceClass) override {
         ++m_Looks;
         std::lock_guard lock(m_Mutex);
+        ++m_LooksAt[deviceClass];
         if (m_Failing.contains(deviceClass)) return nullptr;
         auto set = std::make_unique<Set>();
         std::copy_if(m_Devices.begin(), m_Devices.end(), std::back_inserter(set->devices),
@@ -131,10 +137,11 @@ class FakeDeviceTree : public platform::DeviceTree {
         const FakeTreeDevice* selected = nullptr;
     };
 
-    std::mutex m_Mutex;  // guards the two below
+    std::mutex m_Mutex;  // guards the three below
     std::vector<FakeTreeDevice> m_Devices;
     std::set<platform::DeviceClass> m_Failing;
-    std::atomic<uint64_t> m_Looks{0};  // sets opened
+    std::map<platform::DeviceClass, uint64_t> m_LooksAt;  // sets opened
+    std::atomic<uint64_t> m_Looks{0};                     // sets opened
 };
 
 }  // namespace quillet::test

@@ -28,6 +28,7 @@ class FastClock : public platform::Clock {
     }
     platform::WaitResult Wait(platform::Event& event, uint32_t timeoutMs) override {
         m_LongestWait = std::max(m_LongestWait.load(), timeoutMs);
+        if (timeoutMs == platform::kNoLimitMs) ++m_EndlessWaits;
         if (patient && timeoutMs >= kLongMs) timeoutMs = platform::kNoLimitMs;
         return platform::SystemClock().Wait(event, Shortened(timeoutMs));
     }
@@ -36,6 +37,8 @@ class FastClock : public platform::Clock {
     // later than the clock's own pace would allow.
     std::atomic<bool> patient{false};
 
+    // How many waits had no limit.
+    int EndlessWaits() const { return m_EndlessWaits; }
     // Of Wait, as it was asked for, in milliseconds.
     uint32_t LongestWaitMs() const { return m_LongestWait; }
     // Milliseconds that were asked of SleepMs so far.
@@ -52,6 +55,7 @@ class FastClock : public platform::Clock {
     const int64_t m_Start;
     std::atomic<uint64_t> m_Slept{0};
     std::atomic<uint32_t> m_LongestWait{0};
+    std::atomic<int> m_EndlessWaits{0};
 };
 
 }  // namespace quillet::test

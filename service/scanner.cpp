@@ -43,7 +43,7 @@ void CScanner::SendBytes(std::string bytes) {
 
 void CScanner::GiveUp() {
     std::lock_guard lock(m_EnableMutex);
-    m_Comm.reset();
+    m_Link.reset();
     m_WriteLimit.GiveUp();
     m_ClaimMutex.Close();
 }

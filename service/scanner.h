@@ -185,7 +185,7 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
     // Set by a thread that holds m_EnableMutex to join the power thread: that one then gives up its try.
     std::atomic<bool> m_JoiningPowerThread{false};
     std::recursive_mutex m_EnableMutex;  // serialises enabling, disabling and reactions to power reports
-    std::shared_ptr<CComm> m_Comm;       // keeps the link alive while enabled; guarded by m_EnableMutex
+    std::shared_ptr<CComm> m_Link;       // keeps the link alive while enabled; guarded by m_EnableMutex
 };
 
 }  // namespace quillet

@@ -46,9 +46,9 @@ ResultCode CScanner::EnableLink() {
 // After a failure at any step, so that the next attempt finds everything as this one has.
 void CScanner::UndoEnabling() noexcept {
     DeviceEventEnable(false);
-    if (m_Comm == nullptr) return;
+    if (m_Link == nullptr) return;
     m_JoiningPowerThread = true;
-    m_Comm.reset();
+    m_Link.reset();
     TheCommArbiter().RemoveDevice(Key());
     m_JoiningPowerThread = false;
 }
@@ -78,24 +78,24 @@ bool CScanner::DeviceCommEnable(bool enable) try {
     LogTrace trace("CScanner::DeviceCommEnable");
     if (enable) {
         LogInfo("    | Adding Device for Data events...");
-        m_Comm = TheCommArbiter().AddDevice({.key = Key(),
+        m_Link = TheCommArbiter().AddDevice({.key = Key(),
                                              .parameters = m_Parameters,
                                              .owner = this,
                                              .dataCallback = &CScanner::DataCallbackEntry,
                                              .writeLimit = &m_WriteLimit});
         // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
         // use.
-        if (m_Comm != nullptr && m_Comm->Owner() != this) {
-            m_Comm.reset();
-            throw CommError("Device already in use.");
+        if (m_Link != nullptr && m_Link->Owner() != this) {
+            m_Link.reset();
+            throw LinkError("Device already in use.");
         }
-        if (m_Comm != nullptr) m_SendLink.Set(m_Comm);
+        if (m_Link != nullptr) m_SendLink.Set(m_Link);
         platform::TheClock().SleepMs(kSettleMs);
         EnableDeocdeData(false);
     } else {
         EnableDeocdeData(false);
         LogInfo("    | Removing Device for Data events...");
-        m_Comm.reset();
+        m_Link.reset();
         TheCommArbiter().RemoveDevice(Key());
     }
     return true;

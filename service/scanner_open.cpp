@@ -66,10 +66,10 @@ const LinkKind* CScanner::ChooseKind(const DiscoveredLists& found) {
     const std::vector<PortDescriptor>& list = found.usb.empty() ? found.serial : found.usb;
     if (list.empty()) return nullptr;
     const PortDescriptor& port = list.front();
-    const LinkKind& kind = KindOf(port.LinkType);
+    const LinkKind& kind = KindOf(port.linkType);
     if (kind.port != nullptr) {
         m_Parameters.Remove("serialport");
-        m_Parameters.Add("serialport", port.PortSerial);
+        m_Parameters.Add("serialport", port.portSerial);
     }
     return &kind;
 }
@@ -119,7 +119,7 @@ ResultCode CScanner::ReleaseService(ReleaseBy who) {
         // Held from the question to the end, so that a scanner that comes back doesn't slip in between.
         std::lock_guard lock(m_EnableMutex);
         if (m_Status.Has(StatusEnabled)) AsFarAsMemoryGoes([this] { DeviceEnable(false); });
-        m_Comm.reset();
+        m_Link.reset();
         // A lost scanner's link is still listed with its power thread, and one on a port above 132 is never
         // found by its key. Neither may outlive its owner.
         m_JoiningPowerThread = true;

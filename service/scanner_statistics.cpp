@@ -99,7 +99,7 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
     const StatisticsSelection selection = SelectStatistics(*statisticsBuffer);
     m_ResultCode = selection.unknownName ? ResultIllegal : ResultSuccess;
     const std::string equipment;  // no scanner tells about itself in a form that is known, so the defaults show
-    std::string text = WriteStatistics(ReadEquipmentInfo(m_LinkType, equipment), selection);
+    std::string text = WriteStatistics(ReadEquipmentInfo(Kind(), equipment), selection);
     {
         std::lock_guard lock(m_TextMutex);
         m_StatisticsText = std::move(text);
@@ -111,7 +111,7 @@ ResultCode CScanner::RetrieveStatistics(std::string* statisticsBuffer) {
 // Sends nothing: only a reply to some other exchange ends the wait early.
 void CScanner::RequestStatistics() {
     LogTrace trace("CScanner::RequestStatistics");
-    if (m_LinkType == LinkSerial || m_LinkType == LinkVirtualSerial) return;
+    if (Kind().statisticsSupported) return;
     LogWarning(
         "Attempt to RequestStatistics through an interface for which this method is not presently supported "
         "and/or tested.");

@@ -4,12 +4,10 @@
 #include <vector>
 
 #include "foundation/text.h"
-#include "transport/port_discovery.h"
 
 namespace quillet {
 namespace {
 
-constexpr uint32_t kBluetoothLink = 4;
 constexpr size_t kSerialNumberSize = 10;
 
 struct StatisticName {
@@ -39,15 +37,6 @@ constexpr EquipmentElement kEquipmentElements[] = {
     {"Interface", &EquipmentInfo::interfaceName},
     {"InstallationDate", &EquipmentInfo::installationDate},
 };
-
-const char* InterfaceName(uint32_t linkType) {
-    switch (linkType) {
-        case LinkVirtualSerial: return "POS USB";
-        case LinkUsbHid: return "IBM OEM USB";
-        case kBluetoothLink: return "Bluetooth";
-        default: return "RS232";
-    }
-}
 
 // Week and year stand inside the serial number; a week that no year has leaves the date as it was.
 void ReadManufactureDate(EquipmentInfo& info) {
@@ -99,9 +88,9 @@ constexpr std::string_view kHead =
 
 }  // namespace
 
-EquipmentInfo ReadEquipmentInfo(uint32_t linkType, const std::string& reply) {
+EquipmentInfo ReadEquipmentInfo(const LinkKind& kind, const std::string& reply) {
     EquipmentInfo info;
-    info.interfaceName = InterfaceName(linkType);
+    info.interfaceName = kind.interfaceName;
     std::vector<std::string> pieces = Split(reply, ',');
     if (!pieces.empty()) pieces.pop_back();  // no comma stands behind it
     for (size_t i = 0; i < pieces.size(); ++i) ReadPiece(info, i + 1, pieces[i]);

@@ -1,8 +1,9 @@
 // The statistics text of the device model (UPOSStat XML). Pure functions.
 #pragma once
 
-#include <cstdint>
 #include <string>
+
+#include "transport/link_kinds.h"
 
 namespace quillet {
 
@@ -16,7 +17,7 @@ struct EquipmentInfo {
     std::string manufactureDate = "yyyy-mm-dd";
     std::string mechanicalRevision = "x";
     std::string firmwareRevision = "xxxxx";
-    std::string interfaceName;  // by link type
+    std::string interfaceName;  // of the kind of link
     std::string installationDate = "yyyy-mm-dd";
 };
 
@@ -29,7 +30,7 @@ struct StatisticsSelection {
 };
 
 // Defaults, then the pieces of a scanner's comma-separated reply over them; the text after the last comma is ignored.
-EquipmentInfo ReadEquipmentInfo(uint32_t linkType, const std::string& reply);
+EquipmentInfo ReadEquipmentInfo(const LinkKind& kind, const std::string& reply);
 
 // Empty: all. "U_": the three counts. "M_": the manufacturer's. Else a comma-separated list of names.
 StatisticsSelection SelectStatistics(const std::string& names);

@@ -37,7 +37,7 @@ std::string FormatPortTag(const std::string& text) {
 }
 
 CComm::CComm(LinkSetup setup) : m_Setup(std::move(setup)) {
-    m_Port.LinkType = m_Setup.key.linkType;
+    m_Port.linkType = m_Setup.key.linkType;
     LogInfo("    | DeviceType:   ", DeviceTypeLabel(m_Setup.key.deviceType));
 }
 
@@ -56,7 +56,7 @@ void CComm::EnableDevice() {
         try {
             m_ReadThread = platform::StartThread("quillet-read", [this] { RunReadThread(); });
         } catch (const std::system_error& error) {
-            throw CommError(std::string("Unable to start the read thread: ") + error.what());
+            throw LinkError(std::string("Unable to start the read thread: ") + error.what());
         }
     }
     m_Enabled = true;
@@ -68,7 +68,7 @@ void CComm::DisableDevice() {
 }
 
 bool CComm::OpenDevice(platform::Sharing sharing, uint32_t& error) {
-    platform::OpenResult opened = platform::TheDeviceAccess().Open(m_Port.DevicePath, sharing);
+    platform::OpenResult opened = platform::TheDeviceAccess().Open(m_Port.devicePath, sharing);
     m_Handle = std::move(opened.file);
     error = opened.error;
     if (m_Handle == nullptr) m_PortName = "???";
@@ -151,7 +151,7 @@ void CComm::ReadUntilTold() {
 uint32_t CComm::ReadOnce(platform::DeviceReader& reader, uint8_t* buffer) {
     const platform::IoStart start = reader.Start(buffer, m_ReadSize);
     if (start.state == platform::IoState::Failed) {
-        throw CommError(WithCode("Error while reading data (Code:", start.error));
+        throw LinkError(WithCode("Error while reading data (Code:", start.error));
     }
     if (start.state == platform::IoState::Done) return start.count;
     switch (reader.Wait(m_TerminateThread)) {
@@ -160,7 +160,7 @@ uint32_t CComm::ReadOnce(platform::DeviceReader& reader, uint8_t* buffer) {
             m_Running = false;
             LogInfo("    | Signaled termination of RunReadThread loop");
             return 0;
-        default: m_Running = false; throw CommError(WithCode("Error waiting on event (Code:", reader.LastError()));
+        default: m_Running = false; throw LinkError(WithCode("Error waiting on event (Code:", reader.LastError()));
     }
 }
 
@@ -171,7 +171,7 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     std::string nothing;
     OnReadData(kFailedRead, nothing);
     m_Running = false;
-    throw CommError(WithCode("Error while waiting for data (Code:", finish.error));
+    throw LinkError(WithCode("Error while waiting for data (Code:", finish.error));
 }
 
 // No memory for a line is no reason to lose the block.
@@ -193,7 +193,7 @@ void CComm::Deliver(std::string& block) {
 void CComm::WriteString(const std::string& bytes) {
     LogInfo("WriteString");
     LogInfo("    | DeviceType: ", m_Setup.key.deviceType);
-    LogInfo("    | LinkType: ", m_Port.LinkType);
+    LogInfo("    | LinkType: ", m_Port.linkType);
     LogInfo("    | Length: ", static_cast<uint64_t>(bytes.size()));
     if (bytes.size() < kMaxLoggedWrite) {
         LogInfo("    | Data(Hex): ", HexOf{bytes});
@@ -205,7 +205,7 @@ void CComm::WriteString(const std::string& bytes) {
     platform::WriteResult written{Outcome::FailedAtOnce};
     if (m_Handle != nullptr) written = m_Handle->Write(bytes, {m_DeviceGone, m_Setup.writeLimit});
     if (written.outcome == Outcome::FailedPending) {
-        throw CommError(WithCode("Error writing data (Code:", written.error) + ".");
+        throw LinkError(WithCode("Error writing data (Code:", written.error) + ".");
     }
     LogInfo("    | WrittenBytes: ", written.count);
 }

@@ -12,7 +12,7 @@
 #include "platform/device_access.h"
 #include "platform/thread.h"
 #include "protocol/packet.h"
-#include "transport/comm_error.h"
+#include "transport/link_error.h"
 #include "transport/link_key.h"
 #include "transport/port_discovery.h"
 
@@ -42,7 +42,6 @@ using ReopenCallback = void (*)(void* owner, bool repeated);
 // What a link is made of.
 struct LinkSetup {
     LinkKey key;
-    std::string modelNumber = {};  // for the log
     ParameterList parameters = {};
     void* owner = nullptr;  // outlives the link
     DataCallback dataCallback = nullptr;
@@ -65,12 +64,12 @@ class CComm {
     CComm& operator=(const CComm&) = delete;
 
     // Opens the device and starts the read thread; nothing if it is enabled already, also when the read
-    // thread has ended by itself. Throws CommError and leaves the link closed.
+    // thread has ended by itself. Throws LinkError and leaves the link closed.
     virtual void EnableDevice();
     virtual void DisableDevice();
-    // Writes one command. Throws CommError.
+    // Writes one command. Throws LinkError.
     virtual void WritePacket(CommandPacket& packet) = 0;
-    // Writes the wire form of a command that the caller has made; the string ends as what went out. Throws CommError.
+    // Writes the wire form of a command that the caller has made; the string ends as what went out. Throws LinkError.
     virtual void WriteBytes(std::string& bytes) = 0;
     virtual void AcceptText(std::string text) = 0;
     virtual bool IsVirtualPort() const { return false; }
@@ -85,7 +84,7 @@ class CComm {
     // the link waits for its device to come back.
     void Reset();
     // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is
-    // gone, and when the limit of an owner that closes is over. Throws CommError for a write that was under way and failed; one that is refused at once isn't
+    // gone, and when the limit of an owner that closes is over. Throws LinkError for a write that was under way and failed; one that is refused at once isn't
     // reported.
     void WriteString(const std::string& bytes);
 

@@ -28,7 +28,7 @@ bool IsAnyScannerPresent() {
 std::shared_ptr<CComm> MakeLink(const LinkSetup& setup) {
     const int32_t number = NumberOf(setup.key);
     if (number == kNoLinkNumber) {
-        throw CommError("RemoveSerialDevice faild because invalid number :" + NumToString(number));
+        throw LinkError("RemoveSerialDevice faild because invalid number :" + NumToString(number));
     }
     return std::make_shared<HidLink>(setup);
 }
@@ -37,6 +37,8 @@ std::shared_ptr<CComm> MakeLink(const LinkSetup& setup) {
 
 constinit const LinkKind kHidLinkKind = {.linkType = LinkUsbHid,
                                          .name = "usb",
+                                         .interfaceName = "IBM OEM USB",
+                                         .statisticsSupported = false,
                                          .number = &NumberOf,
                                          .port = nullptr,
                                          .check = &CheckScanners,
@@ -46,12 +48,12 @@ constinit const LinkKind kHidLinkKind = {.linkType = LinkUsbHid,
                                          .frame = &FindFrameInBlocks};
 
 HidLink::HidLink(LinkSetup setup) : CComm(std::move(setup)) {
-    m_Port.LinkType = LinkUsbHid;  // whatever the key says
-    LogInfo("    | ModelNumber:  ", m_Setup.modelNumber);
+    m_Port.linkType = LinkUsbHid;  // whatever the key says
+    LogInfo("    | ModelNumber:  ");  // no scanner has one
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
     m_Present = !found.empty();
     if (m_Present) m_Port = std::move(found.front());
-    m_SeenPath = m_Port.DevicePath;
+    m_SeenPath = m_Port.devicePath;
     m_ReadSize = kHidBlockSize;
 }
 
@@ -67,7 +69,7 @@ void HidLink::EnableDevice() try {
         throw HidLinkError("Unable to open USB device (Code:" + NumToString(error) + ").");
     }
     LogInfo("    | Opened IBM USB Port");
-    m_PortName = m_Setup.modelNumber;
+    m_PortName.clear();  // its label would be the model number
     CComm::EnableDevice();
 } catch (...) {
     Reset();

@@ -14,7 +14,9 @@ namespace quillet {
 // Functions that may be null say so.
 struct LinkKind {
     uint32_t linkType;
-    std::string_view name;  // value of "protocol" in connection strings
+    std::string_view name;           // value of "protocol" in connection strings
+    std::string_view interfaceName;  // in the statistics text
+    bool statisticsSupported;        // if not, a request for statistics is told in the log
 
     // The number under which a link is listed; kNoLinkNumber if the key stands for no link.
     int32_t (*number)(const LinkKey& key);
@@ -25,7 +27,7 @@ struct LinkKind {
     bool (*check)(const ParameterList& parameters, const DiscoveredLists& found);
     // Whether a device is there, for the report at enabling. Null: the first report is the power thread's.
     bool (*isPresent)();
-    // Not opened yet. Throws CommError.
+    // Not opened yet. Throws LinkError.
     std::shared_ptr<CComm> (*make)(const LinkSetup& setup);
     // Takes the first frame off what was received.
     ParseResult (*parse)(std::string& buffer, ReplyPacket& reply);

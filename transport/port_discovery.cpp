@@ -41,27 +41,27 @@ std::string ReadPortName(DeviceSet& set) {
 }
 
 std::string ReadPortSerial(DeviceSet& set, const PortDescriptor& port) {
-    std::string serial = ExtractPortSerial(port.InstanceId);
+    std::string serial = ExtractPortSerial(port.instanceId);
     if (serial.empty()) serial = ExtractPortSerial(ToUpperAscii(set.ParentId()));
-    if (serial.empty() && port.PortName.size() > 3) serial = port.PortName.substr(3);
+    if (serial.empty() && port.portName.size() > 3) serial = port.portName.substr(3);
     return serial;
 }
 
 PortDescriptor DescribePort(DeviceSet& set, std::string name) {
     PortDescriptor port;
-    port.DevicePath = name.starts_with("COM") ? "\\\\.\\" + name : name;
-    port.PortName = std::move(name);
-    port.Description = set.ReadProperty(DeviceProperty::Description);
-    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
-    port.InstanceId = ToUpperAscii(set.DeviceId());
-    port.LinkType = port.InstanceId.starts_with(kUsbPrefix) ? LinkVirtualSerial : LinkSerial;
-    port.PortSerial = ReadPortSerial(set, port);
-    ParseUsbId(port.InstanceId, port);
+    port.devicePath = name.starts_with("COM") ? "\\\\.\\" + name : name;
+    port.portName = std::move(name);
+    port.description = set.ReadProperty(DeviceProperty::Description);
+    port.manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
+    port.instanceId = ToUpperAscii(set.DeviceId());
+    port.linkType = port.instanceId.starts_with(kUsbPrefix) ? LinkVirtualSerial : LinkSerial;
+    port.portSerial = ReadPortSerial(set, port);
+    ParseUsbId(port.instanceId, port);
     return port;
 }
 
 bool HasPort(const std::vector<PortDescriptor>& ports, const std::string& name) {
-    return std::any_of(ports.begin(), ports.end(), [&](const PortDescriptor& port) { return port.PortName == name; });
+    return std::any_of(ports.begin(), ports.end(), [&](const PortDescriptor& port) { return port.portName == name; });
 }
 
 // All ports, or the one of a name. A name costs one look and everything else about a port several, so the
@@ -84,32 +84,32 @@ std::vector<PortDescriptor> GatherPorts(const std::string* onlyName) {
 }
 
 bool SameHid(const PortDescriptor& left, const PortDescriptor& right) {
-    return left.DevicePath == right.DevicePath && left.VendorId == right.VendorId && left.ProductId == right.ProductId;
+    return left.devicePath == right.devicePath && left.vendorId == right.vendorId && left.productId == right.productId;
 }
 
 bool HasUsbId(const PortDescriptor& port, UsbId id) {
-    return port.VendorId == id.vendor && port.ProductId == id.product;
+    return port.vendorId == id.vendor && port.productId == id.product;
 }
 
 bool IsHidScannerId(const std::string& instanceId) {
     PortDescriptor port;
     ParseUsbId(ToUpperAscii(instanceId), port);
-    return HasUsbId(port, ScannerUsbIds::HidDevice);
+    return HasUsbId(port, kHidDeviceId);
 }
 
 void AddHid(DeviceSet& set, const UsbId* only, std::vector<PortDescriptor>& ports) {
     PortDescriptor port;
     std::string id;
-    if (!set.InterfacePath(port.DevicePath) || !set.InterfaceDeviceId(id)) return;
+    if (!set.InterfacePath(port.devicePath) || !set.InterfaceDeviceId(id)) return;
     id = ToUpperAscii(std::move(id));
     ParseUsbId(id, port);
     if (only != nullptr && !HasUsbId(port, *only)) return;
     const auto same = [&](const PortDescriptor& other) { return SameHid(port, other); };
     if (std::any_of(ports.begin(), ports.end(), same)) return;
-    port.LinkType = LinkUsbHid;
-    port.Manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
-    port.Description = set.ReadProperty(DeviceProperty::Description);
-    port.PortSerial = id.substr(id.rfind('\\') + 1);  // the whole id if it has no backslash
+    port.linkType = LinkUsbHid;
+    port.manufacturer = set.ReadProperty(DeviceProperty::Manufacturer);
+    port.description = set.ReadProperty(DeviceProperty::Description);
+    port.portSerial = id.substr(id.rfind('\\') + 1);  // the whole id if it has no backslash
     ports.push_back(std::move(port));
 }
 
@@ -179,10 +179,10 @@ std::string ExtractPortSerial(const std::string& instanceId) {
 void ParseUsbId(const std::string& instanceId, PortDescriptor& port) {
     const TagNumber vendor = NumberBehind(instanceId, {"VID_", "VEN_"});
     const TagNumber product = NumberBehind(instanceId, {"PID_", "DEV_"});
-    port.VendorIdFound = vendor.found;
-    port.VendorId = vendor.number;
-    port.ProductIdFound = product.found;
-    port.ProductId = product.number;
+    port.vendorIdFound = vendor.found;
+    port.vendorId = vendor.number;
+    port.productIdFound = product.found;
+    port.productId = product.number;
 }
 
 std::vector<PortDescriptor> ListSerialPorts() {
@@ -198,14 +198,13 @@ std::vector<PortDescriptor> ListHidDevices() {
     return GatherHids(nullptr);
 }
 
-std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product) {
-    std::erase_if(ports, [=](const PortDescriptor& port) { return !HasUsbId(port, {vendor, product}); });
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, UsbId id) {
+    std::erase_if(ports, [=](const PortDescriptor& port) { return !HasUsbId(port, id); });
     return ports;
 }
 
 std::vector<PortDescriptor> DiscoveredHidScanners() {
-    constexpr UsbId id = ScannerUsbIds::HidDevice;
-    return GatherHids(&id);
+    return GatherHids(&kHidDeviceId);
 }
 
 bool IsSerialPortPresent(uint32_t number, bool before) {
@@ -223,14 +222,13 @@ bool IsHidScannerPresent(std::string& path, bool before) {
     if (look.outcome == QuickLook::Outcome::Found && IsHidScannerId(look.deviceId)) return true;
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
     if (found.empty()) return false;
-    path = std::move(found.front().DevicePath);
+    path = std::move(found.front().devicePath);
     return true;
 }
 
 DiscoveredLists DiscoveredPorts() {
-    constexpr UsbId id = ScannerUsbIds::VirtualSerialPort;
     DiscoveredLists lists;
-    lists.serial = FilterByUsbId(ListSerialPorts(), id.vendor, id.product);
+    lists.serial = FilterByUsbId(ListSerialPorts(), kVirtualSerialPortId);
     lists.usb = DiscoveredHidScanners();
     return lists;
 }

@@ -17,18 +17,18 @@ enum LinkType : uint32_t {
 
 // One discovered device.
 struct PortDescriptor {
-    std::string PortName;    // such as COM3; empty for HID devices
-    std::string DevicePath;  // what opens the device
-    std::string Description;
-    std::string Manufacturer;
+    std::string portName;    // such as COM3; empty for HID devices
+    std::string devicePath;  // what opens the device
+    std::string description;
+    std::string manufacturer;
     // Serial: the value for the connection string's "serialport". HID: the last part of the instance ID.
-    std::string PortSerial;
-    std::string InstanceId;  // upper case; empty for HID devices
-    uint32_t LinkType = LinkNone;
-    uint16_t VendorId = 0;
-    uint16_t ProductId = 0;
-    bool VendorIdFound = false;  // the instance ID has a vendor tag, whether or not its digits are good
-    bool ProductIdFound = false;
+    std::string portSerial;
+    std::string instanceId;  // upper case; empty for HID devices
+    uint32_t linkType = LinkNone;
+    uint16_t vendorId = 0;
+    uint16_t productId = 0;
+    bool vendorIdFound = false;  // the instance ID has a vendor tag, whether or not its digits are good
+    bool productIdFound = false;
 };
 
 struct UsbId {
@@ -37,10 +37,8 @@ struct UsbId {
 };
 
 // The identity of the scanners.
-struct ScannerUsbIds {
-    static constexpr UsbId VirtualSerialPort{0x18D1, 0x0009};
-    static constexpr UsbId HidDevice{0x18D1, 0x010B};
-};
+inline constexpr UsbId kVirtualSerialPortId{.vendor = 0x18D1, .product = 0x0009};
+inline constexpr UsbId kHidDeviceId{.vendor = 0x18D1, .product = 0x010B};
 
 struct DiscoveredLists {
     std::vector<PortDescriptor> serial;
@@ -51,7 +49,7 @@ struct DiscoveredLists {
 std::vector<PortDescriptor> ListSerialPorts();
 std::vector<PortDescriptor> ListHidDevices();
 // Those whose vendor and product both match, in order.
-std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, uint16_t vendor, uint16_t product);
+std::vector<PortDescriptor> FilterByUsbId(std::vector<PortDescriptor> ports, UsbId id);
 // The scanners: as virtual serial ports, and as HID devices.
 DiscoveredLists DiscoveredPorts();
 // The HID half of it, for whoever asks often.

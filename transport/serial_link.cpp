@@ -72,6 +72,8 @@ std::string_view AllOf(std::string_view received) {
 
 constinit const LinkKind kSerialLinkKind = {.linkType = LinkSerial,
                                             .name = "serial port",
+                                            .interfaceName = "RS232",
+                                            .statisticsSupported = true,
                                             .number = &NumberOf,
                                             .port = &PortOf,
                                             .check = nullptr,
@@ -82,6 +84,8 @@ constinit const LinkKind kSerialLinkKind = {.linkType = LinkSerial,
 
 constinit const LinkKind kVirtualSerialLinkKind = {.linkType = LinkVirtualSerial,
                                                    .name = "virtual serial port",
+                                                   .interfaceName = "POS USB",
+                                                   .statisticsSupported = true,
                                                    .number = &NumberOf,
                                                    .port = &PortOf,
                                                    .check = &CheckPort,
@@ -94,7 +98,7 @@ SerialLink::SerialLink(LinkSetup setup) : CComm(std::move(setup)) {
     std::vector<PortDescriptor> found = FindSerialPort(m_Setup.key.port);
     m_Present = !found.empty();
     if (m_Present) m_Port = std::move(found.front());
-    m_Port.DevicePath = "\\\\.\\COM" + NumToString(static_cast<int32_t>(m_Setup.key.port));
+    m_Port.devicePath = "\\\\.\\COM" + NumToString(static_cast<int32_t>(m_Setup.key.port));
 }
 
 SerialLink::~SerialLink() {
@@ -116,12 +120,12 @@ void SerialLink::EnableDevice() try {
 
 void SerialLink::OpenPort() {
     LogInfo("EnableDevice");
-    LogInfo("    | TargetName: ", m_Port.DevicePath);
+    LogInfo("    | TargetName: ", m_Port.devicePath);
     uint32_t error = 0;
     if (!OpenDevice(platform::Sharing::Exclusive, error)) {
         throw SerialLinkError("Unable to open COM port (Code:" + NumToString(error) + ").");
     }
-    m_PortName = m_Port.DevicePath;
+    m_PortName = m_Port.devicePath;
     LogInfo("    | Opened COM Port");
 }
 

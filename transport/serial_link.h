@@ -23,7 +23,7 @@ class SerialLink : public CComm {
     void WritePacket(CommandPacket& packet) override;
     void WriteBytes(std::string& bytes) override { WriteString(bytes); }
     void AcceptText(std::string text) override;
-    bool IsVirtualPort() const override { return m_Port.LinkType == LinkVirtualSerial; }
+    bool IsVirtualPort() const override { return m_Port.linkType == LinkVirtualSerial; }
     bool IsDevicePresent() override;
     int32_t OnReadData(uint32_t status, std::string& block) override;
     // Such as "COM3,9600,n,8,1,n".

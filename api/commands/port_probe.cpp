@@ -18,13 +18,13 @@ constexpr uint32_t kAnswerDelayMs = 500;
 // opened.
 std::string ProbePort(ScannerObject& object, const PortDescriptor& port) {
     const std::string connection =
-        "protocol=virtual serial port,model=KX-7102QD,serialport=" + port.PortSerial + ",baudrate=115200";
+        "protocol=virtual serial port,model=KX-7102QD,serialport=" + port.portSerial + ",baudrate=115200";
     if (OpenScanner(object, connection.c_str()) != ResultSuccess) return {};
     platform::TheClock().SleepMs(kAnswerDelayMs);
     std::string number;
     const int32_t result = ReadSerialNumber(object.scanner, number);
     CloseScanner(object);
-    return result == ResultSuccess ? port.PortName + ",SN:" + number + "||" : std::string();
+    return result == ResultSuccess ? port.portName + ",SN:" + number + "||" : std::string();
 }
 
 std::string ProbeAllPorts(ScannerObject& object) {

@@ -112,7 +112,7 @@ TEST(Write, ShowsEachOutcomeAsTold) {
     try {
         link->WriteString("abc");
         ADD_FAILURE() << "a write that failed under way was not reported";
-    } catch (const CommError& error) {
+    } catch (const LinkError& error) {
         EXPECT_STREQ(error.what(), "Error writing data (Code:32).");
         EXPECT_EQ(error.Code(), 0u);
     }

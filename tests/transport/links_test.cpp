@@ -113,7 +113,7 @@ TEST(SerialLink, TakesItsKindFromDiscovery) {
     LinkFixture fixture;
     const auto unknown = fixture.Serial(3);
     EXPECT_FALSE(unknown->IsVirtualPort());
-    EXPECT_EQ(unknown->Port().DevicePath, "\\\\.\\COM3");
+    EXPECT_EQ(unknown->Port().devicePath, "\\\\.\\COM3");
     EXPECT_FALSE(unknown->IsDevicePresent());
     fixture.tree.Plug(test::VirtualPortDevice(3));
     EXPECT_TRUE(unknown->IsDevicePresent());

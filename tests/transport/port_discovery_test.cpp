@@ -22,13 +22,13 @@ using test::VirtualPortDevice;
 
 std::vector<std::string> Names(const std::vector<PortDescriptor>& ports) {
     std::vector<std::string> names;
-    for (const PortDescriptor& port : ports) names.push_back(port.PortName);
+    for (const PortDescriptor& port : ports) names.push_back(port.portName);
     return names;
 }
 
 std::vector<std::string> Paths(const std::vector<PortDescriptor>& ports) {
     std::vector<std::string> paths;
-    for (const PortDescriptor& port : ports) paths.push_back(port.DevicePath);
+    for (const PortDescriptor& port : ports) paths.push_back(port.devicePath);
     return paths;
 }
 
@@ -57,8 +57,8 @@ TEST(PortDiscovery, NamesAPortByItsKey) {
         const auto ports = ListSerialPorts();
         ASSERT_EQ(ports.size(), *row.name == 0 ? 0u : 1u) << row.portName.text;
         if (ports.empty()) continue;
-        EXPECT_EQ(ports[0].PortName, row.name);
-        EXPECT_EQ(ports[0].DevicePath, row.path);
+        EXPECT_EQ(ports[0].portName, row.name);
+        EXPECT_EQ(ports[0].devicePath, row.path);
     }
 }
 
@@ -85,10 +85,10 @@ TEST(PortDiscovery, ReadsAPortOutOfItsInstanceId) {
         tree.Plug(device);
         const auto ports = ListSerialPorts();
         ASSERT_EQ(ports.size(), 1u);
-        EXPECT_EQ(ports[0].PortSerial, row.serial) << row.id;
-        EXPECT_EQ(ports[0].LinkType, row.linkType) << row.id;
-        EXPECT_EQ(ports[0].VendorId, row.vendor) << row.id;
-        EXPECT_EQ(ports[0].ProductId, row.product) << row.id;
+        EXPECT_EQ(ports[0].portSerial, row.serial) << row.id;
+        EXPECT_EQ(ports[0].linkType, row.linkType) << row.id;
+        EXPECT_EQ(ports[0].vendorId, row.vendor) << row.id;
+        EXPECT_EQ(ports[0].productId, row.product) << row.id;
     }
 }
 
@@ -123,10 +123,10 @@ TEST(PortDiscovery, TakesAPortFromTheFirstClassThatNamesIt) {
     tree.Plug(first);
     const auto ports = ListSerialPorts();
     EXPECT_EQ(Names(ports), (std::vector<std::string>{"COM3", "COM4", "COM5"}));
-    EXPECT_EQ(ports[0].Description, "first");
-    EXPECT_EQ(ports[0].Manufacturer, "maker");
+    EXPECT_EQ(ports[0].description, "first");
+    EXPECT_EQ(ports[0].manufacturer, "maker");
     ASSERT_EQ(FindSerialPort(3).size(), 1u);
-    EXPECT_EQ(FindSerialPort(3)[0].Description, "first");
+    EXPECT_EQ(FindSerialPort(3)[0].description, "first");
     EXPECT_EQ(FindSerialPort(5).size(), 1u);
     EXPECT_TRUE(FindSerialPort(33).empty());
 
@@ -151,9 +151,9 @@ TEST(PortDiscovery, WalksHidDevicesAndInterfacesSideBySide) {
 
     const auto ports = ListHidDevices();
     EXPECT_EQ(Paths(ports), (std::vector<std::string>{"one", "one", "two"}));
-    EXPECT_EQ(ports[2].PortSerial, "TWO");  // of the upper-case id
-    EXPECT_EQ(ports[2].LinkType, LinkUsbHid);
-    EXPECT_EQ(ports[2].PortName + ports[2].InstanceId, "");
+    EXPECT_EQ(ports[2].portSerial, "TWO");  // of the upper-case id
+    EXPECT_EQ(ports[2].linkType, LinkUsbHid);
+    EXPECT_EQ(ports[2].portName + ports[2].instanceId, "");
 
     tree.FailClass(DeviceClass::HidInterface);
     EXPECT_TRUE(ListHidDevices().empty());
@@ -172,7 +172,7 @@ TEST(PortDiscovery, KnowsScannersByBothIds) {
     tree.Plug(HidDevice("scanner"));
     const DiscoveredLists lists = DiscoveredPorts();
     EXPECT_EQ(Names(lists.serial), std::vector<std::string>{"COM2"});
-    EXPECT_EQ(lists.serial[0].PortSerial, "2");
+    EXPECT_EQ(lists.serial[0].portSerial, "2");
     EXPECT_EQ(Paths(lists.usb), std::vector<std::string>{"scanner"});
 }
 

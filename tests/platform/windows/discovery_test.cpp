@@ -23,20 +23,20 @@ constexpr const char* kMark = "QLT";
 
 std::string Ids(const PortDescriptor& port) {
     std::ostringstream line;
-    line << std::hex << port.VendorId << (port.VendorIdFound ? "" : "?") << ":" << port.ProductId
-         << (port.ProductIdFound ? "" : "?") << " link " << port.LinkType;
+    line << std::hex << port.vendorId << (port.vendorIdFound ? "" : "?") << ":" << port.productId
+         << (port.productIdFound ? "" : "?") << " link " << port.linkType;
     return line.str();
 }
 
 std::string LineOf(const PortDescriptor& port) {
-    return port.PortName + ", " + port.DevicePath + ", " + port.Description + ", " + port.Manufacturer + ", " +
-           port.PortSerial + ", " + port.InstanceId + ", " + Ids(port);
+    return port.portName + ", " + port.devicePath + ", " + port.description + ", " + port.manufacturer + ", " +
+           port.portSerial + ", " + port.instanceId + ", " + Ids(port);
 }
 
 Lines MarkedLines(const std::vector<PortDescriptor>& ports) {
     Lines lines;
     for (const PortDescriptor& port : ports) {
-        if (ToLower(port.InstanceId + port.DevicePath).find(ToLower(kMark)) != std::string::npos) {
+        if (ToLower(port.instanceId + port.devicePath).find(ToLower(kMark)) != std::string::npos) {
             lines.push_back(LineOf(port));
         }
     }

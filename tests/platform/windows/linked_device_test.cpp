@@ -34,7 +34,7 @@ class SerialPort : public testing::Test {
         m_Scanner.emplace(test::ScannerOptions{test::ScannerLink::Serial, number, "1", {}});
         const auto found = FindSerialPort(static_cast<uint32_t>(number));
         ASSERT_EQ(found.size(), 1U);
-        OpenResult opened = WindowsDeviceAccess().Open(found[0].DevicePath, Sharing::Exclusive);
+        OpenResult opened = WindowsDeviceAccess().Open(found[0].devicePath, Sharing::Exclusive);
         ASSERT_NE(opened.file, nullptr) << opened.error;
         m_Device = std::move(opened.file);
         m_Reader = m_Device->NewReader();

@@ -5,19 +5,19 @@
 
 namespace quillet {
 
-class CommError : public QuilletError {
+class LinkError : public QuilletError {
   public:
     using QuilletError::QuilletError;
 };
 
-class SerialLinkError : public CommError {
+class SerialLinkError : public LinkError {
   public:
-    using CommError::CommError;
+    using LinkError::LinkError;
 };
 
-class HidLinkError : public CommError {
+class HidLinkError : public LinkError {
   public:
-    using CommError::CommError;
+    using LinkError::LinkError;
 };
 
 }  // namespace quillet

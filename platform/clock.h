@@ -41,4 +41,21 @@ void ReplaceClock(Clock* clock) noexcept;
 // Given by the operating system's folder; needs no memory.
 Clock& SystemClock() noexcept;
 
+// A time limit that begins with the object. The clock outlives it.
+class Countdown {
+  public:
+    Countdown(Clock& clock, uint32_t limitMs) : m_Clock(clock), m_StartNs(clock.NowNs()), m_LimitMs(limitMs) {}
+    // What is left, 0 when it is over; always kNoLimitMs of a limit that is kNoLimitMs.
+    uint32_t LeftMs() const {
+        if (m_LimitMs == kNoLimitMs) return kNoLimitMs;
+        const int64_t passedMs = (m_Clock.NowNs() - m_StartNs) / 1'000'000;
+        return passedMs >= m_LimitMs ? 0 : m_LimitMs - static_cast<uint32_t>(passedMs);
+    }
+
+  private:
+    Clock& m_Clock;
+    const int64_t m_StartNs;
+    const uint32_t m_LimitMs;
+};
+
 }  // namespace quillet::platform

@@ -26,12 +26,12 @@ std::string CharacterPair(uint8_t first, uint8_t second) noexcept {
     return {static_cast<char>(SpaceReplaced(first)), static_cast<char>(SpaceReplaced(second))};
 }
 
-std::string HidFormParameters(CommandId id, uint8_t form, int8_t character) noexcept {
-    const char selector = id == kHidLeadingFormId ? 1 : 2;
+std::string HidFormParameters(const HidForm& hidForm) noexcept {
+    const char selector = hidForm.setting == kHidLeadingFormId ? 1 : 2;
     // Signed: a character from 0x80 up counts as negative, and both results truncate toward zero.
-    const auto high = static_cast<char>(character / 128);
-    const auto low = static_cast<char>(character % 128);
-    return {selector, static_cast<char>(form), 2, high, low, 3};
+    const auto high = static_cast<char>(hidForm.character / 128);
+    const auto low = static_cast<char>(hidForm.character % 128);
+    return {selector, static_cast<char>(hidForm.form), 2, high, low, 3};
 }
 
 }  // namespace quillet

@@ -16,6 +16,11 @@ std::string SettingParameters(const CommandRow& row, uint8_t value) noexcept;
 std::string CharacterPair(uint8_t first, uint8_t second) noexcept;
 
 // A control character before (kHidLeadingFormId) or behind (kHidPostFormId) the barcode, in one of the scanner's forms.
-std::string HidFormParameters(CommandId id, uint8_t form, int8_t character) noexcept;
+struct HidForm {
+    CommandId setting;
+    uint8_t form;
+    int8_t character;
+};
+std::string HidFormParameters(const HidForm& hidForm) noexcept;
 
 }  // namespace quillet

@@ -72,19 +72,19 @@ bool CDevice::DeviceEventEnable(bool enable) {
     LogTrace trace("CDevice::DeviceEventEnable");
     LogInfo("    | Enable: ", enable);
     m_Status.Put(StatusEnabled, enable);
-    EventEnable(&enable, &enable);
+    EventEnable({.allowable = enable, .enabled = enable});
     return true;
 }
 
-void CDevice::EventEnable(const bool* allowable, const bool* enabled) {
+void CDevice::EventEnable(EventMasks masks) {
     LogTrace trace("CDevice::EventEnable");
-    if (allowable != nullptr) {
-        LogInfo("    | in_Enable: ", *allowable);
-        LogInfo(*allowable ? "    | Allowable Events: EventAll" : "    | Allowable Events: EventNone");
+    if (masks.allowable) {
+        LogInfo("    | in_Enable: ", *masks.allowable);
+        LogInfo(*masks.allowable ? "    | Allowable Events: EventAll" : "    | Allowable Events: EventNone");
     }
-    if (enabled == nullptr) return;
-    LogInfo("    | out_enable: ", *enabled);
-    if (!*enabled) {
+    if (!masks.enabled) return;
+    LogInfo("    | out_enable: ", *masks.enabled);
+    if (!*masks.enabled) {
         m_EventQueue.SetEnabledEvents(EventNone);
         LogInfo("    | Enabled Events: EventNone");
         return;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include <quillet/quillet.h>
@@ -43,8 +44,12 @@ class CDevice {
 
     void DataEventEnable(bool enable);
     bool DeviceEventEnable(bool enable);
-    // Opens or closes the event masks; a null flag leaves its mask alone.
-    void EventEnable(const bool* allowable, const bool* enabled);
+    // Opens or closes the event masks; one without a value stays as it is.
+    struct EventMasks {
+        std::optional<bool> allowable = {};
+        std::optional<bool> enabled = {};
+    };
+    void EventEnable(EventMasks masks);
     void OnFreezeEvents();
 
     // Path of the port: what the process's list of claims holds. The mutex between processes has the shorter name.

@@ -14,12 +14,6 @@ namespace {
 // No exchange takes less; a reply that comes earlier is found when this is over.
 constexpr uint32_t kReplyDelayMs = 300;
 
-uint32_t LeftOf(uint32_t timeoutMs, int64_t startNs) {
-    if (timeoutMs == platform::kNoLimitMs) return timeoutMs;
-    const int64_t passedMs = (platform::TheClock().NowNs() - startNs) / 1'000'000;
-    return passedMs >= timeoutMs ? 0 : timeoutMs - static_cast<uint32_t>(passedMs);
-}
-
 }  // namespace
 
 ExchangeOutcome Exchange::Run(const ExchangePlan& plan) {
@@ -59,10 +53,10 @@ void Exchange::End() {
 ExchangeOutcome Exchange::AwaitReply(const ExchangePlan& plan) {
     const bool broken = m_Broken.TimedWait(kReplyDelayMs) == OsEventSignalled;
     if (!broken && !plan.waits) return {};
-    const int64_t startNs = platform::TheClock().NowNs();
+    const platform::Countdown patience(platform::TheClock(), plan.timeoutMs);
     if (!broken && m_Reply.TimedWait(plan.timeoutMs) == OsEventSignalled && m_Broken.TimedWait(0) != OsEventSignalled) {
         if (std::optional<ExchangeOutcome> reply = TakeReply(plan)) return *std::move(reply);
-        m_Broken.TimedWait(LeftOf(plan.timeoutMs, startNs));
+        m_Broken.TimedWait(patience.LeftMs());
     }
     LogWarning("RetrieveStatistics: timeout on attempt to retrieve statistics from scanner.");
     return {ResultTimeout, {}};

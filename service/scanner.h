@@ -123,7 +123,7 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
     ResultCode OnDataEvent(uint32_t message, uint64_t word, int64_t longWord, bool& flag);
 
     // Exchanges (scanner_exchange.cpp).
-    ExchangeOutcome ExchangePacket(CommandPacket& packet, uint8_t opcode, uint32_t timeoutMs);
+    ExchangeOutcome ExchangePacket(CommandPacket& packet, uint32_t timeoutMs);
     void HandleDirectIOEvent(const EventRecord& record);
     void HandleStatusUpdateEvent(const EventRecord& record);
 

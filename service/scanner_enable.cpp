@@ -65,8 +65,7 @@ ResultCode CScanner::DisableLink() {
         TheCommArbiter().StopPowerReporting(Key());
         m_PowerState = PowerUnknown;
     }
-    const bool allowable = false;
-    EventEnable(&allowable, nullptr);
+    EventEnable({.allowable = false});
     if (DeviceCommEnable(false)) m_Status.Clear(StatusEnabled);
     m_Exchange.BreakUnlimited();
     LogInfo("    | Waiting for device to be claimed by other applications...");

@@ -37,13 +37,13 @@ ExchangeOutcome CScanner::ExchangeBytes(std::string bytes, uint32_t timeoutMs) {
     return RunExchange(plan);
 }
 
-ExchangeOutcome CScanner::ExchangePacket(CommandPacket& packet, uint8_t opcode, uint32_t timeoutMs) {
+ExchangeOutcome CScanner::ExchangePacket(CommandPacket& packet, uint32_t timeoutMs) {
     LogTrace trace("CScanner::ExchangePacket");
     ExchangePlan plan;
     plan.send = [&] { SendPacket(packet); };
     plan.timeoutMs = timeoutMs;
-    plan.waits = IsReplyCommand(opcode);
-    plan.eventNumber = opcode;
+    plan.waits = IsReplyCommand(packet.opcode);
+    plan.eventNumber = packet.opcode;
     plan.rawReply = false;
     return RunExchange(plan);
 }
@@ -85,7 +85,7 @@ ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* 
         return m_ResultCode = ResultIllegal;
     }
     CommandPacket packet(opcode, std::move(parameters), status);
-    const ExchangeOutcome outcome = ExchangePacket(packet, opcode, kDirectIOTimeoutMs);
+    const ExchangeOutcome outcome = ExchangePacket(packet, kDirectIOTimeoutMs);
     if (outcome.result != ResultSuccess) return outcome.result;
     if (!buffer.Fits(outcome.reply)) {
         LogInfo("    | the buffer not enough memory : %d", static_cast<uint64_t>(outcome.reply.size()));

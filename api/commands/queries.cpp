@@ -76,6 +76,7 @@ void LogBufferTooSmall(const std::string& result) {
 
 using namespace quillet;
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): exported so
 ResultCode QueryCommandSetting(ScannerHandle handle, int32_t commandId, int32_t bufferSize, uint8_t* buffer,
                                int32_t* length) {
     if (FindCommand(commandId) == nullptr || buffer == nullptr || length == nullptr) return ResultBadArgument;

@@ -14,14 +14,14 @@ namespace {
 
 constexpr uint32_t kClaimTimeoutMs = 1000;
 
-int32_t ReadProperty(CScanner& scanner, int32_t number, int32_t startValue) {
-    int32_t value = startValue;
+int32_t ReadProperty(CScanner& scanner, int32_t number) {
+    int32_t value = 0;
     scanner.GetPropertyNumber(number, &value);
     return value;
 }
 
 uint32_t ReadState(CScanner& scanner) {
-    return static_cast<uint32_t>(ReadProperty(scanner, PropState, StateClosed));
+    return static_cast<uint32_t>(ReadProperty(scanner, PropState));
 }
 
 // From closed through claimed to enabled; the first failure's number, or 0.
@@ -32,7 +32,7 @@ int32_t RunOpenSteps(CScanner& scanner, const char* connection, platform::WriteL
     if (ReadState(scanner) < StateOpen) return ResultClosed;
     result = scanner.ClaimDevice(kClaimTimeoutMs);
     if (result != ResultSuccess) return result;
-    if (ReadProperty(scanner, PropClaimed, 0) == 0) return ResultNotClaimed;
+    if (ReadProperty(scanner, PropClaimed) == 0) return ResultNotClaimed;
     result = scanner.SetPropertyNumber(PropDeviceEnabled, 1);
     if (result != ResultSuccess) return result;
     return ReadState(scanner) < StateEnabled ? ResultDisabled : ResultSuccess;

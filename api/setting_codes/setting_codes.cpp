@@ -32,7 +32,8 @@ std::string CodeParameters(const CommandRow& row, const uint8_t* value) noexcept
         case CommandForm::S:
         case CommandForm::L: return SettingParameters(row, value[0]);
         case CommandForm::P: return CharacterPair(value[0], value[1]);
-        case CommandForm::H: return HidFormParameters(row.id, value[0], static_cast<int8_t>(value[1]));
+        case CommandForm::H:
+            return HidFormParameters({.setting = row.id, .form = value[0], .character = static_cast<int8_t>(value[1])});
         case CommandForm::None: break;
     }
     return {};

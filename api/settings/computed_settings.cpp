@@ -36,7 +36,8 @@ ResultCode SendReplacement(ScannerHandle handle, CommandPacket& packet, Replacem
 ResultCode SendHidForm(ScannerHandle handle, CommandId id, int32_t form, int8_t character) noexcept {
     if (handle == nullptr || form < 0 || form > kHighestHidForm) return ResultBadArgument;
     // Both ids have the same opcode. The result is 0 even if nothing could be sent.
-    Send(handle, OpcodeOf(kHidLeadingFormId), HidFormParameters(id, static_cast<uint8_t>(form), character));
+    Send(handle, OpcodeOf(kHidLeadingFormId),
+         HidFormParameters({.setting = id, .form = static_cast<uint8_t>(form), .character = character}));
     return ResultSuccess;
 }
 
@@ -82,6 +83,7 @@ ResultCode setAnyCharacterReplacement(ScannerHandle handle, uint8_t a, uint8_t b
     return SendReplacement(handle, packet, Replacement4, d);
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): exported so
 ResultCode setInsertCharacter(ScannerHandle handle, int8_t character, uint8_t value) {
     const auto high = static_cast<char>(character / 64 + 32);
     const auto low = static_cast<char>(character % 64 + 32);

@@ -50,10 +50,14 @@ consteval SettingCommand ResultIgnored(SettingCommand command) {
     return command;
 }
 
-// An accepted argument and the byte that is sent for it, the argument itself if no other is given.
+// An accepted argument and the byte that is sent for it: the argument itself, if the row names no other.
 struct Choice {
     constexpr Choice(int32_t accepted) : argument(accepted), byte(static_cast<uint8_t>(accepted)) {}
-    constexpr Choice(int32_t accepted, uint8_t sent) : argument(accepted), byte(sent) {}
+    consteval Choice SentAs(uint8_t sent) const {
+        Choice choice = *this;
+        choice.byte = sent;
+        return choice;
+    }
 
     int32_t argument;
     uint8_t byte;

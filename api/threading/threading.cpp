@@ -45,13 +45,18 @@ platform::Semaphore* SemaphoreOf(void* handle) {
     return handle != nullptr ? static_cast<OsObject*>(handle)->semaphore.get() : nullptr;
 }
 
-int32_t WaitForEvent(void* handle, uint32_t timeoutMs, int32_t notSignalled) {
+struct EventWait {
+    uint32_t timeoutMs;
+    int32_t resultIfNotSignalled;
+};
+
+int32_t WaitForEvent(void* handle, EventWait wait) {
     const platform::CancellationHeldOff heldOff;
     platform::Event* event = EventOf(handle);
     if (event == nullptr) return OsEventFailed;
-    switch (platform::TheClock().Wait(*event, timeoutMs)) {
+    switch (platform::TheClock().Wait(*event, wait.timeoutMs)) {
         case platform::WaitResult::Signalled: return OsEventSignalled;
-        case platform::WaitResult::TimedOut: return notSignalled;
+        case platform::WaitResult::TimedOut: return wait.resultIfNotSignalled;
         default: return OsEventFailed;
     }
 }
@@ -73,15 +78,15 @@ void os_event_destroy(void* event) {
 }
 
 int32_t os_event_wait(void* event) {
-    return WaitForEvent(event, platform::kNoLimitMs, OsEventFailed);
+    return WaitForEvent(event, {.timeoutMs = platform::kNoLimitMs, .resultIfNotSignalled = OsEventFailed});
 }
 
 int32_t os_event_timedwait(void* event, uint32_t timeoutMs) {
-    return WaitForEvent(event, timeoutMs, OsEventTimedOut);
+    return WaitForEvent(event, {.timeoutMs = timeoutMs, .resultIfNotSignalled = OsEventTimedOut});
 }
 
 int32_t os_event_try(void* event) {
-    return WaitForEvent(event, 0, OsEventNotSignalled);
+    return WaitForEvent(event, {.timeoutMs = 0, .resultIfNotSignalled = OsEventNotSignalled});
 }
 
 int32_t os_event_signal(void* event) {

@@ -101,10 +101,10 @@ WaitResult Event::Wait(uint32_t timeoutMs) noexcept {
 }
 
 struct Semaphore::Impl {
-    Impl(uint32_t initialCount, uint32_t maximumCount) : count(initialCount), maximum(maximumCount) {}
+    explicit Impl(uint32_t maximumCount) : maximum(maximumCount) {}
     std::mutex mutex;  // guards count
     ProcessBound<std::condition_variable> changed;
-    uint32_t count;
+    uint32_t count = 0;
     const uint32_t maximum;
 };
 
@@ -115,7 +115,9 @@ Semaphore::~Semaphore() = default;
 std::unique_ptr<Semaphore> Semaphore::Create(uint32_t initialCount, uint32_t maximumCount) noexcept {
     if (initialCount > maximumCount || maximumCount == 0) return nullptr;
     try {
-        return std::unique_ptr<Semaphore>(new Semaphore(std::make_unique<Impl>(initialCount, maximumCount)));
+        auto impl = std::make_unique<Impl>(maximumCount);
+        impl->count = initialCount;
+        return std::unique_ptr<Semaphore>(new Semaphore(std::move(impl)));
     } catch (...) {
         return nullptr;
     }

@@ -34,7 +34,7 @@ std::vector<std::string> DeviceFileNames(Directory& directory) {
 
 bool ReadDeviceFile(int directory, const std::string& name, std::string& content) {
     const UniqueFd fd = OpenTrustedFile(directory, name);
-    return fd.IsOpen() && ReadFile(fd.Get(), kFileLimit, content) && content.find('\0') == std::string::npos;
+    return fd.IsOpen() && ReadFile(fd, kFileLimit, content) && content.find('\0') == std::string::npos;
 }
 
 // True while somebody has a write lock on the whole file. Asks for a read lock without taking it, so that only a

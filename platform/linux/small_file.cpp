@@ -45,10 +45,10 @@ const dirent* Directory::Next() {
 }
 
 // A regular file gives less than was asked for at its end alone.
-bool ReadFile(int fd, size_t limit, std::string& content) {
+bool ReadFile(const UniqueFd& fd, size_t limit, std::string& content) {
     std::array<char, kAttributeLimit + 1> page;  // NOLINT(cppcoreguidelines-pro-type-member-init): the read fills it
     const size_t wanted = std::min(limit + 1, page.size());
-    const ssize_t count = RetryInterrupted([&] { return ::read(fd, page.data(), wanted); });
+    const ssize_t count = RetryInterrupted([&] { return ::read(fd.Get(), page.data(), wanted); });
     if (count < 0) {
         ThrowIfExhausted();
         return false;

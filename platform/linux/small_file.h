@@ -45,7 +45,7 @@ class Directory {
 };
 
 // What a regular file holds; false if it can't be read, or holds more than the limit, 4,096 bytes at most.
-bool ReadFile(int fd, size_t limit, std::string& content);
+bool ReadFile(const UniqueFd& fd, size_t limit, std::string& content);
 
 // The text of an attribute of the kernel, without its final line end; empty if there is none.
 std::string ReadAttribute(int directory, const std::string& path);

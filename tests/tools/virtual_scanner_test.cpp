@@ -180,7 +180,7 @@ TEST_P(VirtualScannerTest, BehaviourOnRequest) {
     // The switching of barcode frames is never answered, and nothing is while the scanner is silent.
     m_Scanner->SetSilent(true);
     host.Send(code39);
-    ASSERT_TRUE(m_Scanner->WaitForPackets(2, kPatienceMs));
+    ASSERT_TRUE(m_Scanner->WaitForPackets({.count = 2, .timeoutMs = kPatienceMs}));
     m_Scanner->SetSilent(false);
     host.Send(Wire(OpcodeBarcode, "\x00"s));
     host.Send(Wire(0x41, "\x02"));
@@ -248,7 +248,7 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
     std::thread threads[] = {
         repeat([&] { m_Scanner->Scan(3, "12345"); }),
         repeat([&] { m_Scanner->SetInterrupt(3, "67890"); }),
-        repeat([&] { m_Scanner->WaitForPackets(1000, 1); }),
+        repeat([&] { m_Scanner->WaitForPackets({.count = 1000, .timeoutMs = 1}); }),
         repeat([&] {
             try {
                 Host host(*m_Scanner);

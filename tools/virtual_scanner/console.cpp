@@ -48,11 +48,18 @@ std::pair<uint8_t, std::string> ParseBarcode(std::string_view text) {
 // What stands behind a backslash for a byte, in pairs of the letter and the byte.
 constexpr std::string_view kSimpleEscapes = "n\nr\rt\ta\ab\bf\fv\v\\\\''\"\"??";
 
-// Takes the digits of a number off the front, at most `most` of them; none at all is an error.
-char TakeDigits(std::string_view& text, size_t most, int base) {
+struct NumberForm {
+    size_t mostDigits;
+    int base;
+};
+constexpr NumberForm kOctal{.mostDigits = 3, .base = 8};
+constexpr NumberForm kHexadecimal{.mostDigits = 2, .base = 16};
+
+// Takes the digits of a number off the front; none at all is an error.
+char TakeDigits(std::string_view& text, const NumberForm& form) {
     unsigned number = 0;
-    const size_t size = std::min(most, text.size());
-    const auto [end, error] = std::from_chars(text.data(), text.data() + size, number, base);
+    const size_t size = std::min(form.mostDigits, text.size());
+    const auto [end, error] = std::from_chars(text.data(), text.data() + size, number, form.base);
     if (error != std::errc{} || number > 255) {
         throw std::invalid_argument("a number from 0 to 255 is needed behind a backslash");
     }
@@ -62,10 +69,10 @@ char TakeDigits(std::string_view& text, size_t most, int base) {
 
 char TakeEscape(std::string_view& text) {
     if (text.empty()) throw std::invalid_argument("nothing stands behind the last backslash");
-    if (text.front() >= '0' && text.front() <= '7') return TakeDigits(text, 3, 8);
+    if (text.front() >= '0' && text.front() <= '7') return TakeDigits(text, kOctal);
     const char letter = text.front();
     text.remove_prefix(1);
-    if (letter == 'x') return TakeDigits(text, 2, 16);
+    if (letter == 'x') return TakeDigits(text, kHexadecimal);
     for (size_t i = 0; i < kSimpleEscapes.size(); i += 2) {
         if (kSimpleEscapes[i] == letter) return kSimpleEscapes[i + 1];
     }

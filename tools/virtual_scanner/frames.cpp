@@ -11,8 +11,7 @@ constexpr uint8_t kMoreBlocks = 0;
 constexpr size_t kSerialFrameData = 4080;
 
 // Blocks that the scanner sends over USB.
-constexpr uint8_t kScanBlockKind = 2;
-constexpr uint8_t kFrameBlockKind = 4;
+enum class BlockKind : uint8_t { Scan = 2, Frame = 4 };
 constexpr size_t kBlockData = 3;  // offset of what both kinds carry
 constexpr size_t kScanBlockRoom = 56;
 constexpr size_t kFrameBlockRoom = kHidBlockSize - kBlockData;
@@ -33,7 +32,7 @@ void Truncate(Pieces& pieces, Fault fault) {
     if (fault == Fault::Truncate) pieces.back().resize(pieces.back().size() / 2);
 }
 
-std::string Block(uint8_t kind, uint8_t count, std::string_view bytes) {
+std::string Block(BlockKind kind, uint8_t count, std::string_view bytes) {
     std::string block(kHidBlockSize, '\0');
     block[0] = static_cast<char>(kHidReportId);
     block[1] = static_cast<char>(kind);
@@ -44,7 +43,7 @@ std::string Block(uint8_t kind, uint8_t count, std::string_view bytes) {
 
 std::string ScanBlock(uint8_t codeType, std::string_view data, bool more, Fault fault) {
     const size_t count = fault == Fault::Length ? kScanBlockRoom + 1 : data.size();
-    std::string block = Block(kScanBlockKind, static_cast<uint8_t>(count), data);
+    std::string block = Block(BlockKind::Scan, static_cast<uint8_t>(count), data);
     block[kScanBlockType] = static_cast<char>(codeType);
     block[kScanBlockMore] = more ? '\1' : '\0';
     return block;
@@ -116,7 +115,7 @@ Pieces UsbFrame(std::string_view frame, size_t pieceSize, Fault fault) {
     Pieces blocks;
     const size_t room = pieceSize == 0 ? kFrameBlockRoom : std::min(pieceSize, kFrameBlockRoom);
     for (const std::string_view& part : Cut(frame, room)) {
-        blocks.push_back(Block(kFrameBlockKind, static_cast<uint8_t>(part.size()), part));
+        blocks.push_back(Block(BlockKind::Frame, static_cast<uint8_t>(part.size()), part));
     }
     Truncate(blocks, fault);
     return blocks;

@@ -114,7 +114,7 @@ class VirtualScanner::Waiter {
 VirtualScanner::VirtualScanner(ScannerOptions options, ScannerObserver* observer)
     : m_Options(Validated(std::move(options))),
       m_Observer(observer),
-      m_Registration(m_Options.devicesDirectory, RegistrationName(m_Options)) {}
+      m_Registration({.directory = m_Options.devicesDirectory, .name = RegistrationName(m_Options)}) {}
 
 VirtualScanner::~VirtualScanner() {
     Unplug();
@@ -387,8 +387,8 @@ void VirtualScanner::ClearPackets() {
 // ---- Waiting
 // ------------------------------------------------------------------------------------------------------
 
-bool VirtualScanner::WaitForPackets(uint64_t count, uint32_t timeoutMs) {
-    return WaitUntil([&] { return m_PacketCount >= count; }, timeoutMs);
+bool VirtualScanner::WaitForPackets(PacketWait wait) {
+    return WaitUntil([&] { return m_PacketCount >= wait.count; }, wait.timeoutMs);
 }
 
 bool VirtualScanner::WaitForHost(uint32_t timeoutMs) {

@@ -92,8 +92,12 @@ class VirtualScanner {
     // What hosts have sent since the start or the last ClearPackets, the newest 65,536 of them.
     std::vector<HostPacket> Packets() const;
     void ClearPackets();
+    struct PacketWait {
+        uint64_t count;
+        uint32_t timeoutMs;
+    };
     // True as soon as so many have come since then, answered or not; false after the time-out.
-    bool WaitForPackets(uint64_t count, uint32_t timeoutMs);
+    bool WaitForPackets(PacketWait wait);
     // True as soon as a host has the USB device open; over serial links nobody can tell.
     bool WaitForHost(uint32_t timeoutMs);
 

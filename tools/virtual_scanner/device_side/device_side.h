@@ -60,9 +60,13 @@ class DeviceRegistration {
     // The directory of the effective user, where hosts of the same user look, and its owner alone may write.
     static std::string UserDirectory();
 
+    struct Place {
+        std::string directory;
+        std::string name;
+    };
     // Makes the directory where it is missing. Throws std::runtime_error if another running program has the
     // name, or if hosts would not look at the directory since somebody else could write to it.
-    DeviceRegistration(const std::string& directory, const std::string& name);
+    explicit DeviceRegistration(const Place& place);
     ~DeviceRegistration();  // withdraws the device
     DeviceRegistration(const DeviceRegistration&) = delete;
     DeviceRegistration& operator=(const DeviceRegistration&) = delete;

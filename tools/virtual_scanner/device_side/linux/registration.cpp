@@ -36,10 +36,9 @@ void MakePrivateDirectory(const std::string& path) {
     RequirePrivateDirectory(path);
 }
 
-void WriteWholeFile(const std::string& path, const std::string& text) {
+platform::UniqueFd CreateNewFile(const std::string& path) {
     ::unlink(path.c_str());
-    const platform::UniqueFd file(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
-    if (::write(file.Get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) ThrowErrno(path);
+    return platform::UniqueFd(Checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644), path));
 }
 
 // False if the path names another file by now: its owner removed it between our opening and our locking.
@@ -56,11 +55,11 @@ std::string DeviceRegistration::UserDirectory() {
 }
 
 struct DeviceRegistration::Impl {
-    Impl(const std::string& folder, const std::string& name)
-        : devicePath(folder + "/" + name + ".device"),
-          socketPath(folder + "/" + name + ".socket"),
-          lockName(name + ".lock"),
-          lockPath(folder + "/" + lockName) {
+    explicit Impl(const Place& place)
+        : devicePath(place.directory + "/" + place.name + ".device"),
+          socketPath(place.directory + "/" + place.name + ".socket"),
+          lockName(place.name + ".lock"),
+          lockPath(place.directory + "/" + lockName) {
         TakeName();
     }
     ~Impl() { ::unlink(lockPath.c_str()); }
@@ -95,12 +94,12 @@ void DeviceRegistration::Impl::TakeName() {
     }
 }
 
-DeviceRegistration::DeviceRegistration(const std::string& directory, const std::string& name) {
-    const std::string folder = WithoutFinalSlashes(directory);
+DeviceRegistration::DeviceRegistration(const Place& place) {
+    const std::string folder = WithoutFinalSlashes(place.directory);
     const std::string parent = ParentOf(folder);
     if (!parent.empty()) MakePrivateDirectory(parent);
     MakePrivateDirectory(folder);
-    m_Impl = std::make_unique<Impl>(folder, name);
+    m_Impl = std::make_unique<Impl>(Place{.directory = folder, .name = place.name});
     Withdraw();
 }
 
@@ -115,7 +114,12 @@ const std::string& DeviceRegistration::SocketPath() const {
 void DeviceRegistration::Publish(const DeviceText& text) {
     const std::string& path = m_Impl->devicePath;
     const std::string draft = path + ".new";  // not a name that hosts look at
-    WriteWholeFile(draft, text + "lock=" + m_Impl->lockName + "\n");
+    {
+        const std::string content = text + "lock=" + m_Impl->lockName + "\n";
+        const platform::UniqueFd file = CreateNewFile(draft);
+        const ssize_t written = ::write(file.Get(), content.data(), content.size());
+        if (written != static_cast<ssize_t>(content.size())) ThrowErrno(draft);
+    }
     Checked(::rename(draft.c_str(), path.c_str()), path);
 }
 

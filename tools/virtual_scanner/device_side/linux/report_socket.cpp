@@ -24,18 +24,10 @@ constexpr size_t kLargestMessage = 4096;
 // A host for which there is no descriptor waits in the backlog, and its socket stays ready to be accepted: instead of
 // being polled it is tried again so much later.
 constexpr uint32_t kAcceptAgainMs = 100;
-constexpr int64_t kNsPerMs = 1'000'000;
 
 // Sending and receiving threads both take hosts off the list, so a connection lives as long as one of them
 // uses it.
 using Host = std::shared_ptr<const platform::UniqueFd>;
-
-// What is left of a time-out that began at `start`.
-uint32_t LeftMs(int64_t start, uint32_t timeoutMs) {
-    if (timeoutMs == platform::kNoLimitMs) return platform::kNoLimitMs;
-    const int64_t passedMs = (platform::SystemClock().NowNs() - start) / kNsPerMs;
-    return passedMs < timeoutMs ? timeoutMs - static_cast<uint32_t>(passedMs) : 0;
-}
 
 class ReportSocket final : public DeviceEnd {
   public:
@@ -123,7 +115,7 @@ bool ReportSocket::ReadFrom(const Host& host, std::string& bytes) {
 }
 
 DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs, const platform::StopSignal& stop) {
-    const int64_t start = platform::SystemClock().NowNs();
+    const platform::Countdown patience(platform::SystemClock(), timeoutMs);
     for (;;) {
         bool othersWait = false;
         const std::vector<Host> hosts = AcceptHosts(othersWait);
@@ -133,13 +125,13 @@ DeviceEnd::Received ReportSocket::Receive(std::string& bytes, uint32_t timeoutMs
                                   {static_cast<int>(m_Changed.NativeHandle()), POLLIN, 0},
                                   {othersWait ? -1 : m_Listener.Get(), POLLIN, 0}};
         for (const Host& host : hosts) waits.push_back({host->Get(), POLLIN, 0});
-        const uint32_t leftMs = LeftMs(start, timeoutMs);
+        const uint32_t leftMs = patience.LeftMs();
         const uint32_t waitMs = othersWait ? std::min(leftMs, kAcceptAgainMs) : leftMs;
         const int ready =
             ::poll(waits.data(), waits.size(), waitMs == platform::kNoLimitMs ? -1 : static_cast<int>(waitMs));
         if (ready < 0 && errno != EINTR) return Received::Failed;
         if (ready < 0) continue;
-        if (ready == 0 && LeftMs(start, timeoutMs) == 0) return Received::TimedOut;
+        if (ready == 0 && patience.LeftMs() == 0) return Received::TimedOut;
         if (waits[0].revents != 0) return Received::Stopped;
         for (size_t i = 0; i < hosts.size(); ++i) {
             if (waits[i + 3].revents != 0 && ReadFrom(hosts[i], bytes)) return Received::Bytes;

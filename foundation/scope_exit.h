@@ -1,4 +1,4 @@
-// Runs a step on whichever road a scope is left.
+// Runs a step when a scope is left: by its end, a return or an exception.
 #pragma once
 
 #include <utility>

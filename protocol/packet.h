@@ -14,7 +14,7 @@ enum Opcode : uint8_t {
     OpcodeVersion = 0x7E,       // asks for the version text
     OpcodeQuerySetting = 0xD1,  // asks for the value of a setting
     OpcodeStatisticsD0 = 0xD0,  // its payload isn't logged
-    OpcodeReplyD8 = 0xD8,       // an accepted reply gives the exchange code 1, as that of OpcodeVersion does
+    OpcodeReplyD8 = 0xD8,       // a command that the scanner answers, not a setting
     OpcodeQueryReply = 0xE8,    // a setting's value; ends an exchange whatever its status
     OpcodeBarcode = 0xEE        // to the scanner: barcode frames on or off; from it: barcode data
 };

@@ -121,7 +121,7 @@ ParseResult ParseUsbBuffer(std::string& buffer, ReplyPacket& reply) {
     switch (ByteAt(buffer, kKindOffset)) {
         case kKindPacket: result = ParsePacketBlock(buffer, reply); break;
         case kKindScan: result = ParseScanBlock(buffer, reply); break;
-        default:  // skipped without a word
+        default:  // skipped, with no line in the log
             break;
     }
     if (result != ParseNoFrame) buffer.erase(0, kHidBlockSize);

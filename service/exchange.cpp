@@ -24,9 +24,9 @@ ExchangeOutcome Exchange::Run(const ExchangePlan& plan) {
     return AwaitReply(plan);
 }
 
-// False if it must not go on. Asked after the reset of m_Broken and with the lock held: whoever breaks exchanges off
-// has changed one of these before it asks for the lock, so either the change is seen here or the signal comes after the
-// reset.
+// False if it must not go on. Asked after the reset of m_Broken and with the lock held: whoever breaks
+// exchanges off has changed one of these before it asks for the lock, so either the change is seen here or the
+// signal comes after the reset.
 bool Exchange::Begin(const ExchangePlan& plan) {
     std::lock_guard lock(m_Mutex);
     m_Raw.clear();
@@ -106,7 +106,7 @@ bool Exchange::TakeOneReply(std::string& bytes, uint32_t linkType) {
     ReplyPacket reply;
     const ParseResult result = ParseReceived(linkType, bytes, reply);
     if (result == ParseNotRun) LogWarning("DirectIOEvent Parsing exceptions!");
-    if (reply.opcode == OpcodeBarcode) {  // scanned during the exchange: it ends the wait and is lost
+    if (reply.opcode == OpcodeBarcode) {  // scanned meanwhile: ends the wait; the barcode is dropped
         LogWarning("Reveived a CodeBar During DirectIO. Code", HexOf{reply.parameters});
         if (result == ParseOk && reply.firstParameter == kLastBlock) m_Barcodes.PassLastPart();
         Wake();

@@ -129,7 +129,7 @@ class CScanner : public CDevice, private BarcodeAssembly::Sink {
 
     void RequestStatistics();
 
-    // Of every arbiter call; the device type is the same whatever the link.
+    // Names this handle's link to the arbiter. The device type is DeviceUsb for every kind of link.
     LinkKey Key() const { return {.deviceType = DeviceUsb, .linkType = m_LinkType, .port = m_ComPort}; }
 
   private:

@@ -43,7 +43,7 @@ ResultCode CScanner::EnableLink() {
     return ResultSuccess;
 }
 
-// After a failure at any step, so that the next attempt finds everything as this one has.
+// After a failure at any step: back to the state before the attempt, so that it can be repeated.
 void CScanner::UndoEnabling() noexcept {
     DeviceEventEnable(false);
     if (m_Link == nullptr) return;
@@ -82,8 +82,7 @@ bool CScanner::DeviceCommEnable(bool enable) try {
                                              .owner = this,
                                              .dataCallback = &CScanner::DataCallbackEntry,
                                              .writeLimit = &m_WriteLimit});
-        // A serial port can have the number that stands for the USB link; another handle's link isn't ours to
-        // use.
+        // A serial port can have the number that stands for the USB link; another handle's link isn't ours to use.
         if (m_Link != nullptr && m_Link->Owner() != this) {
             m_Link.reset();
             throw LinkError("Device already in use.");
@@ -130,8 +129,8 @@ void CScanner::StatusChanged(uint32_t& status) {
     status == PowerOnline ? LinkBack() : LinkLost();
 }
 
-// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread, so that thread must not
-// wait for it blindly. True with the lock held and the service one that may act; false if it is being taken down.
+// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread. Waiting for the lock without
+// a way out, that thread would never end. True with the lock held and the service one that may act; false if it is being taken down.
 bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) {
     while (!m_Closing && !lock.try_lock()) {
         if (m_JoiningPowerThread) return false;
@@ -154,8 +153,8 @@ void CScanner::ReopenLink(bool repeated) {
 }
 
 void CScanner::LinkLost() {
-    // Marked first: the disabling then closes the link but leaves it listed, and its power thread, perhaps this one,
-    // goes on.
+    // Marked first: the disabling then closes the link but leaves it listed, and its power thread,
+    // perhaps this one, goes on.
     TheCommArbiter().setReadyToReConnect(Key(), true);
     if (m_Status.Has(StatusEnabled)) DeviceEnable(false);
     m_PowerState = PowerUnknown;  // what a lost scanner shows, also after the link's second report

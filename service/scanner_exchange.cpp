@@ -81,9 +81,7 @@ ResultCode CScanner::DirectIO(int32_t command, const int32_t* data, const char* 
     if (!IsDirectIOCommand(opcode)) return m_ResultCode = ResultIllegal;
     std::string parameters = DecodeBinaryText(text, ConversionMode());
     uint8_t status = 0;
-    if (*data == 0 && !ReadHexCommand(std::string(parameters), parameters, status)) {
-        return m_ResultCode = ResultIllegal;
-    }
+    if (*data == 0 && !ReadHexCommand(std::string(parameters), parameters, status)) return m_ResultCode = ResultIllegal;
     CommandPacket packet(opcode, std::move(parameters), status);
     const ExchangeOutcome outcome = ExchangePacket(packet, kDirectIOTimeoutMs);
     if (outcome.result != ResultSuccess) return outcome.result;

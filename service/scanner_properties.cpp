@@ -97,7 +97,7 @@ struct CScanner::Properties {
         scanner.m_Status.Put(StatusAutoDisable, value != 0);
         return ResultSuccess;
     }
-    // A value without a mode leaves none; coding is decimal then, and reads give 0.
+    // A value that names no mode clears all of them: texts are coded as decimal then, and reads of the property give 0.
     static ResultCode WriteBinaryConversion(CScanner& scanner, int32_t value) {
         constexpr uint32_t kModes[] = {StatusBinaryNone, StatusBinaryNibble, StatusBinaryDecimal};
         scanner.m_Status.Clear(kAllBinaryModes);
@@ -176,8 +176,8 @@ const CScanner::Properties::Row* CScanner::Properties::Find(int32_t number) {
     return nullptr;
 }
 
-// The frame of every read of a number; the value comes from the caller's step, false from which means that there is
-// none.
+// The frame of every read of a number; the value comes from the caller's step, false from which
+// means that there is none.
 template <typename Read>
 ResultCode CScanner::AnswerNumber(int32_t number, int32_t* value, Read read) {
     const Properties::Row* const row = Properties::Find(number);

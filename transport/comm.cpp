@@ -174,7 +174,7 @@ uint32_t CComm::FinishPendingRead(platform::DeviceReader& reader) {
     throw LinkError(WithCode("Error while waiting for data (Code:", finish.error));
 }
 
-// No memory for a line is no reason to lose the block.
+// Without memory for the lines they are left out; the block is still delivered.
 void CComm::LogBlock(const std::string& block) const noexcept try {
     if (block.empty() || !LogWanted(LLInfo)) return;
     const std::string port = "    - Port[" + FormatPortTag(m_PortName);
@@ -213,7 +213,7 @@ void CComm::WriteString(const std::string& bytes) {
 void CComm::StartPowerReporting() {
     std::lock_guard lock(m_PowerThreadMutex);
     if (m_PowerThread.Joinable() || m_PowerThreadEnding || m_PowerThreadBanned) return;
-    m_PowerState = PowerOffOffline;  // unreported: an absent device is no news at the start
+    m_PowerState = PowerOffOffline;  // a device that is absent from the start isn't reported
     m_EndPower.Reset();
     m_PowerRunning = true;
     m_PowerThread = platform::StartThread("quillet-power", [this] { PowerReportingThread(); });
@@ -252,8 +252,7 @@ int32_t CComm::PowerReportingThread() {
     return 0;
 }
 
-// A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never
-// come back.
+// A failure here (no memory, no file descriptors) must not end the polling, or a lost scanner would never come back.
 void CComm::PollPower() noexcept try {
     ReportPowerState(IsDevicePresent() ? PowerOnline : PowerOffOffline);
     AskToReopen();

@@ -83,9 +83,9 @@ class CComm {
     // Closes everything that EnableDevice opened, joining the read thread; ends the power thread too unless
     // the link waits for its device to come back.
     void Reset();
-    // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is
-    // gone, and when the limit of an owner that closes is over. Throws LinkError for a write that was under way and failed; one that is refused at once isn't
-    // reported.
+    // Writes all bytes in one operation, waiting as long as the device takes; ends early when the device is gone, and
+    // when the limit of an owner that closes is over. Throws LinkError for a write that was under way and failed; one
+    // that is refused at once isn't reported.
     void WriteString(const std::string& bytes);
 
     void SetPowerCallbacks(PowerCallback power, ReopenCallback reopen) {
@@ -165,7 +165,7 @@ class CComm {
     std::atomic<uint32_t> m_PowerState{PowerUnknown};
     std::atomic<PowerCallback> m_PowerCallback{nullptr};
     std::atomic<ReopenCallback> m_ReopenCallback{nullptr};
-    std::atomic<bool> m_ReaderLost{false};  // set by the read thread as its last act, and by a reopening that failed
+    std::atomic<bool> m_ReaderLost{false};  // set by the read thread when it ends, and by a reopening that failed
 
     // Of the power thread alone: the attempts to reopen.
     bool m_ReopenAsked = false;
@@ -176,7 +176,7 @@ class CComm {
     // held while joining.
     std::mutex m_PowerThreadMutex;
     platform::Thread m_PowerThread;
-    bool m_PowerThreadEnding = false;  // being joined: the object is empty already, the thread not gone yet
+    bool m_PowerThreadEnding = false;  // m_PowerThread was moved out to be joined, and the thread still runs
     bool m_PowerThreadBanned = false;  // the link is at its end
 };
 

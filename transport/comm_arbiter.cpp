@@ -200,8 +200,8 @@ CCommArbiter::Links CCommArbiter::TakeOut(const void* owner) {
     return taken;
 }
 
-// Threads end without the lock, since a power thread may be waiting for it. What that thread adds before it
-// has ended is found by the next look.
+// Threads end without the lock, since a power thread may be waiting for it. That thread may add a link before it ends,
+// so this repeats until none is left.
 void CCommArbiter::RemoveLinksOf(const void* owner) {
     for (auto links = TakeOut(owner); !links.empty(); links = TakeOut(owner)) {
         for (const std::shared_ptr<CComm>& link : links) link->EndThreads();
@@ -219,7 +219,7 @@ CCommArbiter::Links CCommArbiter::TakeOutAll() {
     while (!lock.owns_lock()) {
         EndRunningWrite();
         platform::TheClock().SleepMs(kRetryLockMs);
-        static_cast<void>(lock.try_lock());  // the loop asks
+        static_cast<void>(lock.try_lock());  // its result is lock.owns_lock()
     }
     return TakeOut(nullptr);
 }

@@ -18,8 +18,8 @@ namespace quillet {
 inline constexpr int32_t kMaxLinks = 132;
 
 // Threads: any thread but a link's read thread. The lock is held across every open, close and write of a link, so a
-// device that stalls a write holds up all of them until it goes on, its poll finds it gone, or its own handle is closed,
-// which gives the write 2 s more.
+// device that stalls a write holds up all of them until it goes on, its poll finds it gone, or its own handle is
+// closed, which gives the write 2 s more.
 class CCommArbiter {
   public:
     // The open link of the key: made and opened, or the listed one, which keeps the setup that it was made with. Empty
@@ -68,13 +68,14 @@ class CCommArbiter {
     static std::shared_ptr<CComm> Usable(const HeldLink& held);
     static std::shared_ptr<CComm> UsableForWrite(const HeldLink& held, const LinkKey& key);
     class WriteMark;
-    // A failure shows in the log alone.
+    // Catches a QuilletError of the write and logs it: callers count such a write as done.
     void RunWrite(CComm& link, const std::function<void()>& write);
     void EndRunningWrite();
 
     std::recursive_mutex m_Mutex;  // guards m_Links, and serialises all use of links
     Links m_Links;
-    std::mutex m_WritingMutex;   // guards m_Writing and keeps the link alive for who looks; taken inside m_Mutex too
+    std::mutex
+        m_WritingMutex;  // guards m_Writing, and while held keeps *m_Writing from its end; taken inside m_Mutex too
     CComm* m_Writing = nullptr;  // the link that a write is under way on
     std::mutex m_ClaimsMutex;    // guards m_ClaimedNames; nothing else is taken inside it
     std::vector<std::string> m_ClaimedNames;

@@ -13,8 +13,7 @@ extern const LinkKind kHidLinkKind;
 
 class HidLink : public CComm {
   public:
-    // Looks up the device's path, once and for all. With no scanner there the path stays empty, and opening
-    // fails.
+    // Looks up the device's path, which the link keeps to its end. With no scanner there it is empty, and opening fails.
     explicit HidLink(LinkSetup setup);
     ~HidLink() override;
 
@@ -30,7 +29,8 @@ class HidLink : public CComm {
     std::string GetLinkText() override { return "USB"; }
 
   private:
-    // Of IsDevicePresent, which the power thread alone asks: what it found last, and the path of the scanner that it saw.
+    // Of IsDevicePresent, which the power thread alone asks: what it found last, and the path of
+    // the scanner that it saw.
     bool m_Present = false;
     std::string m_SeenPath;
 };

@@ -14,8 +14,7 @@ namespace {
 // A scanner needs this long after the opening before it answers.
 constexpr uint32_t kAnswerDelayMs = 500;
 
-// "COM3,SN:1234||", or nothing if no scanner answers on the port. Ends with the handle closed, if it was
-// opened.
+// "COM3,SN:1234||", or nothing if no scanner answers on the port. Ends with the handle closed, if it was opened.
 std::string ProbePort(ScannerObject& object, const PortDescriptor& port) {
     const std::string connection =
         "protocol=virtual serial port,model=KX-7102QD,serialport=" + port.portSerial + ",baudrate=115200";

@@ -24,8 +24,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
     bool ComesBack(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateEnabled; });
     }
-    // A scan right after plugging in may come before the library has noticed; within a second or two one
-    // arrives.
+    // A scan right after plugging in may come before the library has noticed; within a second or two one arrives.
     void ScanUntilReceived(const Handle& handle) {
         static int number = 0;
         const std::string text = "back again " + std::to_string(++number);

@@ -96,8 +96,8 @@ TEST_F(ConnectionTest, ALostScannerShowsUnknownPowerAndComesBack) {
     EXPECT_TRUE(ReachesState(StateEnabled));
 }
 
-// A scanner that goes and comes between two polls, that the system doesn't list, or whose reads fail for want of memory:
-// its link is opened again, and nobody is told.
+// A scanner that goes and comes between two polls, that the system doesn't list, or whose reads fail for want of
+// memory: its link is opened again, and nobody is told.
 TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
     for (const bool listed : {true, false}) {
         if (listed) m_Tree.Plug(VirtualPortDevice(Port()));

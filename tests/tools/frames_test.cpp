@@ -14,8 +14,7 @@ std::string Sample(size_t size) {
     return data;
 }
 
-// The barcode that a host makes of the pieces; each piece must be a frame of its own, and only the last may
-// end it.
+// The barcode that a host makes of the pieces; each piece must be a frame of its own, and only the last may end it.
 std::string Join(const Pieces& pieces, ParseResult (*parse)(std::string&, ReplyPacket&), uint8_t codeType) {
     std::string data;
     for (const std::string& piece : pieces) {

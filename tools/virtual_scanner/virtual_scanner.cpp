@@ -20,8 +20,7 @@ constexpr int64_t kNsPerMs = 1'000'000;
 constexpr uint8_t kStatusRefused = 0x01;
 constexpr char kApplicationVersion[] = "1.00";
 
-// A device keeps its own time: a clock that a host's test puts in place of the system's is none of its
-// business.
+// A device keeps its own time: a clock that a host's test puts in place of the system's is none of its business.
 platform::Clock& DeviceClock() {
     return platform::SystemClock();
 }
@@ -46,12 +45,8 @@ ScannerOptions Validated(ScannerOptions options) {
         throw std::invalid_argument("a serial number is 1 to 40 letters, digits, '-' and '.', not '" +
                                     options.serialNumber + "'");
     }
-    if (options.devicesDirectory.empty()) {
-        options.devicesDirectory = DeviceRegistration::UserDirectory();
-    }
-    if (options.mode > 0777) {
-        throw std::invalid_argument("a mode is made of the nine permission bits of a file");
-    }
+    if (options.devicesDirectory.empty()) options.devicesDirectory = DeviceRegistration::UserDirectory();
+    if (options.mode > 0777) throw std::invalid_argument("a mode is made of the nine permission bits of a file");
     if (!std::filesystem::path(options.devicesDirectory).has_root_directory()) {
         throw std::invalid_argument("hosts know a devices directory by its absolute path, not by '" +
                                     options.devicesDirectory + "'");
@@ -231,8 +226,7 @@ bool VirtualScanner::IsAnswered(const HostPacket& packet) const {
     return packet.valid && packet.opcode != OpcodeBarcode && !m_Behaviour.silent;
 }
 
-// Who has waited for this packet may change the behaviour at once, so how to answer is fixed together with
-// recording.
+// Who has waited for this packet may change the behaviour at once, so how to answer is fixed together with recording.
 std::optional<VirtualScanner::Behaviour> VirtualScanner::Record(const HostPacket& packet) {
     const std::lock_guard lock(m_Mutex);
     m_Packets.push_back(packet);
@@ -258,9 +252,7 @@ void VirtualScanner::TakePacket(Session& session, const HostPacket& packet) {
 
 void VirtualScanner::Answer(Session& session, const HostPacket& packet, const Behaviour& behaviour) {
     if (behaviour.delayMs > 0 && session.stop.Wait(behaviour.delayMs)) return;
-    if (behaviour.interrupt) {
-        SendBarcode(session, behaviour.interrupt->first, behaviour.interrupt->second, Fault::None);
-    }
+    if (behaviour.interrupt) SendBarcode(session, behaviour.interrupt->first, behaviour.interrupt->second, Fault::None);
     const uint8_t opcode = packet.opcode == OpcodeQuerySetting ? +OpcodeQueryReply : packet.opcode;
     const uint8_t status = behaviour.refuse ? kStatusRefused : kReplyAccepted;
     const std::string payload = behaviour.refuse ? std::string(1, '\0') : AnswerPayload(packet);

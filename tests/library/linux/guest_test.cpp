@@ -18,7 +18,8 @@
 #include "support/temp_tree.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-// What an unloaded library has left, and a child of fork can't reach any more, is memory alone, and no leak of these cases.
+// What an unloaded library has left, and a child of fork can't reach any more, is memory alone,
+// and no leak of these cases.
 extern "C" __attribute__((visibility("default"))) const char*
 __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
     return "detect_leaks=0";

@@ -33,9 +33,9 @@ struct ExchangePlan {
 };
 
 // The calling thread sends and sleeps; the read thread gives what it receives to TakeBlock, which recognises the reply
-// and wakes it. This object alone sets StatusExchange, by one atomic step that only one caller can win, and clears it when
-// the rest of the exchange's state is cleared; the read thread sends blocks here while it is set. A block that set out
-// while it was set and finds it cleared in TakeBlock comes from an exchange that has ended, and is dropped.
+// and wakes it. This object alone sets StatusExchange, by one atomic step that only one caller can win, and clears it
+// when the rest of the exchange's state is cleared; the read thread sends blocks here while it is set. A block that set
+// out while it was set and finds it cleared in TakeBlock comes from an exchange that has ended, and is dropped.
 //
 // The lock is held for a moment or for one block, never while something is sent or waited for. Inside it the lock of
 // the BarcodeAssembly may be taken.

@@ -13,7 +13,7 @@ extern const LinkKind kHidLinkKind;
 
 class HidLink : public CComm {
   public:
-    // Looks up the device's path, which the link keeps to its end. With no scanner there it is empty, and opening fails.
+    // Looks up the device's path, which the link then keeps. With no scanner there it is empty, and opening fails.
     explicit HidLink(LinkSetup setup);
     ~HidLink() override;
 

@@ -16,7 +16,8 @@ inline constexpr size_t kMaxQueryReply = 512;
 // Sends bytes and gives the reply: what directIO does, before it looks at the caller's buffer.
 ExchangeOutcome RunDirectIO(CScanner& scanner, std::string bytes, uint32_t timeoutMs);
 
-// Reads the stored result, since the log shows that read. No call returns it: each returns the result of its own exchange.
+// Reads the stored result, since the log shows that read. No call returns it: each returns the result of its own
+// exchange.
 void LogStoredResult(CScanner& scanner);
 
 // Sends a command and gives the reply; nothing if the exchange failed or the reply is too long.

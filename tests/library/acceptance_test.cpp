@@ -4,7 +4,7 @@
 #include "library/library_test.h"
 #include "support/process.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 class AcceptanceTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
@@ -83,4 +83,4 @@ TEST_P(AcceptanceTest, TheApplicationGetsTheSameEverywhere) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -11,7 +11,7 @@
 #include "library/library_test.h"
 #include "support/process.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 std::string RandomBytes(std::mt19937& random, size_t size) {
@@ -143,4 +143,4 @@ TEST_F(ConsumersTest, ThreeShareTheBarcodes) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

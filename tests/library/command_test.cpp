@@ -9,7 +9,7 @@
 #include "foundation/text.h"
 #include "library/library_test.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 using test::HostPacket;
@@ -265,4 +265,4 @@ TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

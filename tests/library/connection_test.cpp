@@ -5,7 +5,7 @@
 #include "library/library_test.h"
 #include "support/process.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 using ConnectionTest = LibraryTest;
@@ -156,4 +156,4 @@ TEST_F(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -8,7 +8,7 @@
 #include "foundation/text.h"
 #include "library/own_devices.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 
 void PrintTo(const Barcode& barcode, std::ostream* out) {
     *out << "result " << barcode.result << ", type " << barcode.type << ", " << barcode.text.size()
@@ -89,4 +89,4 @@ std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info) {
     return ::testing::PrintToString(info.param);
 }
 
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -12,7 +12,7 @@
 
 #include "support/virtual_scanner.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 
 using test::ScannerLink;
 using test::VirtualScanner;
@@ -79,4 +79,4 @@ int Repetitions(const char* variable, int usual);
 
 std::string LinkName(const ::testing::TestParamInfo<ScannerLink>& info);
 
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace quillet::tests {
+namespace quillet::test {
 
 // The directory for virtual scanners, where the library of this process looks.
 std::string DevicesDirectory();
@@ -11,4 +11,4 @@ std::string DevicesDirectory();
 // Number of a serial port that no other test process uses: claims are shared by all of them.
 int OwnPort();
 
-}  // namespace quillet::tests
+}  // namespace quillet::test

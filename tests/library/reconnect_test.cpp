@@ -8,7 +8,7 @@
 #include "library/library_test.h"
 #include "support/process.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -43,7 +43,7 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
         return Eventually([&] {
             if (!kept.empty()) ScanAndWait(*m_Scanner, handle, 3, kept);
             m_Scanner->Unplug();
-            if (tests::Eventually([&] { return handle.State() == ScannerStateOpen; }, 1000)) return true;
+            if (test::Eventually([&] { return handle.State() == ScannerStateOpen; }, 1000)) return true;
             m_Scanner->Plug();
             ScanUntilReceived(handle);
             return false;
@@ -191,4 +191,4 @@ TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

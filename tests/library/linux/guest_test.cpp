@@ -26,7 +26,7 @@ __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
 }
 #endif
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 using GuestTest = LibraryTest;
@@ -158,4 +158,4 @@ TEST_F(GuestTest, AThreadThatWaitsForABarcodeCanBeCancelled) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

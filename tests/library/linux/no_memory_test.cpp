@@ -48,7 +48,7 @@ bool IsFailingThread() {
     std::free(memory);
 }
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 constexpr std::array kThreads = {kCalls, "quillet-read", "QuilletEvents", "quillet-pool", "quillet-power"};
@@ -271,4 +271,4 @@ TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -8,7 +8,7 @@
 
 #include "support/temp_tree.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 // One for the process: the library reads the variable at its first look at the devices.
@@ -55,4 +55,4 @@ std::string DevicesDirectory() {
     return directory.Path("quillet/devices");
 }
 
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -7,7 +7,7 @@
 #include "library/library_test.h"
 #include "support/process.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 namespace {
 
 // Not the library that this test links, which is never unloaded.
@@ -85,4 +85,4 @@ TEST_F(GuestTest, StaysWhileAThreadOfItRuns) {
 }
 
 }  // namespace
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -1,6 +1,6 @@
 #include "library/own_devices.h"
 
-namespace quillet::tests {
+namespace quillet::test {
 
 // The one registry is all processes'; devices of different tests differ by their port.
 std::string DevicesDirectory() {
@@ -12,4 +12,4 @@ int OwnPort() {
     return 100;
 }
 
-}  // namespace quillet::tests
+}  // namespace quillet::test

@@ -129,9 +129,9 @@ void CScanner::StatusChanged(uint32_t& status) {
     status == PowerOnline ? LinkBack() : LinkLost();
 }
 
-// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread. Waiting for the lock with no
-// way out, that thread would never end. True with the lock held and the service one that may act; false if it is being
-// taken down.
+// Whoever closes, releases or disables holds m_EnableMutex while it joins the power thread. Waiting for the lock with
+// no way out, that thread would never end. True with the lock held and the service one that may act; false if it is
+// being taken down.
 bool CScanner::LockForPowerReport(std::unique_lock<std::recursive_mutex>& lock) {
     while (!m_Closing && !lock.try_lock()) {
         if (m_JoiningPowerThread) return false;

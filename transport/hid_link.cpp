@@ -48,7 +48,7 @@ constinit const LinkKind kHidLinkKind = {.linkType = LinkUsbHid,
                                          .frame = &FindFrameInBlocks};
 
 HidLink::HidLink(LinkSetup setup) : CComm(std::move(setup)) {
-    m_Port.linkType = LinkUsbHid;  // whatever the key says
+    m_Port.linkType = LinkUsbHid;     // whatever the key says
     LogInfo("    | ModelNumber:  ");  // no scanner has one
     std::vector<PortDescriptor> found = DiscoveredHidScanners();
     m_Present = !found.empty();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the exported calls do with a handle.
 #pragma once
 

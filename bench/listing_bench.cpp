@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Listing 100 ttys and 100 hidraw nodes, beside libserialport, hidapi and a plain walk that reads the same files. The
 // devices are a tree of files, shown to all of them as /sys in a mount namespace of this process.
 #include <array>

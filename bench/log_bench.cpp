@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One line of the log, beside spdlog's asynchronous logger told to do the same: a file in the same folder, handed to the
 // system after each line. What a line costs its caller and how fast lines reach the file are measured apart.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The road of a barcode from a device to the application, beside what an application's author would write by hand for
 // the same device: a loop of poll and read, and a thread that reads and hands over by a condition variable. All three
 // take turns within one run, so that what else the machine does meets them alike.

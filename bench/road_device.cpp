@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "road_device.h"
 
 #include <algorithm>

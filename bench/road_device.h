@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A HID scanner in a process of its own: what the benchmarks of a barcode's road are measured against.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A setting call from the service to the link, with a device that takes every write at once and keeps nothing: what the
 // library itself costs above the write.
 #include <benchmark/benchmark.h>

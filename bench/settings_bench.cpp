@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a setting code and a setting call cost, without the way to a device: a code should stay under 300 ns,
 // a call under 5 us.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # quillet_layer(<layer> SOURCES <files...> [USES <lower layers...>])
 #
 # One static library a layer, quillet_<layer>. Its headers are included as "<layer>/<header>.h" and are found only

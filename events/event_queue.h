@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event masks of a device, and a thread that delivers stored events. Nothing stores one at present:
 // received data is handled on the read thread of its link, so each pass of the thread finds an empty store.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "events/event_record.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One event of the device model.
 #pragma once
 

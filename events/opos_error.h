@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Failures of the event model.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Changes a few settings of a scanner, reads them back, prints the scanner's serial number, and makes the
  * bytes of a setting code, which needs no scanner.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Opens a scanner and prints each barcode that it reads.
  *

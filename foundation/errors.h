@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The roots of the library's exception tree. Each layer adds its own branches where it raises them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Format: fills values into a text at placeholders, in place of printf. Nothing can overrun or read a wrong type.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log: one file for the process, off until the application asks for it.
 //
 // Every line goes through the functions at the end of this file. They may be called from any thread, never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "foundation/log_file.h"
 
 #include <cstdio>

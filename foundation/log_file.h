@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the log is written, and under which name.
 #pragma once
 

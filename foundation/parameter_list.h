@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The connection string, "key=value,key=value", after parsing.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Paths of the host process, and directories. Both "/" and "\" separate on every system.
 #pragma once
 

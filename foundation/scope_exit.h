@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a step when a scope is left: by its end, a return or an exception.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "foundation/sync.h"
 
 #include "platform/clock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event, semaphore and claim mutex as the service uses them: objects over the platform's, with the result
 // numbers of the exported primitives.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Something to be done later on another thread.
 #pragma once
 

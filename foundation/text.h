@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversions between numbers, bytes and text. A std::string is a string of bytes throughout: it may hold any
 // value, 0 included, and has no encoding. Nothing here looks at the host's locale.
 #pragma once

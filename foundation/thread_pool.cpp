@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "foundation/thread_pool.h"
 
 namespace quillet {

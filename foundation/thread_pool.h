@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A worker that runs tasks in the order of their arrival.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a number of the connection string to an integer.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two codings of binary data in text: every byte survives, and a group that is cut short is refused.
 #include <stdexcept>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every fuzz target needs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a fuzz target once over every file of the folders given. Fails if there is none.
 #include <cstdio>
 #include <filesystem>

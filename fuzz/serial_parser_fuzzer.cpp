@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The byte stream of a serial link. However it is cut into reads, the same frames come out.
 #include <algorithm>
 #include <string>

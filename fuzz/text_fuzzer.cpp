@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts that come from the application: hexadecimal command strings, connection strings, formats.
 #include <algorithm>
 #include <string>

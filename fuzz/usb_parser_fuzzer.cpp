@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Blocks of a USB link, one after the other.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the host that are cancelled.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time, replaceable in tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion between code page 936 and UTF-8 by the system's converter.
 #pragma once
 

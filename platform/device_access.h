@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening, reading and writing devices; replaceable in tests. Error codes are the operating system's own:
 // errno on Linux, the last error on Windows; 0 means none.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The devices that the system shows, by class; replaceable in tests. Looking never opens a device.
 #pragma once
 

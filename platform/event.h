@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events and semaphores of the operating system, usable between any threads of one process.
 #pragma once
 

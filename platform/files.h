@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The few file operations of the log. Paths are as the log tells them: '\' and '/' both separate, on every system.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A mutex that processes share by name: the claim of a port.
 #pragma once
 

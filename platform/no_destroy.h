@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Storage for process-wide objects.
 #pragma once
 

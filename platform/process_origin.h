@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which process made an object, on systems where a process can be copied with everything it holds.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three replaceable services of the system, each one word that tests swap.
 #include <atomic>
 

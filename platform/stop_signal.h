@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A signal that ends waits for a device.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the library, and what is asked about the calling thread.
 #pragma once
 

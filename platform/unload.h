@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The end of the library: unloaded by the host, or with the process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A limit for the writes of a handle that is being closed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protocol/catalogue.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every setting the library can name: its number, its opcode and the form of its parameters. Tables only;
 // read-only and usable from any thread at any time.
 #pragma once

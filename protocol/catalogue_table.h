@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The catalogue's rows, for those who need them at compile time; everybody else asks catalogue.h.
 #pragma once
 

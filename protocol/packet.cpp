@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protocol/packet.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One command to the scanner, one parsed frame from it, and the bytes of both.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes received bytes apart into ReplyPacket records. Pure functions of the caller's buffer and record. Where one throws
 // for want of memory, everything of the record but the payload is filled in already.
 #pragma once

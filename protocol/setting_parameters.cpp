@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protocol/setting_parameters.h"
 
 #include <initializer_list>

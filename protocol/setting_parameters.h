@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameter bytes of setting commands, for the setting calls and the setting codes alike. None is longer than
 // a string keeps in itself, so nothing here allocates or throws.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Code types: the number that comes with each barcode and tells its symbology. Read-only tables.
 #pragma once
 

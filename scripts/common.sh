@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Functions that the scripts of this directory share. To be sourced by bash; defines functions and one variable.
 # shellcheck shell=bash
 

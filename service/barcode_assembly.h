@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Puts barcodes together from the blocks that a link delivers.
 #pragma once
 

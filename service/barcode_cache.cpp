@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/barcode_cache.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The barcodes that wait for the application, oldest first, and the wait for one.
 #pragma once
 

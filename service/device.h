@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a device service of the device model has: state, status, result codes, the claim, the enabling of events.
 #pragma once
 

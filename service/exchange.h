@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One command and its reply, on a link whose only way in is its read thread.
 #pragma once
 

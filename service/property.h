@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers of the service's properties.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/received_frame.h"
 
 #include "foundation/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What barcodes and replies have in common on their way in.
 #pragma once
 

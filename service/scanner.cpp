@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Construction, destruction, sending, and the entries of a link's threads.
 #include "service/scanner.h"
 

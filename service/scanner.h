@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service object behind a ScannerHandle: opened, claimed, enabled; hands out barcodes; runs exchanges.
 #pragma once
 

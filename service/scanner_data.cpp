@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a block of the read thread to an entry of the barcode cache.
 #include <exception>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Enabling and disabling, and what a scanner that goes away and comes back sets off.
 #include <string>
 #include <utility>

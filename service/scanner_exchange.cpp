@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exchanges of raw bytes, of packets and of the device model.
 #include <functional>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Open, claim, release and close.
 #include <exception>
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service's state by numbered properties.
 #include <mutex>
 #include <optional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Statistics and health operations of the device model, which no exported call reaches (docs/architecture.md).
 #include <mutex>
 #include <string>

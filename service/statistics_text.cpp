@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/statistics_text.h"
 
 #include <string_view>

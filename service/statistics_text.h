@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The statistics text of the device model (UPOSStat XML). Pure functions.
 #pragma once
 

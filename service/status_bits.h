@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bits of a device's status word.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One link to one scanner: the open device, its read thread, its power thread, and the way of the bytes out.
 #pragma once
 

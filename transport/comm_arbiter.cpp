@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/comm_arbiter.h"
 
 #include <algorithm>

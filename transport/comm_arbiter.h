@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one place that makes, finds and writes to links, and keeps the names that this process has claimed.
 #pragma once
 

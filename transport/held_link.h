@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an owner keeps of its link.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link over USB HID: everything in blocks of 64 bytes.
 #pragma once
 

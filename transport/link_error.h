@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Failures of links.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a link is named by.
 #pragma once
 

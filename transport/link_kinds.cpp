@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/link_kinds.h"
 
 #include "transport/hid_link.h"

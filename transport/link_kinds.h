@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What differs from one kind of link to the next: a record each, which lies in the kind's own source file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/port_discovery.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which ports and HID devices the machine has, and which of them are scanners of this family. Every call asks
 // the system afresh, opens no device, logs nothing and raises nothing; any thread may call.
 #pragma once

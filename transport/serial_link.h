@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link over a serial port, real or virtual: bytes without any framing.
 #pragma once
 

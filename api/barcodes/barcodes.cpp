@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Barcode retrieval calls.
 #include <optional>
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exchanges behind the exported queries.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The search of all serial ports for scanners.
 #include <cstring>
 #include <mutex>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls that ask the scanner: a setting's value, its serial number.
 #include <cstring>
 #include <string>

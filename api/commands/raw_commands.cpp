@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls that pass on what the application has made itself.
 #include <string>
 #include <utility>

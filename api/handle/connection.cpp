@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handle and connection calls.
 #include <memory>
 #include <mutex>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide side of the library: which handles live, and how everything ends at unload.
 #pragma once
 

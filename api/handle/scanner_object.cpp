@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/handle/scanner_object.h"
 
 namespace quillet {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a ScannerHandle points to, and the frame around every exported call on one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting commands as bytes, for setting codes; no scanner is needed.
 #include <algorithm>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The setting calls that send more than one value byte, or more than one packet.
 #include <string>
 #include <utility>

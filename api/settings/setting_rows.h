@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tables of setting calls: what a row is made of, and the rows for whoever wants to walk over them.
 //
 // The rows stand in truth_settings.inc, choice_settings.inc and number_settings.inc. Each makes one exported

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The threading primitives, for hosts without a platform layer of their own. The library itself doesn't call them.
 #include <limits>
 #include <memory>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Quillet: a library for barcode scanners on USB HID, serial and virtual serial ports.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/claim_folder.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the files of claims lie.
 #pragma once
 

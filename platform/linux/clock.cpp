@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system's clocks.
 #include "platform/clock.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion by the C library's converter.
 #include "platform/code_page.h"
 

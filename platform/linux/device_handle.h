@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's file of one open device, given up as soon as the device is gone.
 #pragma once
 

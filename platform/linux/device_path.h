@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From the path of a device, as discovery tells it, to the file that is opened. A path stands for the same
 // device from plug to plug, while the file behind it changes; so it is looked up at each open:
 //

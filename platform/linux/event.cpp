@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events over a futex, with waits on the monotonic clock. Every barcode is handed over by an event, and with a mutex
 // the woken thread would often have to wait a second time. Semaphores over a mutex and a condition variable.
 #include "platform/event.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One device as a walk finds it.
 #pragma once
 

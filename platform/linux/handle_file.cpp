@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/handle_file.h"
 
 #include <poll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An open device over the kernel's file: what serial ports and HID devices have in common.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the kernel has a HID device: what stands for it from plug to plug, while its node gets a new number.
 #pragma once
 

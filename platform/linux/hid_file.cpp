@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/hid_file.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An open HID device: a hidraw node, or a socket that stands for one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/kernel_devices.h"
 
 #include <algorithm>

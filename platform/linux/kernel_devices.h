@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The serial ports and HID devices that the kernel shows in sysfs. Nothing is opened but sysfs itself.
 // Each may throw LookFailed.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The only file that sees the kernel's own termios: its termios2 takes any speed, and its header can't be
 // included together with the C library's.
 #include "platform/linux/line_settings.h"

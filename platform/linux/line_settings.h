@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The line of a terminal. Each gives 0 or an errno.
 #pragma once
 

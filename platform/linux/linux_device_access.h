@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device access of one set of roots.
 #pragma once
 

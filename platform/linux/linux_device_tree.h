@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device tree of one set of roots.
 #pragma once
 

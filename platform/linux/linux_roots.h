@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the layer looks for devices; a test gives a tree of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A claim is a lock on a file of the claim's name. The file stays for good: removing it would split those who
 // have it open from those who make it anew.
 #include "platform/named_mutex.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/poll_device.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // poll with a limit that interruptions don't stretch.
 #pragma once
 

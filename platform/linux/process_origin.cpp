@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/process_origin.h"
 
 #include <atomic>

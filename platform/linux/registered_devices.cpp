@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/registered_devices.h"
 
 #include <algorithm>

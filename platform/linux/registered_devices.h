@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices that programs register: a file "<name>.device" of key=value lines each, in a directory of devices.
 // The keys: class (serial or hid), port (its name; serial), path (terminal, hidraw node or SOCK_SEQPACKET
 // socket), instance, parent (serial), description, manufacturer, lock. A device is plugged in when its file is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/serial_file.h"
 
 #include <sys/file.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An open serial port.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading directories and small files with few system calls.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 set(quillet_platform_sources
   linux/cancellation.cpp
   linux/claim_folder.cpp

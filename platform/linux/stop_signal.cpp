@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stop signal is an eventfd: readable while it is set.
 #include <poll.h>
 #include <sys/eventfd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the library.
 #include "platform/thread.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/linux/trusted_folder.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Folders and files that nobody but root and this process's own user can have written.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads aren't cancelled on this system.
 #include "platform/cancellation.h"
 

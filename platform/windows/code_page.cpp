@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Conversion by the system's converter, through wide characters.
 #include "platform/code_page.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/windows/device_file.h"
 
 #include "platform/windows/device_reader.h"

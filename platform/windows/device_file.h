@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An open device: a serial port or a HID device, which differ in nothing here.
 #pragma once
 

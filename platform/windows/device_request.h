@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One read or write that goes on while its thread waits.
 #pragma once
 

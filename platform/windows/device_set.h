@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One class of devices, as the device installation functions list it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts and values of one device. What can't be read is empty.
 #pragma once
 

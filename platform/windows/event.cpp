@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events and semaphores are the kernel's own.
 #include "platform/event.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file operations of the log.
 #include "platform/files.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A claim is a mutex of the system, shared by name among the processes of a logon session.
 #include "platform/named_mutex.h"
 

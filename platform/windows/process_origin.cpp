@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes aren't copied on this system.
 #include "platform/process_origin.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/windows/serial_settings.h"
 
 namespace quillet::platform {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The line settings in the system's record.
 #pragma once
 

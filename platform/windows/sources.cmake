@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 set(quillet_platform_sources
   windows/cancellation.cpp
   windows/clock.cpp

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A manual-reset event: unlike one that the first waiter consumes, it can end a read and a write together.
 #include <windows.h>
 #include <system_error>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads of the library. Each holds a reference on the module whose code it runs, so that unloading the library with a
 // scanner still open takes no code away from under it: the module goes when the last of its threads has ended.
 #include "platform/thread.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Debuggers take the name of a thread from an exception that the thread raises.
 #include <windows.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owner of a handle of the system.
 #pragma once
 

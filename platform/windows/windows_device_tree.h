@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device tree of the system.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The waits of getBarCode, on a clock that goes by them alone.
 #include <atomic>
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/fake_link.h"
 
 #include "api/handle_calls.h"

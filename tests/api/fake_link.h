@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A link that keeps what the calls send, in place of the one that a scanner's handle leads to.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting codes: the bytes of each form, what is refused, and what becomes of the caller's buffer.
 #include <cstdint>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // docs/setting-codes.md against what the library does: its table names, for each setting, the bytes and the calls.
 #include <algorithm>
 #include <fstream>

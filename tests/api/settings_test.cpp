@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setting calls against a fake link: the bytes of a sample of each kind, and what all of them must fulfil.
 #include <climits>
 #include <functional>

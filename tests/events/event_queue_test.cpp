@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "events/event_queue.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "foundation/parameter_list.h"
 
 #include <gtest/gtest.h>

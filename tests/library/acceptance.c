@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * An application that does what it is told by lines on its standard input and answers each with one line: what
  * a call gave. Compiled from this one source on every system, it has to give the same answers on each.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One script of scanner and application, whose transcript is the same over each link and on each system.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Barcodes from a scanner to the application.
 #include <algorithm>
 #include <atomic>

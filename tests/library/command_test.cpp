@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings, raw commands, exchanges and queries, as the scanner sees them.
 #include <algorithm>
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Finding, opening, claiming, closing.
 #include <string>
 #include <thread>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "library/library_test.h"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the whole library share: a directory of devices of their own, handles, barcodes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What of the machine a test process has for itself.
 #pragma once
 

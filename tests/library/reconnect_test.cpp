@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A scanner that goes away and comes back, and handles that are closed and destroyed at awkward moments.
 #include <atomic>
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Holds a scanner until it is told to end: a second process for the tests.
  *   scanner_holder <connection string> [leave]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random sequences of what an application and its user do, held against a model. A failure is shrunk to the shortest
 // sequence that shows it. RC_PARAMS gives another seed, more sequences or longer ones, and what a failure says to give:
 //   RC_PARAMS="seed=7 max_success=5000 max_size=200" connection_model_test

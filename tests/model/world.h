@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two scanners, one a link, and an application of two threads with two handles.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes the named mutex of its argument, tells whether it got it, and holds it until its input ends.
 #include <cstdio>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/named_mutex.h"
 
 #include <gtest/gtest.h>

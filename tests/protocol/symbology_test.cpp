@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "protocol/symbology.h"
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "service/barcode_assembly.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A service on devices of the test's own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waiting for other threads in tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices whose every answer a test decides.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices that tests plug in and pull out.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A clock that runs faster than the system's.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bytes as a test writes and prints them: "05 40 04".
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What ends a line of a text file on this system.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads back what the process's log has written.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes, and what this one holds of the system: the same questions on each system.
 #pragma once
 

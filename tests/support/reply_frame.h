@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A reply as a scanner sends it.
 #pragma once
 

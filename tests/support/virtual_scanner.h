@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A scanner without hardware that a test works: the virtual scanner's program, told by its own commands.
 #pragma once
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # check_exports.sh <library> <source directory> <nm> <objdump>
 # Compares what the library exports, what the public header declares and the list of exports; and looks at what
 # the library needs.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The public header and a handful of its calls from plain C, without any scanner. */
 #include <stdio.h>
 #include <string.h>

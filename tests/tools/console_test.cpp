@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtual_scanner/console.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the scanner sends, read back by the host's parsers.
 #include "tools/virtual_scanner/frames.h"
 

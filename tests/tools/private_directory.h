@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A directory of a test's own that nobody else may write to, as directories of devices have to be.
 #pragma once
 

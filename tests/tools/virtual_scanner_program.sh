@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The program's life: its command line, and that it leaves no registration behind however it ends.
 #   virtual_scanner_program.sh <program>
 set -u

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The scanner as a host sees it, through the platform's own access to devices.
 #include "tools/virtual_scanner/virtual_scanner.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/comm.h"
 
 #include <gtest/gtest.h>

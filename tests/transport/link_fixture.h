@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every test of a link needs around it.
 #pragma once
 

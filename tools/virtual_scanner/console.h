@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The line commands of the virtual scanner's program, and the lines that it writes.
 #pragma once
 

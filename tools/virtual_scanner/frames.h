@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bytes that a scanner sends, made as a scanner makes them, and made wrong on request.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes what a host sends apart into packets.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // quillet-virtual-scanner: a barcode scanner without hardware, worked by lines on standard input.
 #include <CLI/CLI.hpp>
 #include <charconv>

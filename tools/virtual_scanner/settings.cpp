@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtual_scanner/settings.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings that a scanner keeps.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtual_scanner/virtual_scanner.h"
 
 #include <algorithm>

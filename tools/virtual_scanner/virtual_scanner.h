@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A scanner without hardware: hosts on this machine find it among their devices, open it, read barcodes from
 // it and configure it.
 #pragma once

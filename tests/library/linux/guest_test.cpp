@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A guest in the host's process: what it leaves to child processes, and how it goes.
 #include <cstdlib>
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // No memory: one allocation fails, at each place in turn. Whatever thread it hits, the host lives on, the call gives a
 // result that is told for it, and what comes next works.
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "library/own_devices.h"
 
 #include <cstdlib>

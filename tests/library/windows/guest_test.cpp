@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A guest in the host's process: how it goes.
 #include <windows.h>
 #include <filesystem>

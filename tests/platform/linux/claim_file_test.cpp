@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The files behind claims.
 #include <filesystem>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What descriptors this process has open.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/device_tree.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <chrono>
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Signals of the host, which the library must neither take nor be disturbed by.
 #include <atomic>
 #include <chrono>

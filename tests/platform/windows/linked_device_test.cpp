@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A serial port with a scanner at its other end.
 #include <windows.h>
 #include <chrono>

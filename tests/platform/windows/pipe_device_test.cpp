@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Named pipes as devices: they show every way that a request can end, without a driver.
 #include <chrono>
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a debugger learns of a thread's name.
 #include <windows.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names its thread, for a debugger to see.
 #include "platform/thread.h"
 

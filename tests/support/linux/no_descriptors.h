@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process that has run out of file descriptors.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices as the registry holds them.
 #pragma once
 

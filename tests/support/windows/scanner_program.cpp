@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Wine starts programs of the system below it as well, and hands a socket on as their standard input and output; pipes
 // it can't. See tests/wine/scanner.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A HID bus for Wine with one device, which is there as long as the terminal at its other end: see tests/wine/scanner.
    Wine's own class driver sits on the device, so that hosts meet it as they meet any HID device. */
 #include "hid_port.h"

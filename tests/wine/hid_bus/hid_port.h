@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What a HID minidriver shares with the class driver, and what else MinGW's headers lack or have wrong. */
 #ifndef QUILLET_HID_PORT_H
 #define QUILLET_HID_PORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands to a program that plays a device. In the library of device_side.h.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The other end of a link: what a program needs that plays a device. Each system's folder here implements it.
 // Failures of the system are thrown as std::system_error, unless said otherwise.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Failures of system calls as exceptions.
 #pragma once
 

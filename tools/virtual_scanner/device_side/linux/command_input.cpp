@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/virtual_scanner/device_side/command_input.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices that programs register: one small file each, in a directory that hosts look into.
 #include <fcntl.h>
 #include <stdexcept>

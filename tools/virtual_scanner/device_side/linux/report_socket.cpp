@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A message socket as a HID device: the device listens, each open of a host is one connection.
 #include <algorithm>
 #include <array>

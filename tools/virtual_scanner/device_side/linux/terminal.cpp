@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A pseudo-terminal as a serial device: the device holds the master, the host opens the slave.
 #include <array>
 #include <fcntl.h>

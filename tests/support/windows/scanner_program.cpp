@@ -77,7 +77,7 @@ void DeleteKeysOfOthers() {
 bool IsHidScannerThere() {
     const auto found = DiscoveredHidScanners();
     return !found.empty() &&
-           platform::WindowsDeviceAccess().Open(found[0].DevicePath, platform::Sharing::Shared).file != nullptr;
+           platform::WindowsDeviceAccess().Open(found[0].devicePath, platform::Sharing::Shared).file != nullptr;
 }
 
 }  // namespace

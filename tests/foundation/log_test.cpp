@@ -55,10 +55,14 @@ class WatchedLog : public LogManager {
         m_Written.notify_all();
     }
 
-    // The lines written so far; waits for `count` of them.
-    Lines Written(size_t count) {
+    void Await(size_t count) {
         std::unique_lock<std::mutex> lock(m_Mutex);
         m_Written.wait_for(lock, std::chrono::seconds(20), [&] { return m_Lines.size() >= count; });
+    }
+    // The lines written so far; waits for `count` of them.
+    Lines Written(size_t count) {
+        Await(count);
+        std::lock_guard<std::mutex> lock(m_Mutex);
         return m_Lines;
     }
 
@@ -145,7 +149,7 @@ TEST(Log, StartsAndStopsUnderFire) {
     for (int i = 0; i < 50; ++i) {
         log.Start();
         log.SetLevel(i % 2 == 0 ? LLInfo : LLAll);
-        log.Written(static_cast<size_t>(i) * 10);
+        log.Await(static_cast<size_t>(i) * 10);
         log.Stop();
     }
     ended = true;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <chrono>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <stdexcept>
 
@@ -11,6 +12,9 @@
 
 namespace quillet::test {
 namespace {
+
+// For an answer and for the end; below the limits of the tests, which are ended without a word.
+constexpr std::chrono::seconds kPatience(20);
 
 std::string Escaped(std::string_view bytes) {
     std::string text;
@@ -62,15 +66,23 @@ VirtualScanner::VirtualScanner(const ScannerOptions& options) : m_Program(option
     try {
         Plug();
     } catch (...) {
-        m_Program.CloseInput();
-        m_Listener.join();
+        End();
         throw;
     }
 }
 
 VirtualScanner::~VirtualScanner() {
     m_Program.Withdraw();
+    End();
+}
+
+void VirtualScanner::End() {
     m_Program.CloseInput();
+    std::unique_lock lock(m_Mutex);
+    const bool ended = m_Changed.wait_for(lock, kPatience, [this] { return m_Ended; });
+    lock.unlock();
+    EXPECT_TRUE(ended) << "the virtual scanner doesn't end";
+    if (!ended) m_Program.Kill();
     m_Listener.join();
 }
 
@@ -124,8 +136,10 @@ void VirtualScanner::Tell(const std::string& command) {
     const std::lock_guard telling(m_TellMutex);
     m_Program.Write(command + "\n");
     std::unique_lock lock(m_Mutex);
-    m_Changed.wait(lock, [this] { return !m_Answers.empty() || m_Ended; });
-    if (m_Answers.empty()) throw std::runtime_error("the virtual scanner has ended");
+    m_Changed.wait_for(lock, kPatience, [this] { return !m_Answers.empty() || m_Ended; });
+    if (m_Answers.empty()) {
+        throw std::runtime_error(command + (m_Ended ? ": the virtual scanner has ended" : ": no answer"));
+    }
     const std::string answer = m_Answers.front();
     m_Answers.pop_front();
     if (answer.starts_with("error")) throw std::runtime_error(command + ": " + answer);

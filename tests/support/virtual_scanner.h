@@ -39,6 +39,7 @@ class ScannerProgram {
     // The next line of its output without its end; empty once it has ended. Read by one thread, beside all the others.
     std::string ReadLine();
     void CloseInput();  // ends the program
+    void Kill();        // ends a read that waits as well, whatever the program does
 
     // Hosts find the scanner that is plugged in from the return of the one to the call of the other.
     void Announce();
@@ -61,7 +62,7 @@ struct HostPacket {
 };
 
 // Calls may come from any thread; one command is under way at a time. They throw std::runtime_error if the scanner
-// refuses or has ended.
+// refuses, has ended or doesn't answer. One that doesn't end with the object fails the test.
 class VirtualScanner {
   public:
     explicit VirtualScanner(const ScannerOptions& options);  // plugged in
@@ -93,6 +94,7 @@ class VirtualScanner {
   private:
     void Tell(const std::string& command);
     void Listen();
+    void End();
 
     ScannerProgram m_Program;
     std::mutex m_TellMutex;      // one command and its answer at a time; taken before m_Mutex

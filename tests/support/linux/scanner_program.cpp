@@ -29,6 +29,10 @@ void ScannerProgram::CloseInput() {
     m_Impl->process.CloseInput();
 }
 
+void ScannerProgram::Kill() {
+    m_Impl->process.Kill();
+}
+
 // It registers itself.
 void ScannerProgram::Announce() {}
 void ScannerProgram::Withdraw() {}

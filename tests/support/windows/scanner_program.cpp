@@ -116,6 +116,12 @@ void ScannerProgram::CloseInput() {
     ::shutdown(m_Impl->socket, SD_SEND);
 }
 
+void ScannerProgram::Kill() {
+    // There is no process to end: its next line ends it. The closing alone doesn't wake a read under Wine.
+    ::shutdown(m_Impl->socket, SD_BOTH);
+    ::CancelIoEx(reinterpret_cast<HANDLE>(m_Impl->socket), nullptr);
+}
+
 void ScannerProgram::Announce() {
     const ScannerOptions& options = m_Impl->options;
     if (options.link == ScannerLink::Usb) {

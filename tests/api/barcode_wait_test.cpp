@@ -99,15 +99,6 @@ TEST_F(BarcodeWaitTest, AWakingForAnothersBarcodeCostsNoTime) {
     EXPECT_EQ(m_Clock.waits, (Waits{100, 70, 40, 10, 100, 70, 40, 10}));  // 120 ms each, as the last one is too long
 }
 
-TEST_F(BarcodeWaitTest, TheEndOfTheHandleEndsAWait) {
-    m_Clock.duringWait = [&] {
-        m_Object.scanner.EndWaits();
-        return 1;
-    };
-    EXPECT_EQ(Take(-1), ResultTimeout);
-    EXPECT_EQ(m_Clock.waits, Waits{platform::kNoLimitMs});
-}
-
 // What an administrator reads of a call: its steps, each once.
 TEST_F(BarcodeWaitTest, TracesItsStepsAsTheyAre) {
     LogReader log;

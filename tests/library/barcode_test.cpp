@@ -60,24 +60,6 @@ TEST_P(BarcodeTest, EachArrivesOnceInOrderByteForByte) {
     EXPECT_EQ(m_Handle.CacheCount(), 0);
 }
 
-TEST_P(BarcodeTest, TheCacheKeepsBarcodesWithTheirTypes) {
-    const struct {
-        uint8_t sent;
-        int32_t received;
-    } types[] = {{28, 28}, {183, 183}, {0, 0}, {42, 0}, {255, 0}};  // unknown ones arrive as 0
-    for (const auto& row : types) ScanAndWait(*m_Scanner, m_Handle, row.sent, "type " + std::to_string(row.sent));
-    // Without a pointer for the type, the barcode's type goes with it all the same.
-    uint8_t buffer[16] = {};
-    int32_t length = 0;
-    EXPECT_EQ(getBarCode(m_Handle, nullptr, buffer, sizeof buffer, &length, 0), ResultSuccess);
-    for (size_t i = 1; i < std::size(types); ++i) {
-        EXPECT_EQ(m_Handle.Take(0),
-                  (Barcode{ResultSuccess, types[i].received, "type " + std::to_string(types[i].sent)}));
-    }
-    EXPECT_EQ(closeScanner(m_Handle), ResultSuccess);
-    EXPECT_EQ(m_Handle.CacheCount(), 0);
-}
-
 TEST_P(BarcodeTest, ABufferMayBeExactlyFullAndLosesWhatDoesNotFit) {
     for (const char* text : {"12345678", "123456789", "1234567"}) ScanAndWait(*m_Scanner, m_Handle, 3, text);
     EXPECT_EQ(m_Handle.Take(0, 8), (Barcode{ResultSuccess, 3, "12345678"}));

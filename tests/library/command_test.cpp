@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Settings, raw commands, exchanges and queries, as the scanner sees them.
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <string>
@@ -53,24 +52,6 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
     Handle m_Handle;
 };
 INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
-
-TEST_P(CommandTest, SettingsReachTheScannerAsItsPackets) {
-    EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
-    EXPECT_EQ(setMSI(m_Handle, 0), ResultSuccess);
-    EXPECT_EQ(setUPC_ACheckBit(m_Handle, 1), ResultSuccess);
-    EXPECT_EQ(setBuzzerTone(m_Handle, 3), ResultBadArgument);
-    EXPECT_EQ(setDecodeTimeOut(m_Handle, 1234), ResultSuccess);
-    EXPECT_EQ(setAnyCharacterReplacement(m_Handle, 'a', 'b', ' ', 'd'), ResultSuccess);
-    EXPECT_EQ(CommandInteraction(m_Handle, "0x04 48,04;00\r\n03|AC"), ResultSuccess);
-    EXPECT_EQ(setScannerPattern(m_Handle, 1), ResultSuccess);
-    const char* expected[] = {"05 40 04 00 0B 01 AA", "06 40 04 00 15 00 00 A0", "06 50 04 00 00 28 00 7D",
-                              "04 44 04 00 0C A7",    "05 76 04 00 0B 61 14",    "05 76 04 00 0C 62 12",
-                              "04 48 04 00 03 AC",    "04 EE 04 00 01 08"};
-    ASSERT_TRUE(m_Scanner->WaitForPackets(std::size(expected), kPatienceMs));
-    const std::vector<HostPacket> packets = m_Scanner->Packets();
-    ASSERT_EQ(packets.size(), std::size(expected));
-    for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(ToHexText(packets[i].wire), expected[i]);
-}
 
 TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
     constexpr int kCalls = 250;
@@ -147,7 +128,6 @@ TEST_P(CommandTest, ExchangesEndAsTold) {
     EXPECT_EQ(Exchange("05 40 04 00 0B 01 AA", 100).result, ResultTimeout);
     EXPECT_GE(MonotonicMs() - start, 395);  // 300 of delay and 100 of waiting
     m_Scanner->SetSilent(false);
-    EXPECT_EQ(Exchange("04 7E 04 00 00 79", 2000).text.substr(0, 3), "SN:");
 }
 
 TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
@@ -172,42 +152,6 @@ TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
         }
         EXPECT_EQ(barcode, (Barcode{ResultSuccess, 28, text}));
     }
-}
-
-TEST_P(CommandTest, ExchangesEndWhenTheScannerOrTheHandleGoes) {
-    // Not any packet: that of the connecting may come only now.
-    const auto exchangeIsOut = [&] {
-        return Eventually([&] {
-            const auto packets = m_Scanner->Packets();
-            return std::any_of(packets.begin(), packets.end(),
-                               [](const auto& packet) { return packet.opcode == 0x7E; });
-        });
-    };
-    m_Scanner->SetSilent(true);
-    std::thread closing([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", 60'000).result, ResultTimeout); });
-    ASSERT_TRUE(exchangeIsOut());
-    const int64_t start = MonotonicMs();
-    EXPECT_EQ(closeScanner(m_Handle), ResultSuccess);
-    closing.join();
-    EXPECT_LT(MonotonicMs() - start, 20'000);  // of the 60 s that it may take
-
-    ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
-    m_Scanner->ClearPackets();
-    std::thread unplugging([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
-    ASSERT_TRUE(exchangeIsOut());
-    m_Scanner->Unplug();
-    unplugging.join();
-    // One that goes before the first look at the devices isn't missed; the state says nothing then.
-    m_Scanner->Plug();
-    m_Scanner->SetSilent(false);
-    ASSERT_TRUE(Eventually([&] { return Exchange("04 7E 04 00 00 79", 100).result == ResultSuccess; }));
-
-    m_Scanner->SetSilent(true);
-    m_Scanner->ClearPackets();
-    std::thread destroying([&] { EXPECT_EQ(Exchange("04 7E 04 00 00 79", -1).result, ResultTimeout); });
-    ASSERT_TRUE(exchangeIsOut());
-    m_Handle.Destroy();
-    destroying.join();
 }
 
 using PortProbeTest = LibraryTest;

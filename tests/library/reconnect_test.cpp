@@ -56,50 +56,6 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
 INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
                          LinkName);
 
-TEST_P(ReconnectTest, AScannerComesBackByItself) {
-    Handle handle;
-    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(Lose(handle, "before " + std::to_string(round)));
-        EXPECT_EQ(setCode39(handle, 1), ResultSuccess);  // the link is known, the write goes nowhere
-        EXPECT_EQ(setScannerPattern(handle, 1), ResultDisabled);
-        m_Scanner->ClearPackets();
-        m_Scanner->Plug();
-        ASSERT_TRUE(ComesBack(handle));
-        ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
-        EXPECT_EQ(m_Scanner->Packets()[0].opcode, 0xEE);  // barcode frames off, as at each connecting
-        m_Scanner->Scan(3, "after");
-        EXPECT_EQ(handle.Take().text, "before " + std::to_string(round));  // kept through the loss
-        EXPECT_EQ(handle.Take().text, "after");
-    }
-}
-
-TEST_P(ReconnectTest, ALostScannerCanBeClosedReopenedAndDestroyed) {
-    Handle handle;
-    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
-    ASSERT_TRUE(Lose(handle));
-    EXPECT_EQ(closeScanner(handle), ResultSuccess);
-    EXPECT_EQ(handle.State(), ScannerStateClosed);
-    m_Scanner->Plug();
-    std::this_thread::sleep_for(milliseconds(300));
-    EXPECT_EQ(handle.State(), ScannerStateClosed);  // a closed handle doesn't come back
-
-    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
-    ASSERT_TRUE(Lose(handle));
-    EXPECT_EQ(openScanner(handle, Connection()), ResultNoHardware);  // gives up the lost one first
-    EXPECT_EQ(handle.State(), ScannerStateClosed);
-    m_Scanner->Plug();
-    ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
-    ASSERT_TRUE(Lose(handle));
-    handle.Destroy();
-    m_Scanner->Plug();
-
-    Handle next;
-    ASSERT_EQ(openScanner(next, Connection()), ResultSuccess);
-    m_Scanner->Scan(3, "next");
-    EXPECT_EQ(next.Take().text, "next");
-}
-
 constexpr int kLeakCycles = 20;
 
 // A host may make a handle for each of its transactions.

@@ -34,15 +34,6 @@ class ExchangeTest : public ::testing::Test, BarcodeAssembly::Sink {
     Exchange m_Exchange{m_Status, m_Barcodes};
 };
 
-TEST_F(ExchangeTest, OthersDoNotComeIn) {
-    const ExchangeOutcome outcome = Run([&] {
-        EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
-        Answer(kVersionReply);
-    });
-    EXPECT_EQ(outcome.result, ResultSuccess);
-    EXPECT_EQ(outcome.reply, "ABC");
-}
-
 // Neither a late reply nor parts from before it are joined to what comes next.
 TEST_F(ExchangeTest, LeavesNothingBehind) {
     m_Barcodes.TakeBlock(Frame(0xEE, 3, std::string("\0a", 2)), LinkVirtualSerial);

@@ -5,29 +5,23 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "fuzz_input.h"
 
-namespace {
-
-int Replay(const std::filesystem::path& folder) {
-    int files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        std::printf("%s: %zu bytes\n", entry.path().filename().string().c_str(), bytes.size());
-        std::fflush(stdout);  // names the file that a crash ends at
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-        ++files;
-    }
-    return files;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     int files = 0;
-    for (int i = 1; i < argc; ++i) files += Replay(argv[i]);
+    for (int i = 1; i < argc; ++i) {
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+            const std::vector<uint8_t> bytes(text.begin(), text.end());  // no larger than it must be
+            std::printf("%s: %zu bytes\n", entry.path().filename().string().c_str(), bytes.size());
+            std::fflush(stdout);  // names the file that a crash ends at
+            LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+            ++files;
+        }
+    }
     if (files == 0) std::fputs("no corpus file was found\n", stderr);
     return files == 0 ? 1 : 0;
 }

@@ -2,6 +2,7 @@
 // The byte stream of a serial link. However it is cut into reads, the same frames come out.
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fuzz_input.h"
@@ -54,9 +55,9 @@ Outcome ParseInChunks(std::string_view stream, size_t chunkSize) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
-    const fuzz::ExactInput input(data + 1, size - 1);
-    const Outcome whole = ParseInChunks(input.View(), std::max<size_t>(input.View().size(), 1));
-    const Outcome cut = ParseInChunks(input.View(), data[0] % 64u + 1u);
+    const std::string_view input = fuzz::Text(data + 1, size - 1);
+    const Outcome whole = ParseInChunks(input, std::max<size_t>(input.size(), 1));
+    const Outcome cut = ParseInChunks(input, data[0] % 64u + 1u);
     fuzz::Require(whole.frames == cut.frames && whole.raised == cut.raised && whole.buffer == cut.buffer);
     return 0;
 }

@@ -2,6 +2,7 @@
 // Texts that come from the application: hexadecimal command strings, connection strings, formats.
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/errors.h"
@@ -51,10 +52,10 @@ void CheckFormat(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const fuzz::ExactInput input(data, size);
-    CheckHexText(input.View());
-    CheckSplit(input.View());
-    CheckParameters(input.View());
-    CheckFormat(input.View());
+    const std::string_view input = fuzz::Text(data, size);
+    CheckHexText(input);
+    CheckSplit(input);
+    CheckParameters(input);
+    CheckFormat(input);
     return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Blocks of a USB link, one after the other.
 #include <string>
+#include <string_view>
 
 #include "fuzz_input.h"
 #include "protocol/reply_parser.h"
@@ -32,14 +33,14 @@ bool ParseOne(std::string& buffer) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const fuzz::ExactInput input(data, size);
+    const std::string_view input = fuzz::Text(data, size);
     ReplyPacket reply;
     try {
-        ParseFrame(input.View(), reply);
+        ParseFrame(input, reply);
     } catch (const ParseError&) {
         fuzz::Require(reply.length == 1 || reply.length == 2);
     }
-    std::string buffer(input.View());
+    std::string buffer(input);
     while (ParseOne(buffer)) {
     }
     return 0;

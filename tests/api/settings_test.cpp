@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Setting calls with a fake in place of the link that they end in: the bytes of a sample of each kind, what all of them
 // must fulfil, and the table of docs/setting-codes.md.
+#include <algorithm>
 #include <climits>
-#include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -25,9 +25,8 @@ namespace quillet {
 namespace {
 
 struct FakeLink {
-    std::vector<std::string> sent;   // wire forms
-    std::deque<ResultCode> results;  // of the next sendings; then lastResult
-    ResultCode lastResult = ResultSuccess;
+    std::vector<std::string> sent;                   // wire forms
+    std::vector<ResultCode> results{ResultSuccess};  // of the sendings since the last look; the last one stays
 } g_Link;
 
 }  // namespace
@@ -35,10 +34,7 @@ struct FakeLink {
 // Takes a null handle too: the calls are to refuse it before.
 int32_t SendOnHandle(void*, CommandPacket& packet) noexcept {
     g_Link.sent.push_back(ToWireBytes(packet));
-    if (g_Link.results.empty()) return g_Link.lastResult;
-    const ResultCode result = g_Link.results.front();
-    g_Link.results.pop_front();
-    return result;
+    return g_Link.results[std::min(g_Link.sent.size(), g_Link.results.size()) - 1];
 }
 
 namespace test {
@@ -79,11 +75,11 @@ TEST_F(SettingsTest, TruthValuesAreOneByte) {
         if (inverted.contains(setting.name)) off.swap(on);
 
         EXPECT_EQ(setting.call(nullptr, 1), ResultBadArgument);
-        g_Link.lastResult = ResultSuccess;
+        g_Link.results = {ResultSuccess};
         EXPECT_EQ(setting.call(m_Handle, 0), ResultSuccess);
         const std::string sent = TakeSent();
         EXPECT_TRUE(sent.ends_with(off)) << sent;
-        g_Link.lastResult = ResultNoExist;
+        g_Link.results = {ResultNoExist};
         EXPECT_EQ(setting.call(m_Handle, 0x80), ResultNoExist);
         EXPECT_EQ(TakeSent(), sent.substr(0, sent.size() - off.size()) + on);
     }
@@ -159,10 +155,10 @@ TEST_F(SettingsTest, CallsOfSeveralArguments) {
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.sent);
         EXPECT_EQ(sample.call(nullptr), ResultBadArgument);
-        g_Link.lastResult = ResultSuccess;
+        g_Link.results = {ResultSuccess};
         EXPECT_EQ(sample.call(m_Handle), ResultSuccess);
         EXPECT_EQ(TakeSent(), sample.sent);
-        g_Link.lastResult = ResultNoExist;
+        g_Link.results = {ResultNoExist};
         EXPECT_EQ(sample.call(m_Handle), sample.withoutALink);
         EXPECT_EQ(TakeSent(), sample.sent);
     }
@@ -196,7 +192,7 @@ TEST_F(SettingsTest, EveryNumberIsEitherSentInOnePacketOrRefused) {
         for (const int32_t value : values) {
             SCOPED_TRACE(std::string(setting.name) + ' ' + std::to_string(value));
             ASSERT_EQ(setting.call(nullptr, value), ResultBadArgument);
-            g_Link.lastResult = ResultSuccess;
+            g_Link.results = {ResultSuccess};
             const ResultCode result = setting.call(m_Handle, value);
             ASSERT_EQ(g_Link.sent.size(), result == ResultSuccess ? 1u : 0u);
             if (result != ResultSuccess) {
@@ -208,7 +204,7 @@ TEST_F(SettingsTest, EveryNumberIsEitherSentInOnePacketOrRefused) {
             // Only the value, the last parameter, may differ between two packets of a call.
             if (command.empty()) command = sent.substr(0, sent.size() - 2);
             ASSERT_EQ(sent, command + sent.substr(sent.size() - 2));
-            g_Link.lastResult = ResultNoExist;
+            g_Link.results = {ResultNoExist};
             ASSERT_EQ(setting.call(m_Handle, value), withoutALink);
             ASSERT_EQ(TakeSent(), sent);
             ++accepted;

@@ -3,6 +3,7 @@
 #include "protocol/packet.h"
 
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,8 @@ std::string ScanBlock(uint8_t size, uint8_t codeType, uint8_t more) {
 // What the parser makes of a frame: length, opcode, status and first parameter, and the other parameters.
 std::string Told(const ReplyPacket& reply) {
     const uint8_t head[] = {reply.opcode, reply.status, reply.firstParameter};
-    return std::to_string(reply.length) + ": " + Hex(head, sizeof head) + "/" + Hex(reply.parameters);
+    const std::string bytes(std::begin(head), std::end(head));
+    return std::to_string(reply.length) + ": " + Hex(bytes) + "/" + Hex(reply.parameters);
 }
 
 const std::string kUntouched = "0: 00 82 00/";
@@ -64,12 +66,8 @@ TEST(Packet, WireBytes) {
 }
 
 TEST(Packet, ReplyChecksumCountsTheFirstParameterEvenWithoutPayload) {
-    ReplyPacket reply;
-    reply.length = 0x0103;
-    reply.opcode = 0x40;
-    reply.source = 4;
-    reply.status = 0x80;
-    reply.firstParameter = 255;
+    ReplyPacket reply{
+        .length = 0x0103, .opcode = 0x40, .source = 4, .status = 0x80, .firstParameter = 255, .parameters = ""};
     reply.checksum = static_cast<uint8_t>(~(1 + 3 + 0x40 + 4 + 0x80 + 255));
     EXPECT_TRUE(VerifyChecksum(reply));
     reply.parameters.assign(1, '\xff');

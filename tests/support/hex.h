@@ -12,9 +12,6 @@ namespace quillet::test {
 inline std::string Hex(std::string_view bytes) {
     return ToHexText(bytes);
 }
-inline std::string Hex(const uint8_t* bytes, size_t size) {
-    return ToHexText({reinterpret_cast<const char*>(bytes), size});
-}
 inline std::string FromHex(std::string_view text) {
     return ParseHexText(text);
 }

@@ -2,7 +2,7 @@
 #include "events/event_queue.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,19 +10,10 @@
 #include "support/eventually.h"
 #include "support/log_reader.h"
 
-namespace quillet {
+namespace quillet::test {
 namespace {
 
-template <typename Error, typename Operation>
-std::string TextOfError(Operation operation) {
-    try {
-        operation();
-    } catch (const Error& error) {
-        EXPECT_EQ(error.Code(), 0u);
-        return error.what();
-    }
-    return "nothing raised";
-}
+using ::testing::ThrowsMessage;
 
 TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     EventRecord record;
@@ -30,8 +21,8 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
     uint32_t number = 7;
     std::string_view data = "untouched";
     record.SetStatusUpdate(2001);
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetData(number, data); }), "Invalid Data Event");
-    EXPECT_EQ(TextOfError<OposEventError>([&] { record.GetDirectIO(number, data); }), "Invalid DirectIO Event");
+    EXPECT_THAT([&] { record.GetData(number, data); }, ThrowsMessage<OposEventError>("Invalid Data Event"));
+    EXPECT_THAT([&] { record.GetDirectIO(number, data); }, ThrowsMessage<OposEventError>("Invalid DirectIO Event"));
     EXPECT_EQ(number, 7u);
     EXPECT_EQ(data, "untouched");
     record.GetStatusUpdate(number);
@@ -41,15 +32,15 @@ TEST(EventRecordTest, IsReadAsWhatItIsAlone) {
 TEST(EventQueueTest, RefusesMasksBeyondTheEventTypes) {
     EventQueue queue;
     queue.SetEnabledEvents(EventAll);
-    EXPECT_EQ(TextOfError<OposQueueError>([&] { queue.SetEnabledEvents(32); }),
-              "Invalid event type passed to SetEnabledEvents.");
+    EXPECT_THAT([&] { queue.SetEnabledEvents(32); },
+                ThrowsMessage<OposQueueError>("Invalid event type passed to SetEnabledEvents."));
     EXPECT_EQ(queue.GetEnabledEvents(), 31);
     queue.ChangeEnabledEvents(0, EventData);
     EXPECT_EQ(queue.GetEnabledEvents(), 30);
 }
 
 TEST(EventQueueTest, EachSettingIsOnePassAsTheLogShows) {
-    test::LogReader log;
+    LogReader log;
     EventQueue queue;
     queue.SetEnabledEvents(EventAll);
     queue.ChangeEnabledEvents(0, 0);  // also one that changes nothing
@@ -58,7 +49,7 @@ TEST(EventQueueTest, EachSettingIsOnePassAsTheLogShows) {
         const std::vector<std::string> lines = log.Take();
         return passes += std::count(lines.begin(), lines.end(), "LLInfo\t\t:Cache Count All after pop : 0");
     };
-    EXPECT_TRUE(test::Eventually([&] { return count() >= 2; }));
+    EXPECT_TRUE(Eventually([&] { return count() >= 2; }));
     queue.EndThread();
     EXPECT_EQ(count(), 2);
 }
@@ -73,4 +64,4 @@ TEST(EventQueueTest, EndsAtAnyMoment) {
 }
 
 }  // namespace
-}  // namespace quillet
+}  // namespace quillet::test

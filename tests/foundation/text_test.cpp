@@ -2,12 +2,15 @@
 // Texts: conversions, formats, paths and the connection string.
 #include "foundation/text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 #include <locale>
+#include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "foundation/errors.h"
@@ -181,6 +184,42 @@ TEST(ParameterList, ReadsNumbersAsTheClassicLocaleDoes) {
         EXPECT_EQ(list.GetNumber("m", -7), -7);
     }
     std::locale::global(before);
+}
+
+// Bytes of any kind, mostly those that mean something, with none behind them that could be read in silence.
+TEST(AnyText, GoesThroughEachConversion) {
+    const std::string_view meaningful = "0x19aF,,,;|= \r\n%%%dlfsxc.+-e";
+    std::mt19937 random(1);
+    for (int i = 0; i < 20'000; ++i) {
+        std::vector<char> bytes(random() % 24);
+        for (char& byte : bytes) {
+            const auto number = random();
+            byte = number % 5 == 0 ? static_cast<char>(number >> 8) : meaningful[(number >> 8) % meaningful.size()];
+        }
+        const std::string_view text(bytes.data(), bytes.size());
+        SCOPED_TRACE(ToHexText(text));
+        ASSERT_LE(ParseHexText(text).size(), text.size() / 2);
+        ASSERT_EQ(ParseHexText(ToHexText(text)), text);
+        ASSERT_GE(ToAsciiText(text).size(), text.size());
+        ASSERT_TRUE(FindPlaceholder(text).size != 0 || Format(text, 12345) == text);
+        ASSERT_LE(Format(text, text, -1, 'c', text).size(), 3 * text.size() + 20);
+
+        ParameterList list;
+        list.Parse(text);
+        std::string joined;
+        for (const std::string& piece : Split(text, ',')) {
+            joined += piece + ',';
+            if (std::count(piece.begin(), piece.end(), '=') != 1) continue;
+            const std::string key = ToLowerAscii(piece.substr(0, piece.find('=')));
+            ASSERT_EQ(list.Find(key).key, key);
+            try {
+                list.GetNumber(key, 0);
+                ASSERT_NE(list.GetString(key, "").find_first_of("0123456789"), std::string::npos);
+            } catch (const StringError&) {  // no number there
+            }
+        }
+        ASSERT_EQ(joined, text.empty() ? "" : std::string(text) + ',');
+    }
 }
 
 }  // namespace

@@ -247,7 +247,7 @@ TEST_F(SettingsTest, ThePageListsEachSettingWithItsCalls) {
         std::string names = named.contains(row.id) ? "`" + named.at(row.id) + "`" : "";
         for (const auto& [name, command] : calls) {
             if (row.form == CommandForm::None || named.contains(row.id) || command != sent) continue;
-            names += (names.empty() ? "`" : ", `") + name + "`";
+            names.append(names.empty() ? "`" : ", `").append(name).append("`");
             unlisted.erase(name);
         }
         const std::string form(1, "-VSLPH"[static_cast<size_t>(row.form)]);

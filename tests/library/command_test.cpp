@@ -160,17 +160,17 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     Handle handle;
     uint8_t buffer[128] = {};
     int32_t length = -1;
-    auto first = NewScanner(ScannerLink::VirtualSerial, Port() - 60, "1234");
-    auto second = NewScanner(ScannerLink::VirtualSerial, Port() - 30, "5678");
-    auto silent = NewScanner(ScannerLink::Serial, Port(), "9999");
+    auto first = NewScanner(ScannerLink::VirtualSerial, kPort - 60, "1234");
+    auto second = NewScanner(ScannerLink::VirtualSerial, kPort - 30, "5678");
+    auto silent = NewScanner(ScannerLink::Serial, kPort, "9999");
     silent->SetSilent(true);
     ASSERT_EQ(getSerialPortDevice(handle, sizeof buffer, buffer, &length), ResultSuccess);
     const std::string text(buffer, buffer + length);
     const auto entry = [](int port, const char* number) {
         return "COM" + std::to_string(port) + ",SN:" + number + "||";
     };
-    EXPECT_NE(text.find(entry(Port() - 60, "1234") + entry(Port() - 30, "5678")), std::string::npos) << text;
-    EXPECT_EQ(text.find("COM" + std::to_string(Port()) + ","), std::string::npos) << text;
+    EXPECT_NE(text.find(entry(kPort - 60, "1234") + entry(kPort - 30, "5678")), std::string::npos) << text;
+    EXPECT_EQ(text.find("COM" + std::to_string(kPort) + ","), std::string::npos) << text;
     EXPECT_EQ(handle.State(), ScannerStateClosed);
     first->Unplug();
     silent->Unplug();
@@ -178,18 +178,18 @@ TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
     EXPECT_EQ(buffer[0], 0);
 
     second->ClearPackets();
-    const std::string connection = "protocol=virtual serial port,serialport=" + std::to_string(Port() - 30);
+    const std::string connection = "protocol=virtual serial port,serialport=" + std::to_string(kPort - 30);
     EXPECT_EQ(PortCommandInteraction(handle, connection.c_str(), "AA BB,CC"), ResultSuccess);
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
 }
 
 TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
-    auto slowOne = NewScanner(ScannerLink::VirtualSerial, Port() - 60, "1111");
-    auto other = NewScanner(ScannerLink::Serial, Port(), "2222");
+    auto slowOne = NewScanner(ScannerLink::VirtualSerial, kPort - 60, "1111");
+    auto other = NewScanner(ScannerLink::Serial, kPort, "2222");
     slowOne->SetSilent(true);
     Handle first;
     Handle second;
-    const std::string slowConnection = "protocol=virtual serial port,serialport=" + std::to_string(Port() - 60);
+    const std::string slowConnection = "protocol=virtual serial port,serialport=" + std::to_string(kPort - 60);
     ASSERT_EQ(openScanner(first, slowConnection.c_str()), ResultSuccess);
     ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
     slowOne->ClearPackets();

@@ -32,7 +32,7 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     }
     const size_t handles = test::HandleCount();
     Handle handle;
-    const std::string port = std::to_string(Port());
+    const std::string port = std::to_string(kPort);
     const std::string serial = "protocol=serial port,serialport=" + port;
     const std::string virtualSerial = "protocol=virtual serial port,serialport=" + port;
     const struct {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "foundation/text.h"
-#include "library/own_devices.h"
 
 namespace quillet::test {
 
@@ -42,18 +41,12 @@ Barcode Handle::Take(int64_t timeoutMs, int32_t bufferSize) const {
     return barcode;
 }
 
-LibraryTest::LibraryTest() : m_DevicesDirectory(DevicesDirectory()) {}
-
-int LibraryTest::Port() {
-    return OwnPort();
-}
-
 std::unique_ptr<VirtualScanner> LibraryTest::NewScanner(ScannerLink link, int port, const std::string& serialNumber) {
-    return std::make_unique<VirtualScanner>(test::ScannerOptions{link, port, serialNumber, m_DevicesDirectory});
+    return std::make_unique<VirtualScanner>(ScannerOptions{link, port, serialNumber});
 }
 
 std::string LibraryTest::ConnectionOf(ScannerLink link) {
-    const std::string port = std::to_string(Port());
+    const std::string port = std::to_string(kPort);
     switch (link) {
         case ScannerLink::Usb: return "protocol=usb";
         case ScannerLink::VirtualSerial: return "protocol=virtual serial port,serialport=" + port;

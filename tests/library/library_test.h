@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the tests of the whole library share: a directory of devices of their own, handles, barcodes.
+// What the tests of the whole library share: handles, scanners, barcodes.
 #pragma once
 
 #include <cstdint>
@@ -51,19 +51,14 @@ class Handle {
     ScannerHandle m_Handle;
 };
 
-// The devices of a test process are its own, where the system allows that.
+inline constexpr int kPort = 100;
+
 class LibraryTest : public ::testing::Test {
   protected:
-    LibraryTest();
-
     // Plugged in.
-    std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, int port = Port(),
-                                               const std::string& serialNumber = "1234567890");
+    static std::unique_ptr<VirtualScanner> NewScanner(ScannerLink link, int port = kPort,
+                                                      const std::string& serialNumber = "1234567890");
     static std::string ConnectionOf(ScannerLink link);
-    // Number of a serial port that no other test process uses: claims are shared by all of them.
-    static int Port();
-
-    const std::string m_DevicesDirectory;
 };
 
 // Scans one barcode and waits until it is in the cache. Over a serial line two that follow each other too

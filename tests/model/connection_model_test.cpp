@@ -13,14 +13,12 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
 #include "model/world.h"
 #include "support/hex.h"
-#include "support/temp_tree.h"
 
 namespace quillet::test {
 namespace {
@@ -333,17 +331,7 @@ const Action kActions[] = {
 
 // ---- Random sequences
 
-// Made before both variables are read, which happens once. With a folder of its own for claims, which nobody else may
-// enter, no other process is in the way.
-const struct Surroundings {
-    Surroundings() {
-        setenv("RC_PARAMS", "seed=1 max_success=150 max_size=100", 0);
-        umask(S_IRWXG | S_IRWXO);
-        tree.Write("quillet/locks/made", "");
-        setenv("XDG_RUNTIME_DIR", tree.Path("").c_str(), 1);
-    }
-    const TempTree tree;
-} kSurroundings;
+[[maybe_unused]] const int kParametersOfAllRuns = setenv("RC_PARAMS", "seed=1 max_success=150 max_size=100", 0);
 
 // Runs the body in a process of its own, so that a run leaves nothing to the next: no claim, no thread, no lock. Fails
 // with what the body threw, and after a crash or if it was still running after half a minute.

@@ -23,7 +23,6 @@ struct ScannerOptions {
     ScannerLink link = ScannerLink::Usb;
     int port = 97;  // number of the COM port; not used over USB
     std::string serialNumber = "1234567890";
-    std::string devicesDirectory;  // Linux: where it registers itself
 };
 
 // The program as this system runs it. On Windows that is outside Wine, where nothing can play a device.

@@ -109,5 +109,9 @@ exec 8>&-
 expect_end 'after a killed program' 0
 [ -z "$(ls "$devices")" ] || fail "left behind: $(ls "$devices")"
 
+# Without a runtime directory too it is where hosts of the same user look.
+told=$(env -u XDG_RUNTIME_DIR "$program" --serial-number "$$" <<<quit)
+[[ $told == "plugged path=/tmp/quillet-$(id -u)/devices/virtual-usb-$$.socket"* ]] || fail "no registration of the user's: $told"
+
 [ "$failures" -eq 0 ] && echo "all good"
 exit $((failures > 0))

@@ -32,7 +32,7 @@ class SerialPort : public testing::Test {
         }
         // Other processes that run these cases have other numbers.
         const int number = static_cast<int>(140 + test::ProcessId() / 4 % 50);
-        m_Scanner.emplace(test::ScannerOptions{test::ScannerLink::Serial, number, "1", {}});
+        m_Scanner.emplace(test::ScannerOptions{test::ScannerLink::Serial, number, "1"});
         const auto found = FindSerialPort(static_cast<uint32_t>(number));
         ASSERT_EQ(found.size(), 1U);
         OpenResult opened = WindowsDeviceAccess().Open(found[0].devicePath, Sharing::Exclusive);

@@ -9,11 +9,7 @@ struct ScannerProgram::Impl {
 };
 
 ScannerProgram::ScannerProgram(const ScannerOptions& options)
-    : m_Impl([&] {
-          std::vector<std::string> arguments = ArgumentsOf(options);
-          arguments.insert(arguments.end(), {"--devices-directory", options.devicesDirectory});
-          return new Impl{{VIRTUAL_SCANNER, arguments}};
-      }()) {}
+    : m_Impl(new Impl{{VIRTUAL_SCANNER, ArgumentsOf(options)}}) {}
 
 ScannerProgram::~ScannerProgram() = default;
 

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <string>
 
 #include "support/process.h"
@@ -19,6 +18,7 @@ class TempTree {
         do {  // one of an earlier process of that number may still be there
             m_Root = std::filesystem::temp_directory_path() / (name + std::to_string(++made));
         } while (!std::filesystem::create_directory(m_Root));
+        std::filesystem::permissions(m_Root, std::filesystem::perms::owner_all);  // as folders of devices have to be
     }
     ~TempTree() {
         if (ProcessId() != m_Maker) return;  // a child that a test has forked

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tools/virtual_scanner/console.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 
-#include "private_directory.h"
+#include "support/temp_tree.h"
 
 namespace quillet::tools {
 namespace {
@@ -31,7 +30,7 @@ class ConsoleTest : public ::testing::Test {
   protected:
     ConsoleTest() {
         ScannerOptions options;
-        options.devicesDirectory = m_Directory.path + "/devices";
+        options.devicesDirectory = m_Tree.Path("devices");
         m_Scanner = std::make_unique<VirtualScanner>(options);
     }
     ~ConsoleTest() override { std::fclose(m_File); }
@@ -49,7 +48,7 @@ class ConsoleTest : public ::testing::Test {
         return text;
     }
 
-    PrivateDirectory m_Directory;
+    test::TempTree m_Tree;
     std::unique_ptr<VirtualScanner> m_Scanner;
     std::FILE* m_File = std::tmpfile();
     bool m_GoesOn = true;
@@ -73,7 +72,7 @@ TEST_F(ConsoleTest, WrongLinesAreTold) {
 
 TEST_F(ConsoleTest, CommandsReachTheScanner) {
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=unplugged\n");
-    EXPECT_EQ(Run("plug"), "plugged path=" + m_Directory.path + "/devices/virtual-usb-1234567890.socket\n");
+    EXPECT_EQ(Run("plug"), "plugged path=" + m_Tree.Path("devices/virtual-usb-1234567890.socket\n"));
     EXPECT_EQ(Run("scan 11 4006381333931"), "lost type=11 length=13 reason=no-host\n");
     EXPECT_EQ(Run("plain a\\0b"), "lost type=- length=3 reason=no-host\n");
     EXPECT_EQ(Run("unplug"), "unplugged\n");

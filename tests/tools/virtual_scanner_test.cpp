@@ -3,16 +3,16 @@
 #include "tools/virtual_scanner/virtual_scanner.h"
 
 #include <atomic>
-#include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <thread>
 
 #include "platform/clock.h"
-#include "private_directory.h"
 #include "protocol/packet.h"
 #include "protocol/reply_parser.h"
 #include "support/linux/no_descriptors.h"
+#include "support/process.h"
+#include "support/temp_tree.h"
 
 namespace quillet::tools {
 namespace {
@@ -39,12 +39,10 @@ class Host {
         m_Reader = m_File->NewReader();
     }
 
-    void Send(const std::string& wire) { EXPECT_TRUE(TrySend(wire)); }
-    bool TrySend(const std::string& wire) { return Write(m_Usb ? ToHidBlock(wire) : wire); }
-    bool Write(const std::string& bytes) {
-        return m_File->Write(bytes, m_Stop).outcome == platform::WriteResult::Outcome::Written;
+    void Send(const std::string& wire) {
+        const auto result = m_File->Write(m_Usb ? ToHidBlock(wire) : wire, m_Stop);
+        EXPECT_EQ(result.outcome, platform::WriteResult::Outcome::Written);
     }
-
     // One read; empty if the scanner has gone.
     std::string Read() {
         std::string buffer(m_Usb ? kHidBlockSize : 4095, '\0');
@@ -83,11 +81,12 @@ class Host {
         return reply;
     }
 
-    // Status and payload of one frame.
-    std::string ReadAnswer(uint8_t opcode) {
+    // Opcode, status and payload of the answer.
+    std::string Ask(const std::string& wire) {
+        Send(wire);
         const ReplyPacket reply = ReadReply();
-        EXPECT_EQ(reply.opcode, opcode);
-        return std::string{static_cast<char>(reply.status), static_cast<char>(reply.firstParameter)} + reply.parameters;
+        const uint8_t head[] = {reply.opcode, reply.status, reply.firstParameter};
+        return std::string(std::begin(head), std::end(head)) + reply.parameters;
     }
 
   private:
@@ -109,13 +108,13 @@ class VirtualScannerTest : public ::testing::TestWithParam<ScannerLink> {
     VirtualScannerTest() {
         ScannerOptions options;
         options.link = GetParam();
-        options.devicesDirectory = m_Directory.path + "/devices";
+        options.devicesDirectory = m_Tree.Path("devices");
         options.serialGapMs = 60;
         m_Scanner = std::make_unique<VirtualScanner>(options);
         m_Scanner->Plug();
     }
 
-    PrivateDirectory m_Directory;  // outlives the scanner, which cleans up in it
+    test::TempTree m_Tree;  // outlives the scanner, which cleans up in it
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
 
@@ -133,8 +132,8 @@ TEST(VirtualScannerDirectory, MustBeOneThatHostsLookInto) {
     ScannerOptions options;
     options.devicesDirectory = "relative/devices";
     EXPECT_THROW(VirtualScanner{options}, std::invalid_argument);
-    const PrivateDirectory directory;
-    options.devicesDirectory = directory.path + "/devices";
+    const test::TempTree tree;
+    options.devicesDirectory = tree.Path("devices");
     std::filesystem::create_directory(options.devicesDirectory);
     std::filesystem::permissions(options.devicesDirectory, std::filesystem::perms::all);
     EXPECT_THROW(VirtualScanner{options}, std::runtime_error);
@@ -143,23 +142,17 @@ TEST(VirtualScannerDirectory, MustBeOneThatHostsLookInto) {
 TEST_P(VirtualScannerTest, SettingsAreKeptAndReadBack) {
     {
         Host host(*m_Scanner);
-        host.Send(Wire(0x40, "\x0B\x01"));
-        EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
-        host.Send(Wire(0x44, "\x19"));
-        EXPECT_EQ(host.ReadAnswer(0x44), "\x80\x19");
+        EXPECT_EQ(host.Ask(Wire(0x40, "\x0B\x01")), "\x40\x80\x0B\x01");
+        EXPECT_EQ(host.Ask(Wire(0x44, "\x19")), "\x44\x80\x19");
     }
     m_Scanner->Unplug();
     EXPECT_EQ(m_Scanner->HostPath(), "");
     m_Scanner->Plug();
     Host host(*m_Scanner);
-    host.Send(Wire(OpcodeQuerySetting, "\x40\x0B"));
-    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x40\x01");
-    host.Send(Wire(OpcodeQuerySetting, "\x44"));
-    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x44\x19");
-    host.Send(Wire(OpcodeQuerySetting, "\x50\x01\x02"));
-    EXPECT_EQ(host.ReadAnswer(OpcodeQueryReply), "\x80\x50\x00"s);
-    host.Send(Wire(OpcodeVersion, ""));
-    EXPECT_EQ(host.ReadAnswer(OpcodeVersion), "\x80\x00SN:1234567890 App:1.00"s);
+    EXPECT_EQ(host.Ask(Wire(OpcodeQuerySetting, "\x40\x0B")), "\xE8\x80\x40\x01");
+    EXPECT_EQ(host.Ask(Wire(OpcodeQuerySetting, "\x44")), "\xE8\x80\x44\x19");
+    EXPECT_EQ(host.Ask(Wire(OpcodeQuerySetting, "\x50\x01\x02")), "\xE8\x80\x50\x00"s);
+    EXPECT_EQ(host.Ask(Wire(OpcodeVersion, "")), "\x7E\x80\x00SN:1234567890 App:1.00"s);
 
     const std::vector<HostPacket> packets = m_Scanner->Packets();
     ASSERT_EQ(packets.size(), 6U);
@@ -171,10 +164,10 @@ TEST_P(VirtualScannerTest, SettingsAreKeptAndReadBack) {
 TEST_P(VirtualScannerTest, BehaviourOnRequest) {
     Host host(*m_Scanner);
     const std::string code39 = Wire(0x40, "\x0B\x01");
+    const std::string answer = "\x40\x80\x0B\x01";
 
     m_Scanner->SetRefuse(true);
-    host.Send(code39);
-    EXPECT_EQ(host.ReadAnswer(0x40), "\x01\x00"s);
+    EXPECT_EQ(host.Ask(code39), "\x40\x01\x00"s);
     EXPECT_TRUE(m_Scanner->Settings().empty());
     m_Scanner->SetRefuse(false);
 
@@ -184,36 +177,35 @@ TEST_P(VirtualScannerTest, BehaviourOnRequest) {
     ASSERT_TRUE(m_Scanner->WaitForPackets({.count = 2, .timeoutMs = kPatienceMs}));
     m_Scanner->SetSilent(false);
     host.Send(Wire(OpcodeBarcode, "\x00"s));
-    host.Send(Wire(0x41, "\x02"));
-    EXPECT_EQ(host.ReadAnswer(0x41), "\x80\x02");
+    EXPECT_EQ(host.Ask(Wire(0x41, "\x02")), "\x41\x80\x02");
     EXPECT_EQ(m_Scanner->Settings().size(), 2U);
 
     m_Scanner->SetInterrupt(28, "in the middle");
-    host.Send(code39);
-    EXPECT_EQ(host.ReadReply().parameters, "in the middle");
-    EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
+    EXPECT_EQ(host.Ask(code39), "\xEE\x1C\xFFin the middle");
+    EXPECT_EQ(host.ReadReply().opcode, 0x40);
 
     m_Scanner->SetFault(Fault::Checksum);
     host.Send(code39);
     host.ReadReply(ParseBadChecksum);
 
+    const auto elapsedMs = [start = platform::SystemClock().NowNs()] {
+        return (platform::SystemClock().NowNs() - start) / 1'000'000;
+    };
     m_Scanner->SetPieces(5);
-    const int64_t piecesNs = platform::SystemClock().NowNs();
-    host.Send(code39);
     if (GetParam() == ScannerLink::Usb) {
+        host.Send(code39);
         EXPECT_EQ(host.ReadBytes(64).substr(3, 6), "\x00\x05\x40\x04\x80\x00"s);
         EXPECT_EQ(host.ReadBytes(64).substr(3, 4), "\x0B\x01\x2A\x00"s);
     } else {
-        EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
-        EXPECT_GE(platform::SystemClock().NowNs() - piecesNs, 60'000'000);
+        EXPECT_EQ(host.Ask(code39), answer);
+        EXPECT_GE(elapsedMs(), 60);
     }
     m_Scanner->SetPieces(0);
 
+    const int64_t beforeMs = elapsedMs();
     m_Scanner->SetDelay(200);
-    const int64_t beforeNs = platform::SystemClock().NowNs();
-    host.Send(code39);
-    EXPECT_EQ(host.ReadAnswer(0x40), "\x80\x0B\x01");
-    EXPECT_GE(platform::SystemClock().NowNs() - beforeNs, 200'000'000);
+    EXPECT_EQ(host.Ask(code39), answer);
+    EXPECT_GE(elapsedMs() - beforeMs, 200);
 }
 
 TEST_P(VirtualScannerTest, BarcodesReachTheHostAndUnpluggingEndsBothSides) {
@@ -252,8 +244,7 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
         repeat([&] { m_Scanner->WaitForPackets({.count = 1000, .timeoutMs = 1}); }),
         repeat([&] {
             try {
-                Host host(*m_Scanner);
-                host.TrySend(Wire(0x40, "\x0B\x01"));
+                const Host host(*m_Scanner);
             } catch (const std::runtime_error&) {  // unplugged just now
             }
         }),
@@ -265,24 +256,23 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
     end = true;
     m_Scanner->Unplug();
     for (std::thread& thread : threads) thread.join();
-    EXPECT_FALSE(std::filesystem::exists(m_Directory.path + "/devices/virtual-usb-1234567890.device"));
+    EXPECT_FALSE(std::filesystem::exists(m_Tree.Path("devices/virtual-usb-1234567890.device")));
 }
 
 // A host that can't be accepted for want of a descriptor stays waiting, and nobody spins over it.
 TEST(ReportSocket, WaitsQuietlyForADescriptor) {
     if (test::kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
-    const PrivateDirectory directory;
-    const auto device = DeviceEnd::NewReportSocket(directory.path + "/scanner");
+    const test::TempTree tree;
+    const auto device = DeviceEnd::NewReportSocket(tree.Path("scanner"));
     const auto host = platform::SystemDeviceAccess().Open(device->HostPath(), platform::Sharing::Shared);
     const platform::StopSignal stop;
     std::string bytes;
-    const auto usedMs = [] { return std::clock() * 1000 / CLOCKS_PER_SEC; };
-    const auto beforeMs = usedMs();
+    const auto beforeMs = test::ProcessorTimeMs();
     {
         const test::NoDescriptors none;
         EXPECT_EQ(device->Receive(bytes, 200, stop), DeviceEnd::Received::TimedOut);
     }
-    EXPECT_LT(usedMs() - beforeMs, 100);
+    EXPECT_LT(test::ProcessorTimeMs() - beforeMs, 100);
     EXPECT_EQ(device->Receive(bytes, kPatienceMs, stop), DeviceEnd::Received::HostCame);
 }
 

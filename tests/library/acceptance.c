@@ -12,6 +12,7 @@
 enum { kPatienceMs = 10000, kCode39 = 35 };
 
 static ScannerHandle scanner;
+static int leaving;
 
 static void PrintBytes(const uint8_t* bytes, int32_t length) {
     int32_t i;
@@ -105,12 +106,17 @@ static void Raw(const char* argument) {
     printf("%d", (int)CommandInteraction(scanner, argument));
 }
 
+/* The end of the process finds the scanner open. */
+static void Leave(const char* argument) {
+    (void)argument, leaving = 1;
+}
+
 static const struct {
     const char* name;
     void (*run)(const char* argument);
 } kCommands[] = {{"open", Open},          {"close", Close},   {"second", Second}, {"take", Take},
                  {"state", WaitForState}, {"code39", Code39}, {"query", Query},   {"pattern", Pattern},
-                 {"version", Version},    {"raw", Raw},       {"code", Code}};
+                 {"version", Version},    {"raw", Raw},       {"code", Code},     {"leave", Leave}};
 
 static void Run(const char* name, const char* argument) {
     size_t i;
@@ -135,6 +141,6 @@ int main(void) {
         putchar('\n');
         fflush(stdout);
     }
-    destoryScanner(scanner);
+    if (!leaving) destoryScanner(scanner);
     return 0;
 }

@@ -3,15 +3,12 @@
 #include <string>
 
 #include "library/library_test.h"
-#include "support/process.h"
 
 namespace quillet::test {
 namespace {
 
-class AcceptanceTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+class AcceptanceTest : public LinkTest {
   protected:
-    AcceptanceTest() : m_Application(ACCEPTANCE, {}), m_Scanner(NewScanner(GetParam())) {}
-
     std::string Tell(const std::string& command) {
         m_Application.Write(command + "\n");
         return m_Application.ReadLine();
@@ -29,19 +26,15 @@ class AcceptanceTest : public LibraryTest, public ::testing::WithParamInterface<
         return result;
     }
 
-    test::ChildProcess m_Application;
-    std::unique_ptr<VirtualScanner> m_Scanner;
+    ChildProcess m_Application{ACCEPTANCE, {}};
 };
-INSTANTIATE_TEST_SUITE_P(Links, AcceptanceTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
-                         LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, AcceptanceTest, kAllLinks, ::testing::PrintToStringParamName());
 
 TEST_P(AcceptanceTest, TheApplicationGetsTheSameEverywhere) {
-    const std::string connection = ConnectionOf(GetParam());
     EXPECT_EQ(Tell("state 1"), "1");
     EXPECT_EQ(Tell("code 1"), R"(0 \x05@\x04\x00\x0b\x01\xaa)");
-    EXPECT_EQ(Tell("open " + connection), "0");
-    EXPECT_EQ(Tell("second " + connection), "102");
+    EXPECT_EQ(Tell("open " + m_Connection), "0");
+    EXPECT_EQ(Tell("second " + m_Connection), "102");
     EXPECT_EQ(Tell("state 3"), "3");
     EXPECT_EQ(Tell("take 0"), "112");
 

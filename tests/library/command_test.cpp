@@ -12,14 +12,10 @@
 namespace quillet::test {
 namespace {
 
-using test::HostPacket;
-
-class CommandTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+class CommandTest : public OpenLinkTest {
   protected:
-    void SetUp() override {
-        m_Scanner = NewScanner(GetParam());
-        ASSERT_EQ(openScanner(m_Handle, ConnectionOf(GetParam()).c_str()), ResultSuccess);
-        ASSERT_TRUE(m_Scanner->WaitForPackets(1, kPatienceMs));
+    CommandTest() {
+        EXPECT_TRUE(m_Scanner->WaitForPackets(1));
         m_Scanner->ClearPackets();
     }
     // What directIO gives for bytes in hexadecimal.
@@ -42,16 +38,15 @@ class CommandTest : public LibraryTest, public ::testing::WithParamInterface<Sca
         value.text.assign(buffer.begin(), buffer.begin() + length);
         return value;
     }
-    std::string SerialNumber(ResultCode expected) {
-        uint8_t buffer[64] = {};
-        int32_t length = 0;
-        EXPECT_EQ(getScannerVersion(m_Handle, buffer, sizeof buffer, &length), expected);
-        return std::string(buffer, buffer + length);
-    }
-    std::unique_ptr<VirtualScanner> m_Scanner;
-    Handle m_Handle;
 };
-INSTANTIATE_TEST_SUITE_P(Links, CommandTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial), LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, CommandTest, kBothParsers, ::testing::PrintToStringParamName());
+
+std::string SerialNumber(const Handle& handle, ResultCode expected = ResultSuccess) {
+    uint8_t buffer[64] = {};
+    int32_t length = 0;
+    EXPECT_EQ(getScannerVersion(handle, buffer, sizeof buffer, &length), expected);
+    return std::string(buffer, buffer + length);
+}
 
 TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
     constexpr int kCalls = 250;
@@ -68,15 +63,14 @@ TEST_P(CommandTest, SettingsFromFourThreadsStayWholeWhileBarcodesArrive) {
     constexpr int kBarcodes = 12;
     for (int i = 0; i < kBarcodes; ++i) ScanAndWait(*m_Scanner, m_Handle, 3, std::to_string(i));
     for (std::thread& caller : callers) caller.join();
-    ASSERT_TRUE(m_Scanner->WaitForPackets(kThreads * kCalls, kPatienceMs));
+    ASSERT_TRUE(m_Scanner->WaitForPackets(kThreads * kCalls));
     std::vector<int> next(kThreads, 0);
     for (const HostPacket& packet : m_Scanner->Packets()) {
         ASSERT_EQ(packet.opcode, 0x75);
         ASSERT_TRUE(packet.valid);
         ASSERT_EQ(packet.parameters.size(), 2u);
         const auto thread = static_cast<uint8_t>(packet.parameters[0]);
-        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]),
-                  next[thread]++);  // none lost, in each thread's order
+        EXPECT_EQ(static_cast<uint8_t>(packet.parameters[1]), next[thread]++);  // none lost, in the thread's order
     }
     for (int i = 0; i < kBarcodes; ++i) EXPECT_EQ(m_Handle.Take().text, std::to_string(i));
 }
@@ -86,7 +80,7 @@ TEST_P(CommandTest, SettingsAreReadBack) {
     EXPECT_EQ(setCode39(m_Handle, 1), ResultSuccess);
     EXPECT_EQ(setCode11CheckBit(m_Handle, 2), ResultSuccess);
     EXPECT_EQ(setDecodeTimeOut(m_Handle, 1234), ResultSuccess);
-    ASSERT_TRUE(m_Scanner->WaitForPackets(3, kPatienceMs));
+    ASSERT_TRUE(m_Scanner->WaitForPackets(3));
     m_Scanner->SetSilent(false);
     EXPECT_EQ(Query(35).text, "\x01");
     EXPECT_EQ(Query(30).text, "\x02");
@@ -103,13 +97,13 @@ TEST_P(CommandTest, SettingsAreReadBack) {
 }
 
 TEST_P(CommandTest, TheSerialNumberIsRead) {
-    EXPECT_EQ(SerialNumber(ResultSuccess), "1234567890");
+    EXPECT_EQ(SerialNumber(m_Handle), "1234567890");
     uint8_t buffer[9] = {};
     int32_t length = -1;
     EXPECT_EQ(getScannerVersion(m_Handle, buffer, sizeof buffer, &length), ResultBufferTooSmall);
     EXPECT_EQ(length, -1);
     m_Scanner->SetSilent(true);
-    SerialNumber(ResultNoExist);
+    SerialNumber(m_Handle, ResultNoExist);
 }
 
 TEST_P(CommandTest, ExchangesEndAsTold) {
@@ -154,57 +148,44 @@ TEST_P(CommandTest, ABarcodeAfterAnExchangeIsWholeAndAlone) {
     }
 }
 
-using PortProbeTest = LibraryTest;
-
-TEST_F(PortProbeTest, EveryPortIsAskedForItsScanner) {
-    Handle handle;
+TEST(PortProbeTest, EveryPortIsAskedForItsScanner) {
+    const Handle handle;
     uint8_t buffer[128] = {};
     int32_t length = -1;
-    auto first = NewScanner(ScannerLink::VirtualSerial, kPort - 60, "1234");
-    auto second = NewScanner(ScannerLink::VirtualSerial, kPort - 30, "5678");
-    auto silent = NewScanner(ScannerLink::Serial, kPort, "9999");
+    const auto first = NewScanner(ScannerLink::VirtualSerial, 40, "1234");
+    const auto second = NewScanner(ScannerLink::VirtualSerial, 70, "5678");
+    const auto silent = NewScanner(ScannerLink::Serial, 100, "9999");
     silent->SetSilent(true);
     ASSERT_EQ(getSerialPortDevice(handle, sizeof buffer, buffer, &length), ResultSuccess);
     const std::string text(buffer, buffer + length);
-    const auto entry = [](int port, const char* number) {
-        return "COM" + std::to_string(port) + ",SN:" + number + "||";
-    };
-    EXPECT_NE(text.find(entry(kPort - 60, "1234") + entry(kPort - 30, "5678")), std::string::npos) << text;
-    EXPECT_EQ(text.find("COM" + std::to_string(kPort) + ","), std::string::npos) << text;
+    EXPECT_NE(text.find("COM40,SN:1234||COM70,SN:5678||"), std::string::npos) << text;
+    EXPECT_EQ(text.find("COM100,"), std::string::npos) << text;
     EXPECT_EQ(handle.State(), ScannerStateClosed);
     first->Unplug();
     silent->Unplug();
     EXPECT_EQ(getSerialPortDevice(handle, 4, buffer, &length), ResultReplyTooLong);
     EXPECT_EQ(buffer[0], 0);
 
-    second->ClearPackets();
-    const std::string connection = "protocol=virtual serial port,serialport=" + std::to_string(kPort - 30);
-    EXPECT_EQ(PortCommandInteraction(handle, connection.c_str(), "AA BB,CC"), ResultSuccess);
+    const char* connection = "protocol=virtual serial port,serialport=70";
+    EXPECT_EQ(PortCommandInteraction(handle, connection, "AA BB,CC"), ResultSuccess);
     EXPECT_EQ(handle.State(), ScannerStateEnabled);
 }
 
-TEST_F(PortProbeTest, TwoScannersDoNotHinderEachOther) {
-    auto slowOne = NewScanner(ScannerLink::VirtualSerial, kPort - 60, "1111");
-    auto other = NewScanner(ScannerLink::Serial, kPort, "2222");
+TEST(PortProbeTest, TwoScannersDoNotHinderEachOther) {
+    const auto slowOne = NewScanner(ScannerLink::VirtualSerial, 40, "1111");
+    const auto other = NewScanner(ScannerLink::Serial, kPort, "2222");
     slowOne->SetSilent(true);
-    Handle first;
-    Handle second;
-    const std::string slowConnection = "protocol=virtual serial port,serialport=" + std::to_string(kPort - 60);
-    ASSERT_EQ(openScanner(first, slowConnection.c_str()), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
-    slowOne->ClearPackets();
-    uint8_t buffer[64] = {};
-    int32_t length = 0;
+    const Handle first;
+    const Handle second;
+    ASSERT_EQ(openScanner(first, "protocol=virtual serial port,serialport=40"), ResultSuccess);
+    ASSERT_EQ(Open(second, ScannerLink::Serial), ResultSuccess);
     std::atomic<bool> waiting{true};
     std::thread slow([&] {
-        uint8_t mine[64];
-        int32_t myLength = 0;
-        EXPECT_EQ(QueryCommandSetting(first, 35, sizeof mine, mine, &myLength), ResultNoExist);
+        SerialNumber(first, ResultNoExist);
         waiting = false;
     });
-    ASSERT_TRUE(slowOne->WaitForPackets(1, kPatienceMs));
-    EXPECT_EQ(getScannerVersion(second, buffer, sizeof buffer, &length), ResultSuccess);
-    EXPECT_EQ(std::string(buffer, buffer + length), "2222");
+    ASSERT_TRUE(slowOne->WaitForPackets(2));  // the opening's is the first
+    EXPECT_EQ(SerialNumber(second), "2222");
     EXPECT_TRUE(waiting);
     slow.join();
 }

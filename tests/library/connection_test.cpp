@@ -3,34 +3,26 @@
 #include <string>
 
 #include "library/library_test.h"
-#include "support/process.h"
 
 namespace quillet::test {
 namespace {
 
-using ConnectionTest = LibraryTest;
-
 // Another process that opens a scanner and holds it.
-class Holder {
-  public:
-    explicit Holder(const std::string& connection, const char* atEnd = "close")
-        : m_Process(SCANNER_HOLDER, {connection, atEnd}), m_Result(m_Process.ReadLine()) {}
-    int Result() const { return m_Result.empty() ? -1 : std::stoi(m_Result); }
-    int End() { return m_Process.End(); }
-    void Kill() { m_Process.Kill(); }
+struct Holder {
+    explicit Holder(const std::string& connection)
+        : result((process.Write("open " + connection + "\n"), process.ReadLine())) {}
 
-  private:
-    test::ChildProcess m_Process;
-    const std::string m_Result;
+    ChildProcess process{ACCEPTANCE, {}};
+    const std::string result;
 };
 
-TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
+TEST(ConnectionTest, FailedOpensLeaveNothingBehind) {
     {
-        auto scanner = NewScanner(ScannerLink::VirtualSerial);
-        Handle first;  // makes what the system keeps for the process
-        ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::VirtualSerial).c_str()), ResultSuccess);
+        const auto scanner = NewScanner(ScannerLink::VirtualSerial);
+        const Handle first;  // makes what the system keeps for the process
+        ASSERT_EQ(Open(first, ScannerLink::VirtualSerial), ResultSuccess);
     }
-    const size_t handles = test::HandleCount();
+    const size_t handles = HandleCount();
     Handle handle;
     const std::string port = std::to_string(kPort);
     const std::string serial = "protocol=serial port,serialport=" + port;
@@ -60,51 +52,38 @@ TEST_F(ConnectionTest, FailedOpensLeaveNothingBehind) {
     EXPECT_EQ(closeScanner(handle), ResultSuccess);
     handle.Destroy();
     scanner.reset();
-    EXPECT_LE(test::HandleCount(), handles + test::kLazyHandles);
+    EXPECT_LE(HandleCount(), handles + kLazyHandles);
 }
 
-TEST_F(ConnectionTest, ALineThatThePortCannotSetIsAFailedOpen) {
-    if (test::IsUnderWine()) GTEST_SKIP() << "Wine takes one and a half stop bits for 8 data bits";
-    auto scanner = NewScanner(ScannerLink::Serial);
-    Handle handle;
-    EXPECT_EQ(openScanner(handle, (ConnectionOf(ScannerLink::Serial) + ",stopbits=1").c_str()), ResultNoHardware);
-    EXPECT_EQ(handle.State(), ScannerStateClosed);
-}
-
-class ClaimTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {};
-INSTANTIATE_TEST_SUITE_P(Links, ClaimTest,
-                         ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial, ScannerLink::Serial),
-                         LinkName);
+using ClaimTest = LinkTest;
+INSTANTIATE_TEST_SUITE_P(Links, ClaimTest, kAllLinks, ::testing::PrintToStringParamName());
 
 TEST_P(ClaimTest, OneProcessHoldsAScanner) {
-    auto scanner = NewScanner(GetParam());
-    const std::string text = ConnectionOf(GetParam());
-    const char* connection = text.c_str();
-    Handle first;
-    ASSERT_EQ(openScanner(first, connection), ResultSuccess);
-    EXPECT_EQ(Holder(connection).Result(), ResultClaimed);
-    scanner->Scan(11, "4006381333931");  // the refused one has not disturbed the first
+    const Handle first;
+    ASSERT_EQ(Open(first, GetParam()), ResultSuccess);
+    EXPECT_EQ(Holder(m_Connection).result, "102");
+    m_Scanner->Scan(11, "4006381333931");  // the refused one has not disturbed the first
     EXPECT_EQ(first.Take(), (Barcode{ResultSuccess, 11, "4006381333931"}));
     ASSERT_EQ(closeScanner(first), ResultSuccess);
 
-    Holder holder(connection);
-    EXPECT_EQ(holder.Result(), ResultSuccess);
-    EXPECT_EQ(openScanner(first, connection), ResultClaimed);
-    holder.Kill();
-    EXPECT_EQ(openScanner(first, connection), ResultSuccess);
+    Holder holder(m_Connection);
+    EXPECT_EQ(holder.result, "0");
+    EXPECT_EQ(Open(first, GetParam()), ResultClaimed);
+    holder.process.Kill();
+    EXPECT_EQ(Open(first, GetParam()), ResultSuccess);
 }
 
 TEST_P(ClaimTest, TheEndOfAProcessWithAnOpenOrLostScannerIsQuiet) {
-    auto scanner = NewScanner(GetParam());
     for (const bool lost : {false, true}) {
-        Holder holder(ConnectionOf(GetParam()), "leave");
-        ASSERT_EQ(holder.Result(), ResultSuccess);
-        if (lost) scanner->Unplug();
-        EXPECT_EQ(holder.End(), 0);
+        Holder holder(m_Connection);
+        ASSERT_EQ(holder.result, "0");
+        holder.process.Write("leave\n");
+        if (lost) m_Scanner->Unplug();
+        EXPECT_EQ(holder.process.End(), 0);
     }
 }
 
-TEST_F(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
+TEST(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
     auto scanner = NewScanner(ScannerLink::Serial, 200);
     for (int round = 0; round < 2; ++round) {
         Handle handle;
@@ -115,21 +94,18 @@ TEST_F(ConnectionTest, APortAboveTheListedNumbersIsReadAndClosed) {
     }
 }
 
-TEST_F(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
-    auto usb = NewScanner(ScannerLink::Usb);
-    auto serial = NewScanner(ScannerLink::Serial, 131);  // the number that stands for the USB link
-    Handle owner;
-    Handle other;
-    ASSERT_EQ(openScanner(owner, "protocol=usb"), ResultSuccess);
-    ASSERT_TRUE(usb->WaitForPackets(1, kPatienceMs));
-    usb->ClearPackets();
-    EXPECT_EQ(setCode39(other, 1), ResultNoExist);
-    EXPECT_EQ(CommandInteraction(other, "05 40 04 00 0B 01 AA"), ResultSuccess);
+// What a handle without a link sends reaches nobody; 131 is the number that stands for the USB link.
+TEST(ConnectionTest, AHandleNeverReachesTheScannerOfAnother) {
+    const auto usb = NewScanner(ScannerLink::Usb);
+    const auto serial = NewScanner(ScannerLink::Serial, 131);
+    const Handle owner;
+    const Handle other;
+    ASSERT_EQ(Open(owner, ScannerLink::Usb), ResultSuccess);
     EXPECT_EQ(openScanner(other, "protocol=serial port,serialport=131"), ResultNoHardware);
-    EXPECT_EQ(owner.State(), ScannerStateEnabled);
-    EXPECT_TRUE(usb->Packets().empty());
-    EXPECT_EQ(setCode39(owner, 1), ResultSuccess);
-    EXPECT_TRUE(usb->WaitForPackets(1, kPatienceMs));
+    EXPECT_EQ(setCode39(other, 1), ResultNoExist);
+    EXPECT_EQ(setCode39(owner, 0), ResultSuccess);
+    ASSERT_TRUE(usb->WaitForPackets(2));  // the opening's is the first
+    EXPECT_EQ(usb->Packets()[1].parameters, std::string("\x0B\0", 2));
 }
 
 }  // namespace

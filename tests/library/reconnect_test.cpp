@@ -7,21 +7,14 @@
 #include <thread>
 
 #include "library/library_test.h"
-#include "support/process.h"
 
 namespace quillet::test {
 namespace {
 
 using std::chrono::milliseconds;
 
-int Cycles(int usual) {
-    return Repetitions("QUILLET_TEST_CYCLES", usual);
-}
-
-class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<ScannerLink> {
+class ReconnectTest : public LinkTest {
   protected:
-    void SetUp() override { m_Scanner = NewScanner(GetParam()); }
-    const char* Connection() const { return m_Connection.c_str(); }
     bool ComesBack(const Handle& handle) {
         return Eventually([&] { return handle.State() == ScannerStateEnabled; });
     }
@@ -39,30 +32,24 @@ class ReconnectTest : public LibraryTest, public ::testing::WithParamInterface<S
         EXPECT_TRUE(Eventually(arrives));
     }
     // Pulls the scanner of a handle that was just opened. One that goes before the first look at the devices isn't
-    // missed, and comes back in silence; then once more, and with it the barcode that is to be kept through the loss.
-    bool Lose(const Handle& handle, const std::string& kept = {}) {
+    // missed, and comes back in silence; then once more.
+    bool Lose(const Handle& handle) {
         return Eventually([&] {
-            if (!kept.empty()) ScanAndWait(*m_Scanner, handle, 3, kept);
             m_Scanner->Unplug();
-            if (test::Eventually([&] { return handle.State() == ScannerStateOpen; }, 1000)) return true;
+            if (Eventually([&] { return handle.State() == ScannerStateOpen; }, std::chrono::seconds(1))) return true;
             m_Scanner->Plug();
             ScanUntilReceived(handle);
             return false;
         });
     }
-    const std::string m_Connection = ConnectionOf(GetParam());
-    std::unique_ptr<VirtualScanner> m_Scanner;
 };
-INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest, ::testing::Values(ScannerLink::Usb, ScannerLink::VirtualSerial),
-                         LinkName);
-
-constexpr int kLeakCycles = 20;
+INSTANTIATE_TEST_SUITE_P(Links, ReconnectTest, kBothParsers, ::testing::PrintToStringParamName());
 
 // A host may make a handle for each of its transactions.
 TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
     const auto cycle = [&] {
-        Handle handle;
-        ASSERT_EQ(openScanner(handle, Connection()), ResultSuccess);
+        const Handle handle;
+        ASSERT_EQ(Open(handle, GetParam()), ResultSuccess);
         for (int round = 0; round < 2; ++round) {
             ASSERT_TRUE(Lose(handle));
             m_Scanner->Plug();
@@ -71,14 +58,11 @@ TEST_P(ReconnectTest, CyclesLeaveNoHandleAndNoThread) {
         ScanUntilReceived(handle);
     };
     for (int i = 0; i < 3; ++i) cycle();  // the first ones load what the system keeps
-    const size_t handles = test::HandleCount();
-    const size_t threads = test::ThreadCount();
-    for (int i = Cycles(kLeakCycles) / 2; i > 0 && !HasFatalFailure(); --i) cycle();
-    const auto asBefore = [&] {
-        return test::HandleCount() <= handles + test::kLazyHandles && test::ThreadCount() <= threads;
-    };
-    EXPECT_TRUE(Eventually(asBefore)) << test::HandleCount() << " handles after " << handles << ", "
-                                      << test::ThreadCount() << " threads after " << threads;
+    const size_t handles = HandleCount();
+    const size_t threads = ThreadCount();
+    for (int i = 0; i < 10 && !HasFatalFailure(); ++i) cycle();
+    EXPECT_TRUE(Eventually([&] { return HandleCount() <= handles + kLazyHandles && ThreadCount() <= threads; }))
+        << HandleCount() << " handles after " << handles << ", " << ThreadCount() << " threads after " << threads;
 }
 
 TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {
@@ -98,18 +82,18 @@ TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {
     std::thread opener([&] {
         std::mt19937 random(7);
         while (!ended) {
-            openScanner(handle, Connection());
+            Open(handle, GetParam());
             std::this_thread::sleep_for(milliseconds(random() % 400));
             if (random() % 2 == 0) closeScanner(handle);
         }
-        openScanner(handle, Connection());
+        Open(handle, GetParam());
         // The claim belongs to this thread, so it is the one to wait for the end of the test and close.
         consuming = false;
         ScanUntilReceived(handle);
         EXPECT_EQ(closeScanner(handle), ResultSuccess);
     });
     std::mt19937 random(3);
-    for (int cycle = Cycles(25); cycle > 0; --cycle) {
+    for (int cycle = 25; cycle > 0; --cycle) {
         m_Scanner->Unplug();
         std::this_thread::sleep_for(milliseconds(random() % 250));
         m_Scanner->Plug();
@@ -123,12 +107,12 @@ TEST_P(ReconnectTest, RandomPullsNeverLoseTheScannerForGood) {
 
 TEST_P(ReconnectTest, HandlesCanBeDestroyedAtAnyMoment) {
     std::mt19937 random(11);
-    for (int cycle = Cycles(12); cycle > 0; --cycle) {
+    for (int cycle = 12; cycle > 0; --cycle) {
         Handle handle;
         std::atomic<bool> opening{false};
         std::thread opener([&] {
             opening = true;
-            openScanner(handle, Connection());
+            Open(handle, GetParam());
         });
         std::thread waiter([&] {
             while (!opening) std::this_thread::yield();

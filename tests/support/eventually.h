@@ -10,7 +10,7 @@ namespace quillet::test {
 // True as soon as the condition holds; false if it doesn't within the limit, which is far beyond what a
 // loaded machine needs.
 template <typename Condition>
-bool Eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(20)) {
+bool Eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;

@@ -9,6 +9,7 @@
 
 #include "foundation/text.h"
 #include "protocol/packet.h"
+#include "support/eventually.h"
 
 namespace quillet::test {
 namespace {
@@ -100,10 +101,6 @@ void VirtualScanner::Scan(uint8_t codeType, std::string_view data) {
     Tell("scan " + std::to_string(codeType) + " " + Escaped(data));
 }
 
-void VirtualScanner::Plain(std::string_view bytes) {
-    Tell("plain " + Escaped(bytes));
-}
-
 void VirtualScanner::SetInterrupt(uint8_t codeType, std::string_view data) {
     Tell("interrupt " + std::to_string(codeType) + " " + Escaped(data));
 }
@@ -123,13 +120,8 @@ void VirtualScanner::ClearPackets() {
     m_Packets.clear();
 }
 
-bool VirtualScanner::WaitForPackets(size_t count, int timeoutMs) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (Packets().size() < count) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+bool VirtualScanner::WaitForPackets(size_t count, std::chrono::milliseconds limit) const {
+    return Eventually([&] { return Packets().size() >= count; }, limit);
 }
 
 void VirtualScanner::Tell(const std::string& command) {

@@ -2,6 +2,7 @@
 // A scanner without hardware that a test works: the virtual scanner's program, told by its own commands.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -75,7 +76,6 @@ class VirtualScanner {
 
     // Return once everything is on its way to the host.
     void Scan(uint8_t codeType, std::string_view data);
-    void Plain(std::string_view bytes);  // without a frame
 
     void SetFault(const std::string& fault) { Tell("fault " + fault); }  // checksum, length or truncate
     void SetDelay(uint32_t ms) { Tell("delay " + std::to_string(ms)); }
@@ -88,7 +88,7 @@ class VirtualScanner {
     // What hosts have sent since the start or the last ClearPackets.
     std::vector<HostPacket> Packets() const;
     void ClearPackets();
-    bool WaitForPackets(size_t count, int timeoutMs) const;
+    bool WaitForPackets(size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
 
   private:
     void Tell(const std::string& command);

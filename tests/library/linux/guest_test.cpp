@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <optional>
 #include <pthread.h>
 #include <set>
 #include <string>
@@ -14,9 +13,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "library/library_copy.h"
 #include "library/library_test.h"
-#include "support/process.h"
-#include "support/temp_tree.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 // What an unloaded library has left, and a child of fork can't reach any more, is memory alone,
@@ -30,8 +28,6 @@ __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
 namespace quillet::test {
 namespace {
 
-using GuestTest = LibraryTest;
-
 std::set<int> InheritableDescriptors() {
     std::set<int> found;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -42,14 +38,14 @@ std::set<int> InheritableDescriptors() {
     return found;
 }
 
-TEST_F(GuestTest, DescriptorsAreNotInherited) {
+TEST(GuestTest, DescriptorsAreNotInherited) {
     const std::set<int> before = InheritableDescriptors();
     auto usb = NewScanner(ScannerLink::Usb);
     auto serial = NewScanner(ScannerLink::Serial);
     Handle first;
     Handle second;
-    ASSERT_EQ(openScanner(first, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
-    ASSERT_EQ(openScanner(second, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
+    ASSERT_EQ(Open(first, ScannerLink::Usb), ResultSuccess);
+    ASSERT_EQ(Open(second, ScannerLink::Serial), ResultSuccess);
     ASSERT_EQ(setLogLevel(0), ResultSuccess);
     EXPECT_EQ(InheritableDescriptors(), before);
 }
@@ -79,51 +75,36 @@ int StatusOfChild(const std::function<void()>& routine) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Not the library that this test links, which is never unloaded.
-class Copy {
-  public:
-    Copy() {
-        std::filesystem::copy_file(test::LoadedLibrary::PathOf(reinterpret_cast<void*>(&createScanner)), m_Path);
-        loaded.emplace(m_Path);
-    }
-    std::optional<test::LoadedLibrary> loaded;
-
-  private:
-    const test::TempTree m_Tree;
-    const std::string m_Path = m_Tree.Path("libQuilletCopy.so");
-};
-
 // The library may be unloaded with handles still open.
-TEST_F(GuestTest, UnloadingWithOpenHandlesLeavesNothing) {
+TEST(GuestTest, UnloadingWithOpenHandlesLeavesNothing) {
     std::thread([] {}).join();  // a sanitizer starts a thread of its own with the first one
     auto usb = NewScanner(ScannerLink::Usb);
     auto serial = NewScanner(ScannerLink::Serial);
-    const size_t threads = test::SettledThreadCount();
-    const size_t descriptors = test::HandleCount();
+    const size_t threads = SettledThreadCount();
+    const size_t descriptors = HandleCount();
     static std::vector<ScannerHandle> kept;  // never destroyed, and yet no leak of the test's
-    Copy copy;
-    EXPECT_EQ(copy.loaded->Get<decltype(&setLogLevel)>("setLogLevel")(0), ResultSuccess);
+    LibraryCopy copy;
+    EXPECT_EQ(copy.setLog(0), ResultSuccess);
     for (const ScannerLink link : {ScannerLink::Usb, ScannerLink::Serial}) {
-        kept.push_back(copy.loaded->Get<decltype(&createScanner)>("createScanner")());
-        const auto open = copy.loaded->Get<decltype(&openScanner)>("openScanner");
-        ASSERT_EQ(open(kept.back(), ConnectionOf(link).c_str()), ResultSuccess);
+        kept.push_back(copy.create());
+        ASSERT_EQ(copy.open(kept.back(), ConnectionOf(link).c_str()), ResultSuccess);
     }
-    copy.loaded->Unload();
-    EXPECT_EQ(test::SettledThreadCount(), threads);
+    copy.library.Unload();
+    EXPECT_EQ(SettledThreadCount(), threads);
     // The ends of the virtual scanners' links notice a moment later.
-    EXPECT_TRUE(Eventually([&] { return test::HandleCount() == descriptors; })) << test::HandleCount() - descriptors;
+    EXPECT_TRUE(Eventually([&] { return HandleCount() == descriptors; })) << HandleCount() - descriptors;
     Handle handle;
-    EXPECT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess) << "the claim was left";
+    EXPECT_EQ(Open(handle, ScannerLink::Serial), ResultSuccess) << "the claim was left";
     EXPECT_EQ(StatusOfChild([] {}), 7) << "a handler of the library was left";
 }
 
 // What a child does with its copies of the handles harms nothing of its parent's.
-TEST_F(GuestTest, AForkedChildLeavesTheScannerToItsParent) {
+TEST(GuestTest, AForkedChildLeavesTheScannerToItsParent) {
     ASSERT_EQ(setLogLevel(0), ResultSuccess);
     for (const ScannerLink link : {ScannerLink::Usb, ScannerLink::Serial}) {
         auto scanner = NewScanner(link);
         Handle handle;
-        ASSERT_EQ(openScanner(handle, ConnectionOf(link).c_str()), ResultSuccess);
+        ASSERT_EQ(Open(handle, link), ResultSuccess);
         const std::vector<std::function<void()>> endings = {[] {}, [&] { setCode39(handle, 1); },
                                                             [&] { closeScanner(handle); }, [&] { handle.Destroy(); },
                                                             [&] {
@@ -140,16 +121,16 @@ TEST_F(GuestTest, AForkedChildLeavesTheScannerToItsParent) {
             ScanAndWait(*scanner, handle, 3, "after");
         }
         Handle other;
-        EXPECT_EQ(openScanner(other, ConnectionOf(link).c_str()), ResultClaimed);
+        EXPECT_EQ(Open(other, link), ResultClaimed);
         EXPECT_EQ(closeScanner(handle), ResultSuccess);
     }
 }
 
 // A cancellation waits for the end of the call.
-TEST_F(GuestTest, AThreadThatWaitsForABarcodeCanBeCancelled) {
+TEST(GuestTest, AThreadThatWaitsForABarcodeCanBeCancelled) {
     auto scanner = NewScanner(ScannerLink::Usb);
     Handle handle;
-    ASSERT_EQ(openScanner(handle, ConnectionOf(ScannerLink::Usb).c_str()), ResultSuccess);
+    ASSERT_EQ(Open(handle, ScannerLink::Usb), ResultSuccess);
     Barcode taken;
     std::thread consumer([&] { taken = handle.Take(-1); });
     pthread_cancel(consumer.native_handle());

@@ -11,10 +11,10 @@
 #include <new>
 #include <string>
 #include <sys/prctl.h>
+#include <vector>
 
 #include "library/library_test.h"
 #include "support/fast_clock.h"
-#include "support/process.h"
 
 namespace {
 
@@ -75,10 +75,8 @@ struct Step {
     int stride = 1;               // above 1 for a step that takes long and is made of others
 };
 
-class NoMemoryTest : public LibraryTest, public ::testing::WithParamInterface<Road> {
+class NoMemoryTest : public ::testing::TestWithParam<Road> {
   protected:
-    NoMemoryTest() : m_Scanner(NewScanner(GetParam().link)) {}
-
     // Runs the step with its first allocation failing, then with its second, and so on to the end, for each thread.
     void TryAllPlaces(const Step& step, const char* thread) {
         for (int place = 1; place < kTooManyPlaces; place += step.stride) {
@@ -98,12 +96,17 @@ class NoMemoryTest : public LibraryTest, public ::testing::WithParamInterface<Ro
 
     // A call of the library, with one of the results that are told for it.
     template <typename Call>
-    ResultCode Tell(std::initializer_list<ResultCode> told, Call call) {
+    ResultCode Tell(const std::vector<ResultCode>& told, Call call) {
         t_InCall = true;
         const ResultCode result = call();
         t_InCall = false;
         EXPECT_THAT(told, ::testing::Contains(result));
         return result;
+    }
+
+    template <typename Call>
+    std::function<void()> Telling(std::vector<ResultCode> told, Call call) {
+        return [=, this] { Tell(told, call); };
     }
 
     ResultCode Open(const Handle& handle) { return openScanner(handle, m_Connection.c_str()); }
@@ -119,7 +122,7 @@ class NoMemoryTest : public LibraryTest, public ::testing::WithParamInterface<Ro
         m_Scanner->Unplug();
         m_Scanner->ClearPackets();
         m_Scanner->Plug();
-        m_Scanner->WaitForPackets(1, 200);
+        m_Scanner->WaitForPackets(1, std::chrono::milliseconds(200));
     }
     // Neither claim nor link of another handle is left.
     void ExpectFree() {
@@ -150,9 +153,9 @@ class NoMemoryTest : public LibraryTest, public ::testing::WithParamInterface<Ro
     static inline const std::string kText = std::string(150, 'x');  // several reports over USB
     static constexpr int32_t kSize = 1024;
 
-    test::FastClock m_Clock{50};
+    FastClock m_Clock{50};
     const std::string m_Connection = ConnectionOf(GetParam().link);
-    std::unique_ptr<VirtualScanner> m_Scanner;
+    const std::unique_ptr<VirtualScanner> m_Scanner = NewScanner(GetParam().link);
     uint8_t m_Buffer[kSize] = {};
     int32_t m_Length = 0;
     int m_Markers = 0;
@@ -164,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Links, NoMemoryTest,
 
 TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
     auto handle = std::make_unique<Handle>();
-    const size_t threads = test::ThreadCount();
+    const size_t threads = ThreadCount();
     const auto nothing = [] {};
     const auto free = [&] { ExpectFree(); };
     const auto open = [&] { EXPECT_EQ(Open(*handle), ResultSuccess); };
@@ -177,10 +180,10 @@ TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
             m_Scanner->Plug();
             usable();
             m_Scanner->Unplug();
-            return Eventually([&] { return handle->State() == ScannerStateOpen; }, 100);
+            return Eventually([&] { return handle->State() == ScannerStateOpen; }, std::chrono::milliseconds(100));
         }));
     };
-    const auto close = [&] { Tell({ResultSuccess, ResultFailure}, [&] { return closeScanner(*handle); }); };
+    const auto close = Telling({ResultSuccess, ResultFailure}, [&] { return closeScanner(*handle); });
     const auto closed = [&] {
         closeScanner(*handle);
         ExpectState(*handle, ScannerStateClosed);
@@ -209,16 +212,13 @@ TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
     const Step steps[] = {
         // First of all, while the process has made nothing yet that it keeps. Without memory for the link itself the
         // handle is connected to nothing: then settings fail, and it has to be closed and opened.
-        {"open", nothing,
-         [&] {
-             Tell({ResultSuccess, ResultOpenException}, [&] { return Open(*handle); });
-         },
+        {"open", nothing, Telling({ResultSuccess, ResultOpenException}, [&] { return Open(*handle); }),
          [&] {
              if (handle->State() == ScannerStateEnabled && setCode39(*handle, 1) == ResultSuccess) usable();
              closed();
          },
          true},
-        {"log", nothing, [&] { Tell({ResultSuccess}, [] { return setLogLevel(0); }); }, [] { setLogLevel(9); }},
+        {"log", nothing, Telling({ResultSuccess}, [] { return setLogLevel(0); }), [] { setLogLevel(9); }},
         {"create", nothing,
          [&] {
              ScannerHandle made = nullptr;
@@ -227,38 +227,20 @@ TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
          },
          free},
         // The calls that it is made of are tried one by one.
-        {"probe", nothing,
-         [&] {
-             Tell({ResultSuccess, ResultReplyTooLong}, probe);
-         },
-         free, false, 13},
+        {"probe", nothing, Telling({ResultSuccess, ResultReplyTooLong}, probe), free, false, 13},
         {"barcode", fresh, [&] { m_Scanner->Scan(kType, kText), take(5000); }, usable},
         {"wait in vain", nothing, [&] { take(0); }, usable, true},
-        {"set", nothing,
-         [&] {
-             Tell({ResultSuccess, ResultFailure}, [&] { return setCode39(*handle, 1); });
-         },
+        {"set", nothing, Telling({ResultSuccess, ResultFailure}, [&] { return setCode39(*handle, 1); }),
          [&] { EXPECT_EQ(setCode39(*handle, 1), ResultSuccess); }},
-        {"query", answers(query),
-         [&] {
-             Tell({ResultSuccess, ResultNoExist}, query);
-         },
-         answers(query)},
-        {"version", answers(version),
-         [&] {
-             Tell({ResultSuccess, ResultNoExist}, version);
-         },
-         answers(version)},
+        {"query", answers(query), Telling({ResultSuccess, ResultNoExist}, query), answers(query)},
+        {"version", answers(version), Telling({ResultSuccess, ResultNoExist}, version), answers(version)},
         {"lose", nothing, [&] { m_Scanner->Unplug(), ExpectState(*handle, ScannerStateOpen); },
          [&] { Return(*handle), usable(); }, true},
         {"return", lost, [&] { Return(*handle); }, usable, true},
         {"flicker", nothing, [&] { Flicker(); }, usable, true},
         {"close", open, close, closed, true},
         {"close a lost one", lost, close, closed, true},
-        {"open a lost one", lost,
-         [&] {
-             Tell({ResultNoHardware, ResultOpenException}, [&] { return Open(*handle); });
-         },
+        {"open a lost one", lost, Telling({ResultNoHardware, ResultOpenException}, [&] { return Open(*handle); }),
          closed, true},
         {"destroy", fresh, destroy, free, true},
         {"destroy a lost one", [&] { fresh(), lost(); }, destroy, [&] { m_Scanner->Plug(), free(); }, true},
@@ -268,7 +250,7 @@ TEST_P(NoMemoryTest, OneFailedAllocationDoesNoHarm) {
             if (!HasFailure() && (step.polled || thread != kThreads.back())) TryAllPlaces(step, thread);
         }
     }
-    EXPECT_LT(test::SettledThreadCount(), threads);  // without the handle's own
+    EXPECT_LT(SettledThreadCount(), threads);  // without the handle's own
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Wine starts programs of the system below it as well, and hands a socket on as their standard input and output; pipes
 // it can't. See tests/wine/scanner.
-#include <cstdlib>
+#include <mutex>
 #include <stdexcept>
 #include <winsock2.h>
 
@@ -16,36 +16,27 @@ namespace {
 
 constexpr const char* kInstanceRoots[] = {"USB\\VID_18D1&PID_0009\\", "ACPI\\PNP0501\\"};
 
-template <typename Result>
-Result Checked(bool good, Result result, const char* what) {
+void Check(bool good, const char* what) {
     if (!good) throw std::runtime_error(std::string(what) + ": " + std::to_string(::WSAGetLastError()));
-    return result;
-}
-
-SOCKET NewSocket() {
-    const SOCKET made = ::socket(AF_INET, SOCK_STREAM, 0);
-    return Checked(made != INVALID_SOCKET, made, "socket");
 }
 
 // Two sockets that lead to each other.
 std::pair<SOCKET, SOCKET> SocketPair() {
-    static const int started = [] {
-        WSADATA data;
-        return ::WSAStartup(MAKEWORD(2, 2), &data);
-    }();
-    Checked(started == 0, started, "WSAStartup");
+    WSADATA data;
+    Check(::WSAStartup(MAKEWORD(2, 2), &data) == 0, "WSAStartup");
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
     auto* generic = reinterpret_cast<sockaddr*>(&address);
     int size = sizeof address;
-    const SOCKET listener = NewSocket();
-    const SOCKET ours = NewSocket();
-    Checked(::bind(listener, generic, size) == 0 && ::listen(listener, 1) == 0, 0, "listen");
-    Checked(::getsockname(listener, generic, &size) == 0 && ::connect(ours, generic, size) == 0, 0, "connect");
+    const SOCKET listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    const SOCKET ours = ::socket(AF_INET, SOCK_STREAM, 0);
+    Check(::bind(listener, generic, size) == 0 && ::listen(listener, 1) == 0, "listen");
+    Check(::getsockname(listener, generic, &size) == 0 && ::connect(ours, generic, size) == 0, "connect");
     const SOCKET theirs = ::accept(listener, nullptr, nullptr);
+    Check(theirs != INVALID_SOCKET, "accept");
     ::closesocket(listener);
-    return {ours, Checked(theirs != INVALID_SOCKET, theirs, "accept")};
+    return {ours, theirs};
 }
 
 void Start(const ScannerOptions& options, SOCKET input) {
@@ -59,18 +50,14 @@ void Start(const ScannerOptions& options, SOCKET input) {
     PROCESS_INFORMATION started{};  // stays empty: Wine has no handle for such a process
     const BOOL good =
         ::CreateProcessA(VIRTUAL_SCANNER, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started);
-    Checked(good != FALSE, 0, VIRTUAL_SCANNER);
+    Check(good != FALSE, VIRTUAL_SCANNER);
 }
 
 // A test that was killed leaves its keys. The one that runs next, alone with its devices, is to find none.
 void DeleteKeysOfOthers() {
-    static const bool once = [] {
-        for (const std::string root : kInstanceRoots) {
-            ::RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("System\\CurrentControlSet\\Enum\\" + root).c_str());
-        }
-        return true;
-    }();
-    static_cast<void>(once);
+    for (const std::string root : kInstanceRoots) {
+        ::RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("System\\CurrentControlSet\\Enum\\" + root).c_str());
+    }
 }
 
 // Nothing tells when the driver has seen the device, nor when the name in the list leads to it.
@@ -91,7 +78,8 @@ struct ScannerProgram::Impl {
 ScannerProgram::ScannerProgram(const ScannerOptions& options)
     : m_Impl([&] {
           const auto [ours, theirs] = SocketPair();
-          DeleteKeysOfOthers();
+          static std::once_flag once;
+          std::call_once(once, DeleteKeysOfOthers);
           Start(options, theirs);
           ::closesocket(theirs);
           return new Impl{options, ours};
@@ -103,7 +91,7 @@ ScannerProgram::~ScannerProgram() {
 
 void ScannerProgram::Write(const std::string& text) {
     const auto size = static_cast<int>(text.size());
-    Checked(::send(m_Impl->socket, text.data(), size, 0) == size, 0, "send");
+    Check(::send(m_Impl->socket, text.data(), size, 0) == size, "send");
 }
 
 std::string ScannerProgram::ReadLine() {

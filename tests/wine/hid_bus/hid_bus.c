@@ -158,23 +158,12 @@ static void NTAPI Serve(void* context) {
 /* ---- Requests to the device */
 
 static const UCHAR kReportDescriptor[] = {
-    0x06, 0x00,
-    0xFF,       /* usage page: vendor's own */
-    0x09, 0x01, /* usage 1 */
-    0xA1, 0x01, /* application collection */
-    0x85, 0x04, /*   report id 4 */
-    0x15, 0x00, /*   values from 0 */
-    0x26, 0xFF,
-    0x00,                  /*   to 255 */
-    0x75, 0x08,            /*   of 8 bits */
-    0x95, REPORT_SIZE - 1, /*   as many as fit behind the id */
-    0x09, 0x02,            /*   usage 2 */
-    0x81, 0x02,            /*   input */
-    0x95, REPORT_SIZE - 1,
-    0x09, 3,    /*   the same with usage 3 */
-    0x91, 0x02, /*   output */
-    0xC0        /* end */
-};
+    /* usage page (the vendor's own), usage, application collection, report id 4 */
+    0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x85, 0x04,
+    /* values from 0 to 255, of 8 bits */
+    0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08,
+    /* as many as fit behind the id: input, output; end */
+    0x95, REPORT_SIZE - 1, 0x09, 0x02, 0x81, 0x02, 0x95, REPORT_SIZE - 1, 0x09, 0x03, 0x91, 0x02, 0xC0};
 
 static const HidDescriptor kDescriptor = {sizeof(HidDescriptor), 0x21, 0x0110, 0, 1, 0x22, sizeof(kReportDescriptor)};
 

@@ -13,33 +13,28 @@ enum { kPatienceMs = 10000, kCode39 = 35 };
 
 static ScannerHandle scanner;
 static int leaving;
+static uint8_t buffer[4096]; /* what a call gives */
+static int32_t length;
 
-static void PrintBytes(const uint8_t* bytes, int32_t length) {
+static void PrintResult(ResultCode result) {
     int32_t i;
+    printf("%d", (int)result);
+    if (result != ResultSuccess || length == 0) return;
+    putchar(' ');
     for (i = 0; i < length; ++i) {
-        if (bytes[i] >= 0x20 && bytes[i] < 0x7F && bytes[i] != '\\') {
-            putchar(bytes[i]);
+        if (buffer[i] >= 0x20 && buffer[i] < 0x7F && buffer[i] != '\\') {
+            putchar(buffer[i]);
         } else {
-            printf("\\x%02x", (unsigned)bytes[i]);
+            printf("\\x%02x", (unsigned)buffer[i]);
         }
     }
 }
 
-static void PrintResult(ResultCode result, const uint8_t* bytes, int32_t length) {
-    printf("%d", (int)result);
-    if (result == ResultSuccess && length > 0) {
-        putchar(' ');
-        PrintBytes(bytes, length);
-    }
-}
-
 static void Take(const char* argument) {
-    uint8_t buffer[4096];
     int32_t type = -1;
-    int32_t length = 0;
     const ResultCode result = getBarCode(scanner, &type, buffer, (int32_t)sizeof buffer, &length, atoi(argument));
     if (result == ResultSuccess) printf("type %d: ", (int)type);
-    PrintResult(result, buffer, length);
+    PrintResult(result);
 }
 
 /* Waits for a state, by a call that waits in any state: no barcode comes meanwhile. */
@@ -48,40 +43,29 @@ static void WaitForState(const char* argument) {
     int32_t state = 0;
     int waitedMs;
     for (waitedMs = 0; waitedMs < kPatienceMs; waitedMs += 100) {
-        int32_t length;
-        uint8_t nothing[1];
         getScannnerState(scanner, &state);
         if (state == wanted) break;
-        getBarCode(scanner, NULL, nothing, 1, &length, 50);
+        getBarCode(scanner, NULL, buffer, 1, &length, 50);
     }
     printf("%d", (int)state);
 }
 
 static void Query(const char* argument) {
-    uint8_t value[64];
-    int32_t length = 0;
     ResultCode result = ResultFailure;
     int tries; /* the late answer to a setting call may be taken for this one's */
     for (tries = 0; tries < 3 && result == ResultFailure; ++tries) {
-        result = QueryCommandSetting(scanner, atoi(argument), (int32_t)sizeof value, value, &length);
+        result = QueryCommandSetting(scanner, atoi(argument), 64, buffer, &length);
     }
-    PrintResult(result, value, length);
+    PrintResult(result);
 }
 
 static void Version(const char* argument) {
-    uint8_t text[128];
-    int32_t length = 0;
-    const ResultCode result = getScannerVersion(scanner, text, (int32_t)sizeof text, &length);
-    (void)argument;
-    PrintResult(result, text, length);
+    (void)argument, PrintResult(getScannerVersion(scanner, buffer, 128, &length));
 }
 
 static void Code(const char* argument) {
     const uint8_t value = (uint8_t)atoi(argument);
-    uint8_t code[64];
-    int32_t length = 0;
-    const ResultCode result = getBarCodeCmd(kCode39, &value, (int32_t)sizeof code, code, &length);
-    PrintResult(result, code, length);
+    PrintResult(getBarCodeCmd(kCode39, &value, 64, buffer, &length));
 }
 
 static void Second(const char* argument) {
@@ -120,6 +104,7 @@ static const struct {
 
 static void Run(const char* name, const char* argument) {
     size_t i;
+    length = 0;
     for (i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i) {
         if (strcmp(kCommands[i].name, name) == 0) {
             kCommands[i].run(argument);

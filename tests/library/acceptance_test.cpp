@@ -15,14 +15,14 @@ class AcceptanceTest : public LinkTest {
     }
     // A setting that the scanner doesn't answer: a late answer would be taken for that of the query behind it.
     std::string TellSetting(const std::string& command) {
-        m_Scanner->SetSilent(true);
+        m_Scanner->Tell("silent on");
         m_Scanner->ClearPackets();
         const std::string result = Tell(command);
         EXPECT_TRUE(Eventually([&] {
             const auto packets = m_Scanner->Packets();
             return !packets.empty() && packets.back().opcode == 0x40;
         }));
-        m_Scanner->SetSilent(false);
+        m_Scanner->Tell("silent off");
         return result;
     }
 
@@ -53,12 +53,12 @@ TEST_P(AcceptanceTest, TheApplicationGetsTheSameEverywhere) {
     EXPECT_EQ(TellSetting("raw 05 40 04 00 0B 00 AB"), "0");
     EXPECT_EQ(Tell("query 35"), R"(0 \x00)");
     EXPECT_EQ(Tell("version"), "0 1234567890");
-    m_Scanner->SetRefuse(true);
+    m_Scanner->Tell("refuse on");
     EXPECT_EQ(Tell("query 35"), "111");
-    m_Scanner->SetRefuse(false);
-    m_Scanner->SetSilent(true);
+    m_Scanner->Tell("refuse off");
+    m_Scanner->Tell("silent on");
     EXPECT_EQ(Tell("query 35"), "109");
-    m_Scanner->SetSilent(false);
+    m_Scanner->Tell("silent off");
 
     m_Scanner->Unplug();
     EXPECT_EQ(Tell("state 2"), "2");

@@ -8,7 +8,6 @@
 #include <stdexcept>
 
 #include "foundation/text.h"
-#include "protocol/packet.h"
 #include "support/eventually.h"
 
 namespace quillet::test {
@@ -23,10 +22,6 @@ std::string Escaped(std::string_view bytes) {
     return text;
 }
 
-std::string Digits(std::string_view bytes) {
-    return ReplaceAll(ToHexText(bytes), " ", "");
-}
-
 // The bytes that stand behind "<name>=" in a line of the program.
 std::string Field(const std::string& line, const std::string& name) {
     const size_t start = line.find(" " + name + "=");
@@ -35,12 +30,9 @@ std::string Field(const std::string& line, const std::string& name) {
     return ParseHexText(line.substr(value, line.find(' ', value) - value));
 }
 
-// The scanner takes only what is byte for byte the wire form of its parts.
 HostPacket PacketOf(const std::string& line) {
     if (!line.starts_with("packet ")) return {};
-    const auto opcode = static_cast<uint8_t>(Field(line, "opcode").at(0));
-    CommandPacket packet(opcode, Field(line, "parameters"), static_cast<uint8_t>(Field(line, "status").at(0)));
-    return {true, opcode, packet.parameters, ToWireBytes(packet)};
+    return {static_cast<uint8_t>(Field(line, "opcode").at(0)), Field(line, "parameters")};
 }
 
 }  // namespace
@@ -101,13 +93,8 @@ void VirtualScanner::Scan(uint8_t codeType, std::string_view data) {
     Tell("scan " + std::to_string(codeType) + " " + Escaped(data));
 }
 
-void VirtualScanner::SetInterrupt(uint8_t codeType, std::string_view data) {
-    Tell("interrupt " + std::to_string(codeType) + " " + Escaped(data));
-}
-
-void VirtualScanner::StoreSetting(uint8_t opcode, std::string_view number, std::string_view value) {
-    const auto name = static_cast<char>(opcode);
-    Tell("store " + Digits({&name, 1}) + " " + Digits(number) + " " + Digits(value));
+void VirtualScanner::Plain(std::string_view bytes) {
+    Tell("plain " + Escaped(bytes));
 }
 
 std::vector<HostPacket> VirtualScanner::Packets() const {

@@ -53,12 +53,10 @@ class ScannerProgram {
 // Its command line.
 std::vector<std::string> ArgumentsOf(const ScannerOptions& options);
 
-// What a host has sent. One that isn't valid has nothing else.
+// What a host has sent; nothing of what is no packet.
 struct HostPacket {
-    bool valid = false;
     uint8_t opcode = 0;
     std::string parameters;
-    std::string wire;
 };
 
 // Calls may come from any thread; one command is under way at a time. They throw std::runtime_error if the scanner
@@ -70,20 +68,16 @@ class VirtualScanner {
     VirtualScanner(const VirtualScanner&) = delete;
     VirtualScanner& operator=(const VirtualScanner&) = delete;
 
+    // One of the program's commands: "refuse on", "delay 100".
+    void Tell(const std::string& command);
+
     // Plugging in a scanner that is plugged in does nothing, nor does the opposite.
     void Plug();
     void Unplug();
 
     // Return once everything is on its way to the host.
     void Scan(uint8_t codeType, std::string_view data);
-
-    void SetFault(const std::string& fault) { Tell("fault " + fault); }  // checksum, length or truncate
-    void SetDelay(uint32_t ms) { Tell("delay " + std::to_string(ms)); }
-    void SetSilent(bool on) { Tell(on ? "silent on" : "silent off"); }
-    void SetRefuse(bool on) { Tell(on ? "refuse on" : "refuse off"); }
-    void SetPieces(size_t bytes) { Tell("pieces " + std::to_string(bytes)); }
-    void SetInterrupt(uint8_t codeType, std::string_view data);
-    void StoreSetting(uint8_t opcode, std::string_view number, std::string_view value);
+    void Plain(std::string_view bytes);  // without a frame
 
     // What hosts have sent since the start or the last ClearPackets.
     std::vector<HostPacket> Packets() const;
@@ -91,7 +85,6 @@ class VirtualScanner {
     bool WaitForPackets(size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
 
   private:
-    void Tell(const std::string& command);
     void Listen();
     void End();
 

@@ -26,8 +26,8 @@ inline constexpr size_t kLazyHandles = kOnWindows ? 6 : 0;
 // Milliseconds that this process has had of a processor.
 int64_t ProcessorTimeMs();
 
-// A program with a pipe to its standard input and one from its standard output; other handles aren't
-// inherited. A program that couldn't be started reads as one that has ended with 127.
+// A program whose standard input and output lead here; other handles aren't inherited. One that couldn't be started reads
+// as one that has ended with 127.
 class ChildProcess {
   public:
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments);

@@ -35,6 +35,13 @@ HostPacket PacketOf(const std::string& line) {
     return {static_cast<uint8_t>(Field(line, "opcode").at(0)), Field(line, "parameters")};
 }
 
+std::vector<std::string> ArgumentsOf(const ScannerOptions& options) {
+    constexpr std::array kLinks{"usb", "virtual-serial", "serial"};
+    const std::string link = kLinks[static_cast<size_t>(options.link)];
+    const std::string port = "COM" + std::to_string(options.port);
+    return {"--unplugged", "--gap", "0", "--link", link, "--port", port, "--serial-number", options.serialNumber};
+}
+
 }  // namespace
 
 void PrintTo(ScannerLink link, std::ostream* out) {
@@ -42,20 +49,8 @@ void PrintTo(ScannerLink link, std::ostream* out) {
     *out << kNames[static_cast<size_t>(link)];
 }
 
-std::vector<std::string> ArgumentsOf(const ScannerOptions& options) {
-    constexpr std::array kLinks{"usb", "virtual-serial", "serial"};
-    return {"--unplugged",
-            "--gap",
-            "0",
-            "--link",
-            kLinks[static_cast<size_t>(options.link)],
-            "--port",
-            "COM" + std::to_string(options.port),
-            "--serial-number",
-            options.serialNumber};
-}
-
-VirtualScanner::VirtualScanner(const ScannerOptions& options) : m_Program(options), m_Listener([this] { Listen(); }) {
+VirtualScanner::VirtualScanner(const ScannerOptions& options)
+    : m_Options(options), m_Program(VIRTUAL_SCANNER, ArgumentsOf(options)), m_Listener([this] { Listen(); }) {
     try {
         Plug();
     } catch (...) {
@@ -65,7 +60,7 @@ VirtualScanner::VirtualScanner(const ScannerOptions& options) : m_Program(option
 }
 
 VirtualScanner::~VirtualScanner() {
-    m_Program.Withdraw();
+    m_Listed.reset();
     End();
 }
 
@@ -81,11 +76,11 @@ void VirtualScanner::End() {
 
 void VirtualScanner::Plug() {
     Tell("plug");
-    m_Program.Announce();
+    m_Listed = ListedForHosts(m_Options);
 }
 
 void VirtualScanner::Unplug() {
-    m_Program.Withdraw();
+    m_Listed.reset();
     Tell("unplug");
 }
 

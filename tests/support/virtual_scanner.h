@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/process.h"
+
 namespace quillet::test {
 
 enum class ScannerLink { Usb, VirtualSerial, Serial };
@@ -26,32 +28,8 @@ struct ScannerOptions {
     std::string serialNumber = "1234567890";
 };
 
-// The program as this system runs it. On Windows that is outside Wine, where nothing can play a device.
-class ScannerProgram {
-  public:
-    // Started unplugged. Throws std::runtime_error if it can't be.
-    explicit ScannerProgram(const ScannerOptions& options);
-    ~ScannerProgram();
-    ScannerProgram(const ScannerProgram&) = delete;
-    ScannerProgram& operator=(const ScannerProgram&) = delete;
-
-    void Write(const std::string& text);
-    // The next line of its output without its end; empty once it has ended. Read by one thread, beside all the others.
-    std::string ReadLine();
-    void CloseInput();  // ends the program
-    void Kill();        // ends a read that waits as well, whatever the program does
-
-    // Hosts find the scanner that is plugged in from the return of the one to the call of the other.
-    void Announce();
-    void Withdraw();
-
-  private:
-    struct Impl;
-    const std::unique_ptr<Impl> m_Impl;
-};
-
-// Its command line.
-std::vector<std::string> ArgumentsOf(const ScannerOptions& options);
+// Hosts find the scanner as long as the result lives, if it is plugged in.
+std::shared_ptr<void> ListedForHosts(const ScannerOptions& options);
 
 // What a host has sent; nothing of what is no packet.
 struct HostPacket {
@@ -88,7 +66,9 @@ class VirtualScanner {
     void Listen();
     void End();
 
-    ScannerProgram m_Program;
+    const ScannerOptions m_Options;
+    ChildProcess m_Program;
+    std::shared_ptr<void> m_Listed;
     std::mutex m_TellMutex;      // one command and its answer at a time; taken before m_Mutex
     mutable std::mutex m_Mutex;  // guards the next three
     std::deque<std::string> m_Answers;

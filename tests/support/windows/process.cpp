@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <tlhelp32.h>
 #include <utility>
+#include <winsock2.h>
 
 #include "platform/windows/unique_handle.h"
 
@@ -53,70 +54,76 @@ bool IsUnderWine() {
 
 namespace {
 
-struct Pipe {
-    UniqueHandle reading;
-    UniqueHandle writing;
-};
+void Check(bool good, const char* what) {
+    if (!good) throw std::runtime_error(std::string(what) + ": " + std::to_string(::WSAGetLastError()));
+}
 
-// The child's end is the one that is inherited.
-Pipe NewPipe(bool childReads) {
-    SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    HANDLE reading = nullptr;
-    HANDLE writing = nullptr;
-    if (::CreatePipe(&reading, &writing, &inherited, 0) == FALSE) throw std::runtime_error("CreatePipe");
-    ::SetHandleInformation(childReads ? writing : reading, HANDLE_FLAG_INHERIT, 0);
-    return {UniqueHandle(reading), UniqueHandle(writing)};
+// Two sockets that lead to each other. The second is for a child; programs can use it like a file.
+std::pair<SOCKET, SOCKET> SocketPair() {
+    WSADATA data;
+    Check(::WSAStartup(MAKEWORD(2, 2), &data) == 0, "WSAStartup");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    int size = sizeof address;
+    const SOCKET listener = ::WSASocketA(AF_INET, SOCK_STREAM, 0, nullptr, 0, 0);
+    const SOCKET ours = ::socket(AF_INET, SOCK_STREAM, 0);
+    Check(::bind(listener, generic, size) == 0 && ::listen(listener, 1) == 0, "listen");
+    Check(::getsockname(listener, generic, &size) == 0 && ::connect(ours, generic, size) == 0, "connect");
+    const SOCKET theirs = ::accept(listener, nullptr, nullptr);
+    Check(theirs != INVALID_SOCKET, "accept");
+    ::closesocket(listener);
+    return {ours, theirs};
 }
 
 }  // namespace
 
 struct ChildProcess::Impl {
     UniqueHandle process;
-    UniqueHandle input;
-    UniqueHandle output;
+    SOCKET socket = INVALID_SOCKET;
     bool killed = false;
 };
 
+// Over a socket: Wine starts programs of the system below it as well and hands that on as their standard input and
+// output; pipes it can't. It has no handle for such a process.
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
     : m_Impl(std::make_unique<Impl>()) {
-    Pipe toChild = NewPipe(true);
-    Pipe fromChild = NewPipe(false);
+    const auto [ours, theirs] = SocketPair();
+    ::SetHandleInformation(reinterpret_cast<HANDLE>(ours), HANDLE_FLAG_INHERIT, 0);
     std::string line = "\"" + program + "\"";
     for (const std::string& argument : arguments) line += " \"" + argument + "\"";
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = toChild.reading.Get();
-    startup.hStdOutput = fromChild.writing.Get();
+    startup.hStdInput = startup.hStdOutput = reinterpret_cast<HANDLE>(theirs);
+    startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION started{};
     if (::CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                          &started) != FALSE) {
         ::CloseHandle(started.hThread);
         m_Impl->process = UniqueHandle(started.hProcess);
     }
-    m_Impl->input = std::move(toChild.writing);
-    m_Impl->output = std::move(fromChild.reading);
+    ::closesocket(theirs);
+    m_Impl->socket = ours;
 }
 
 ChildProcess::~ChildProcess() {
     Kill();
+    ::closesocket(m_Impl->socket);
 }
 
 bool ChildProcess::ReadByte(char& byte) {
-    DWORD count = 0;
-    return ::ReadFile(m_Impl->output.Get(), &byte, 1, &count, nullptr) != FALSE && count == 1;
+    return ::recv(m_Impl->socket, &byte, 1, 0) == 1;
 }
 
 void ChildProcess::Write(const std::string& text) {
-    DWORD count = 0;
-    const auto size = static_cast<DWORD>(text.size());
-    if (::WriteFile(m_Impl->input.Get(), text.data(), size, &count, nullptr) == FALSE || count != size) {
-        throw std::runtime_error("the program takes no input");
-    }
+    const auto size = static_cast<int>(text.size());
+    Check(::send(m_Impl->socket, text.data(), size, 0) == size, "send");
 }
 
 void ChildProcess::CloseInput() {
-    m_Impl->input.Reset();
+    ::shutdown(m_Impl->socket, SD_SEND);
 }
 
 int ChildProcess::End() {
@@ -131,6 +138,9 @@ int ChildProcess::End() {
 }
 
 void ChildProcess::Kill() {
+    // Where there is no process to end, its next line ends it. The closing alone doesn't wake a read under Wine.
+    ::shutdown(m_Impl->socket, SD_BOTH);
+    ::CancelIoEx(reinterpret_cast<HANDLE>(m_Impl->socket), nullptr);
     if (!m_Impl->process.IsOpen()) return;
     m_Impl->killed = true;
     ::TerminateProcess(m_Impl->process.Get(), 1);

@@ -36,20 +36,6 @@ TEST(Event, AutoResetLetsOneWaiterThroughForEachSignal) {
     EXPECT_EQ(event->Wait(0), WaitResult::TimedOut);
 }
 
-TEST(StopSignal, StaysSetForEveryWaiterUntilReset) {
-    StopSignal stop;
-    EXPECT_FALSE(stop.IsSet());
-    EXPECT_FALSE(stop.Wait(5));
-    Thread waiter = StartThread("waiter", [&] { EXPECT_TRUE(stop.Wait(kNoLimitMs)); });
-    stop.Set();
-    stop.Set();
-    waiter.Join();
-    EXPECT_TRUE(stop.IsSet());
-    EXPECT_TRUE(stop.Wait(60000));
-    stop.Reset();
-    EXPECT_FALSE(stop.IsSet());
-}
-
 TEST(Waits, LastAsLongAsAsked) {
     StopSignal stop;
     const auto event = Event::Create(Event::Kind::ManualReset);

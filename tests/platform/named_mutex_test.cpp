@@ -48,7 +48,7 @@ TEST(NamedMutex, BelongsToOneObjectAndThread) {
 // Where the system tells that the owner has died, the try that is told so is refused, and frees it for the next.
 TEST(NamedMutex, IsHeldByAnotherProcessUntilThatDies) {
     const auto mutex = NamedMutex::Create(Name());
-    test::ChildProcess holder(MUTEX_HOLDER, {Name()});
+    test::ChildProcess holder(CHILD, {Name()});
     ASSERT_EQ(holder.ReadLine(), "taken");
     const int64_t start = SystemClock().NowNs();
     EXPECT_FALSE(mutex->Take(120));
@@ -59,7 +59,7 @@ TEST(NamedMutex, IsHeldByAnotherProcessUntilThatDies) {
         EXPECT_FALSE(mutex->Take(0));
     }
     EXPECT_TRUE(mutex->Take(0));
-    test::ChildProcess late(MUTEX_HOLDER, {Name()});
+    test::ChildProcess late(CHILD, {Name()});
     EXPECT_EQ(late.ReadLine(), "refused");
 }
 

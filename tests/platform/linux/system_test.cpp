@@ -1,18 +1,33 @@
 // SPDX-License-Identifier: MIT
-// The files behind claims.
+// Files that other users and processes reach too, and signals of the host.
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
+#include "platform/clock.h"
+#include "platform/device_access.h"
+#include "platform/event.h"
+#include "platform/files.h"
 #include "platform/linux/claim_folder.h"
 #include "platform/named_mutex.h"
+#include "platform/thread.h"
 #include "support/temp_tree.h"
 
 namespace quillet::platform {
 namespace {
+
+// Without the type; 0 if nothing is there.
+unsigned PermissionsOf(const std::string& path) {
+    struct stat found {};
+    return stat(path.c_str(), &found) == 0 ? found.st_mode & 07777U : 0;
+}
 
 std::string Chosen(const ClaimRoots& roots) {
     const UniqueFd folder = OpenClaimFolder(roots);
@@ -55,9 +70,7 @@ TEST_F(ClaimFileTest, FileIsForAllUsersAndNotForLinks) {
     const mode_t before = umask(077);
     const auto mutex = NamedMutex::Create(m_Name);
     umask(before);
-    struct stat found {};
-    ASSERT_EQ(stat(m_Path.c_str(), &found), 0);
-    EXPECT_EQ(found.st_mode & 0777U, 0666U);
+    EXPECT_EQ(PermissionsOf(m_Path), 0666U);
     unlink(m_Path.c_str());
     ASSERT_EQ(symlink("/dev/null", m_Path.c_str()), 0);
     EXPECT_EQ(NamedMutex::Create(m_Name), nullptr);
@@ -90,6 +103,67 @@ TEST(ClaimFolder, IsTheFirstThatIsThereAndCanBeTrusted) {
     EXPECT_EQ(Chosen(roots), own);
     chmod((roots.runtime + "/quillet").c_str(), 0777);
     EXPECT_EQ(Chosen(roots), roots.locks) << "others can write to it";
+}
+
+TEST(Files, TheLogIsAPlainFileThatItsOwnerAloneWrites) {
+    const test::TempTree tree;
+    ASSERT_EQ(mkfifo(tree.Path("pipe").c_str(), 0600), 0);
+    tree.Link("link", tree.Write("target", ""));
+    for (const std::string& path : {tree.Path("pipe"), tree.Path("link"), std::string("/dev/null")}) {
+        EXPECT_EQ(AppendFile::Open(path), nullptr) << path;
+    }
+    const mode_t before = umask(0);
+    MakeDirectory(tree.Path("log"));
+    EXPECT_NE(AppendFile::Open(tree.Path("log/file")), nullptr);
+    umask(before);
+    EXPECT_EQ(PermissionsOf(tree.Path("log")), 0755U);
+    EXPECT_EQ(PermissionsOf(tree.Path("log/file")), 0644U);
+}
+
+TEST(Waits, OutliveSignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    struct sigaction before {};
+    sigaction(SIGUSR1, &action, &before);  // without SA_RESTART: system calls end with EINTR
+    StopSignal stop;
+    const auto event = Event::Create(Event::Kind::ManualReset);
+    const pthread_t waiting = pthread_self();
+    std::atomic<bool> done{false};
+    Thread disturber = StartThread("disturber", [&] {
+        while (!done) {
+            pthread_kill(waiting, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    const int64_t start = SystemClock().NowNs();
+    EXPECT_FALSE(stop.Wait(50));
+    EXPECT_EQ(SystemClock().Wait(*event, 50), WaitResult::TimedOut);
+    SystemClock().SleepMs(50);
+    const int64_t tookMs = (SystemClock().NowNs() - start) / 1000000;
+    EXPECT_GE(tookMs, 149);
+    EXPECT_LT(tookMs, 5000);
+    done = true;
+    disturber.Join();
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(Thread, BlocksSignalsAndBearsItsName) {
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    StartThread("a name of more than fifteen bytes", [&] {
+        sigset_t mask;
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGPIPE, SIGCHLD, SIGUSR1, SIGSEGV, SIGRTMAX}) {
+            EXPECT_EQ(sigismember(&mask, signal), 1) << signal;
+        }
+        std::string name(16, '\0');
+        prctl(PR_GET_NAME, name.data());
+        EXPECT_STREQ(name.c_str(), "a name of more ");
+    }).Join();
+    EXPECT_EQ(CurrentThreadId(), static_cast<uint32_t>(getpid())) << "the first thread has the process's id";
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    EXPECT_EQ(sigismember(&after, SIGINT), sigismember(&before, SIGINT)) << "the starter's mask was changed";
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ using testing::IsEmpty;
 // A tree as the kernel lays it: folders of devices, and classes of links into them.
 class DeviceTreeTest : public testing::Test {
   protected:
+    DeviceTreeTest() { umask(022); }  // what all may write to isn't trusted
+
     void AddTty(const std::string& name, const std::string& folder, const std::string& type = "") {
         m_Tree.Write("sys/devices/" + folder + "/tty/" + name + "/type", type);
         m_Tree.Link("sys/devices/" + folder + "/tty/" + name + "/device", m_Tree.Path("sys/devices/" + folder));
@@ -49,44 +51,31 @@ class DeviceTreeTest : public testing::Test {
     }
 
     // One line a device: what the set tells of it.
-    std::vector<std::string> Ports() {
-        const auto set = m_System.OpenSet(DeviceClass::Ports);
+    std::vector<std::string> Lines(DeviceClass deviceClass) {
+        const bool ports = deviceClass == DeviceClass::Ports;
+        const auto set = m_System.OpenSet(deviceClass);
         std::vector<std::string> lines;
         for (size_t i = 0; set->SelectDevice(i); ++i) {
             const KeyValue name = set->ReadKeyValue("PortName");
-            EXPECT_EQ(name.kind, KeyValue::Kind::Text);
-            EXPECT_EQ(set->ReadKeyValue("PortNumber").kind, KeyValue::Kind::None);
-            lines.push_back(name.text + " " + set->DeviceId() + " " + set->ParentId() + " " + Texts(*set));
-        }
-        EXPECT_EQ(set->SelectInterface(0), InterfaceStep::End);
-        return lines;
-    }
-
-    std::vector<std::string> Hids() {
-        const auto set = m_System.OpenSet(DeviceClass::HidInterface);
-        std::vector<std::string> lines;
-        for (size_t i = 0; set->SelectDevice(i); ++i) {
             std::string path;
             std::string id;
-            EXPECT_EQ(set->SelectInterface(i), InterfaceStep::Selected);
-            EXPECT_TRUE(set->InterfacePath(path) && set->InterfaceDeviceId(id));
-            EXPECT_EQ(id, set->DeviceId());
-            lines.push_back(path.append(" ").append(id).append(" ").append(Texts(*set)));
+            EXPECT_EQ(name.kind, ports ? KeyValue::Kind::Text : KeyValue::Kind::None);
+            EXPECT_EQ(set->ReadKeyValue("PortNumber").kind, KeyValue::Kind::None);
+            EXPECT_EQ(set->SelectInterface(i), ports ? InterfaceStep::End : InterfaceStep::Selected);
+            EXPECT_NE(set->InterfacePath(path) && set->InterfaceDeviceId(id), ports);
+            EXPECT_EQ(id, ports ? "" : set->DeviceId());
+            lines.push_back((ports ? name.text : path) + " " + set->DeviceId() + " " +
+                            (ports ? set->ParentId() + " " : "") + set->ReadProperty(DeviceProperty::Description) +
+                            "/" + set->ReadProperty(DeviceProperty::Manufacturer));
         }
         EXPECT_EQ(set->SelectInterface(lines.size()), InterfaceStep::End);
         return lines;
     }
+    std::vector<std::string> Ports() { return Lines(DeviceClass::Ports); }
+    std::vector<std::string> Hids() { return Lines(DeviceClass::HidInterface); }
 
-    static std::string Texts(DeviceSet& set) {
-        return set.ReadProperty(DeviceProperty::Description) + "/" + set.ReadProperty(DeviceProperty::Manufacturer);
-    }
-
-    // Safe whatever the umask of the test.
     std::string Register(const std::string& directory, const std::string& name, const std::string& content) {
-        std::string path = m_Tree.Write(directory + "/devices/" + name, content);
-        chmod(m_Tree.Path(directory).c_str(), 0755);
-        chmod(m_Tree.Path(directory + "/devices").c_str(), 0755);
-        return path;
+        return m_Tree.Write(directory + "/devices/" + name, content);
     }
 
     std::string FileOf(const std::string& path) { return FileOfDevicePath(m_Roots, path); }

@@ -9,6 +9,9 @@
 
 namespace quillet::test {
 
+// Before the text of a barcode, or of its last part.
+inline const std::string kLast = "\xFF";
+
 inline std::string Frame(uint8_t opcode, uint8_t status, const std::string& payload, uint8_t spoil = 0) {
     ReplyPacket reply;
     reply.length = static_cast<uint16_t>(payload.size() + 3);

@@ -181,7 +181,7 @@ class Life {
         m_World.clock.patient = !reply.empty();
         std::future<Told> told = m_World.Start(step.thread, step.handle, command.call);
         Await("a command's packet", [&] { return m_World.Packets(handle.link) == link.packets; });
-        if (!reply.empty()) m_World.Device(handle.link).Deliver(reply);
+        if (!reply.empty()) m_World.Device(handle.link)->Deliver(reply);
         told.wait();
         m_World.clock.patient = false;
         if (step.form >= kFirstExchange) handle.part.clear();
@@ -220,7 +220,7 @@ class Life {
     // Whether the system refuses to open the device.
     void Deny(const Step& step) {
         const bool deny = m_Links[step.link].denied = step.form == 1;
-        m_World.Device(step.link).FailOpens(deny ? 13 : 0);
+        m_World.Device(step.link)->errors.open = deny ? 13 : 0;
         MayConnect(step.link);
         AwaitLooks(step.link);
     }
@@ -276,9 +276,9 @@ class Life {
     }
     // On another thread than the opener's; it waits when this returns.
     std::future<Told> StartEndless(const Step& step, std::function<Told(ScannerHandle)> call) {
-        const int waits = m_World.clock.EndlessWaits();
+        const int waits = m_World.clock.endlessWaits;
         std::future<Told> told = m_World.Start(1 - Opener(step), step.handle, std::move(call));
-        Await("an endless wait", [&] { return m_World.clock.EndlessWaits() > waits; });
+        Await("an endless wait", [&] { return m_World.clock.endlessWaits > waits; });
         return told;
     }
     int32_t Number(size_t handle, ResultCode (*call)(ScannerHandle, int32_t*)) {
@@ -297,9 +297,9 @@ class Life {
         }
         for (const Link link : kBothLinks) {
             FakeDevice& device = m_World.Device(link);
-            Await("opened and closed devices", [&] { return device.OpenNow() == (IsConnected(link) ? 1 : 0); });
+            Await("opened and closed devices", [&] { return device->openNow == (IsConnected(link) ? 1 : 0); });
             Await("packets and their order", [&] { return m_World.Packets(link) == m_Links[link].packets; });
-            Await("the end of reading", [&] { return device.ReadsUsedUp(); });
+            Await("the end of reading", [&] { return device->reads.empty(); });
         }
     }
 

@@ -111,18 +111,18 @@ class World {
 
     FakeDevice& Device(size_t link) { return *m_Devices[link]; }
     void Plug(size_t link) {
-        Device(link).Plug();
+        Device(link)->Plug();
         tree.Plug(m_Listed[link]);
     }
     // The device first: what is written at the loss goes nowhere.
     void Unplug(size_t link) {
-        Device(link).Unplug();
+        Device(link)->Unplug();
         tree.Unplug(m_Listed[link].id);
     }
     // Out and in again before anybody looks.
     void Flicker(size_t link) {
-        Device(link).Unplug();
-        Device(link).Plug();
+        Device(link)->Unplug();
+        Device(link)->Plug();
     }
     void Scan(size_t link, const Told& barcode, size_t form) {
         const bool part = form == kFirstPart;
@@ -131,11 +131,11 @@ class World {
         if (link == kUsb) pieces = tools::UsbBarcode(type, barcode.text + (part ? "more" : ""));
         if (link == kUsb && part) pieces.pop_back();
         if (form == kBareText) pieces = {barcode.text};
-        for (const std::string& piece : pieces) Device(link).Deliver(piece);
+        for (const std::string& piece : pieces) Device(link)->Deliver(piece);
     }
     // What the scanner has got, without what HID puts around it.
     std::vector<std::string> Packets(size_t link) {
-        std::vector<std::string> packets = Device(link).Writes();
+        std::vector<std::string> packets = Device(link)->writes;
         for (std::string& block : packets) {
             if (link == kUsb) block = block.substr(2, static_cast<uint8_t>(block[1]));
         }
@@ -144,7 +144,7 @@ class World {
     // Until the link's power thread has done what came of a look before; the next one may be under way.
     void AwaitLooks(size_t link) {
         const platform::DeviceClass first = m_Listed[link].deviceClass;
-        const uint64_t enough = tree.LooksAt(first) + 2;
+        const int64_t enough = tree.LooksAt(first) + 2;
         Await("looks at the devices", [&] { return tree.LooksAt(first) >= enough; });
     }
     // Of the handles nothing is left then: no thread, no open device, no claim but those told.
@@ -153,10 +153,10 @@ class World {
         Destroy(1);
         Await("the end of all threads", [this] { return ThreadCount() <= m_ThreadsBefore; });
         for (const Link link : kBothLinks) {
-            if (Device(link).OpenNow() != 0) throw std::runtime_error("a device is still open");
+            if (Device(link)->openNow != 0) throw std::runtime_error("a device is still open");
             Unplug(link);
             Plug(link);
-            Device(link).FailOpens(0);
+            Device(link)->errors.open = 0;
             handles[0] = createScanner();
             const int32_t opened = Open(0, 0, link).result;
             Destroy(0);

@@ -41,10 +41,7 @@ TEST_F(ExchangeTest, LeavesNothingBehind) {
     Answer(kVersionReply);
     EXPECT_EQ(Run([] {}, 1).result, ResultTimeout);
     EXPECT_EQ(Run([&] { Answer(Frame(0x7E, 0x80, std::string("\0D", 2))); }).reply, "D");
-    m_Barcodes.TakeBlock(Frame(0xEE, 3,
-                               "\xFF"
-                               "b"),
-                         LinkVirtualSerial);
+    m_Barcodes.TakeBlock(Frame(0xEE, 3, kLast + "b"), LinkVirtualSerial);
     EXPECT_EQ(m_Barcode, "b");
 }
 
@@ -81,32 +78,7 @@ TEST_F(ExchangeTest, NoneWaitsThatNothingWouldEnd) {
 }
 
 // Exchanges of the service: replies come through the link's own read thread.
-class DirectIOTest : public ServiceTest {
-  protected:
-    void SetUp() override {
-        OpenSerial();
-        m_Written = Device().Writes().size();
-    }
-    // The last packet that was written, without its length and checksum.
-    std::string LastPacket() {
-        const std::vector<std::string> writes = Device().Writes();
-        return writes.size() == m_Written ? "" : ToHexText(writes.back().substr(1, writes.back().size() - 2));
-    }
-    ResultCode Send(int32_t command, int32_t word, const char* text, const std::string& reply) {
-        m_Written = Device().Writes().size();
-        std::thread scanner([&, count = m_Written + 1] {
-            if (!reply.empty() && Device().AwaitWrites(count)) Device().Deliver(reply);
-        });
-        uint8_t buffer[32] = {};
-        int32_t length = 0;
-        const ResultCode result = m_Scanner.DirectIO(command, &word, text, {buffer, sizeof buffer, &length});
-        scanner.join();
-        m_Reply.assign(buffer, buffer + length);
-        return result;
-    }
-    size_t m_Written = 0;
-    std::string m_Reply;
-};
+using DirectIOTest = ServiceTest;
 
 TEST_F(DirectIOTest, CommandsOfTheDeviceModelBecomePackets) {
     const struct {
@@ -114,49 +86,51 @@ TEST_F(DirectIOTest, CommandsOfTheDeviceModelBecomePackets) {
         int32_t word;
         const char* text;
         ResultCode result;
-        const char* packet;
+        const char* packet;  // without its length and checksum
+        std::string answer;
+        std::string reply;
     } cases[] = {
-        {0x4A, 0, "41", ResultIllegal, ""},
-        {0x40, 0, "0B 01", ResultSuccess, "40 04 00 0B 01"},  // never answered
-        {0x40, 0, "01|4142", ResultSuccess, "40 04 01 41 42"},
-        {0x40, 0, "08|41", ResultSuccess, "40 04 08 41"},
-        {0x40, 0, "02|41", ResultIllegal, ""},
-        {0x40, 0, "01|41|42", ResultIllegal, ""},
-        {0x140, 1, "4142", ResultSuccess, "40 04 00 34 31 34 32"},  // the text's own bytes
-        {0x40, 0, "", ResultSuccess, "40 04 00 00"},
-        {0x7E, 0, "00", ResultTimeout, "7E 04 00 00"},
+        {0x4A, 0, "41", ResultIllegal, "", "", ""},
+        {0x40, 0, "0B 01", ResultSuccess, "40 04 00 0B 01", "", ""},  // never answered
+        {0x40, 0, "01|4142", ResultSuccess, "40 04 01 41 42", "", ""},
+        {0x40, 0, "08|41", ResultSuccess, "40 04 08 41", "", ""},
+        {0x40, 0, "02|41", ResultIllegal, "", "", ""},
+        {0x40, 0, "01|41|42", ResultIllegal, "", "", ""},
+        {0x140, 1, "4142", ResultSuccess, "40 04 00 34 31 34 32", "", ""},  // the text's own bytes
+        {0x40, 0, "", ResultSuccess, "40 04 00 00", "", ""},
+        {0x7E, 0, "00", ResultTimeout, "7E 04 00 00", "", ""},
+        {0x7E, 0, "00", ResultTimeout, "7E 04 00 00", "unparsable", ""},
+        {0x7E, 0, "00", ResultSuccess, "7E 04 00 00", kVersionReply, "ABC"},
+        // An error status has no payload, here.
+        {0x7E, 0, "00", ResultSuccess, "7E 04 00 00", Frame(0x7E, 1, std::string("\0ABC", 4)), ""},
     };
+    OpenSerial();
     for (const auto& row : cases) {
-        EXPECT_EQ(Send(row.command, row.word, row.text, ""), row.result) << row.text;
-        EXPECT_EQ(LastPacket(), row.packet) << row.text;
+        Device()->writes.clear();
+        Device()->answer = row.answer;
+        m_Clock.patient = row.result == ResultSuccess;
+        uint8_t buffer[32] = {};
+        int32_t length = 0;
+        EXPECT_EQ(m_Scanner.DirectIO(row.command, &row.word, row.text, {buffer, sizeof buffer, &length}), row.result)
+            << row.text;
+        const std::vector<std::string> sent = Device()->writes;
+        EXPECT_EQ(sent.empty() ? "" : ToHexText(sent[0].substr(1, sent[0].size() - 2)), row.packet) << row.text;
+        EXPECT_EQ(std::string(buffer, buffer + length), row.reply);
     }
-    EXPECT_EQ(m_Clock.LongestWaitMs(), 18'000u);  // the last one's
-}
-
-TEST_F(DirectIOTest, ARepliesPayloadIsHandedOver) {
-    m_Clock.patient = true;
-    EXPECT_EQ(Send(0x7E, 0, "00", kVersionReply), ResultSuccess);
-    EXPECT_EQ(m_Reply, "ABC");
-    // An error status has no payload, here.
-    EXPECT_EQ(Send(0x7E, 0, "00", Frame(0x7E, 1, std::string("\0ABC", 4))), ResultSuccess);
-    EXPECT_EQ(m_Reply, "");
-    m_Clock.patient = false;
-    EXPECT_EQ(Send(0x7E, 0, "00", "unparsable"), ResultTimeout);
+    EXPECT_EQ(m_Clock.longestWaitMs, 18'000u);
 }
 
 TEST_F(DirectIOTest, StatisticsWaitForAReplyOfAnotherExchange) {
+    OpenSerial();
     std::string names = "GoodScanCount,HoursPoweredCount,Nonsense";
     EXPECT_EQ(m_Scanner.RetrieveStatistics(&names), ResultTimeout);
     EXPECT_EQ(m_Scanner.m_StatisticsText, "");
     m_Clock.patient = true;
-    std::future<ResultCode> waiting =
-        std::async(std::launch::async, [&] { return m_Scanner.RetrieveStatistics(&names); });
+    auto waiting = std::async(std::launch::async, [&] { return m_Scanner.RetrieveStatistics(&names); });
     ASSERT_TRUE(Eventually([&] { return m_Scanner.m_Status.Has(StatusStatistics); }));
-    std::thread exchange([&] { m_Scanner.ExchangeBytes("x", platform::kNoLimitMs); });
-    ASSERT_TRUE(Device().AwaitWrites(m_Written + 1));
-    Device().Deliver(kVersionReply);
+    Device()->answer = kVersionReply;
+    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultSuccess);
     EXPECT_EQ(waiting.get(), ResultIllegal);  // the text is made, a name was unknown
-    exchange.join();
     const std::string& xml = m_Scanner.m_StatisticsText;
     const size_t hours = xml.find("<Name>HoursPoweredCount</Name><Value>0</Value>");
     const size_t scans = xml.find("<Name>GoodScanCount</Name><Value>0</Value>");

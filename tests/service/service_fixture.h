@@ -57,21 +57,24 @@ class ServiceTest : public ::testing::Test {
     static uint32_t Port() { return 1 + static_cast<uint32_t>(getpid() % 90); }
     static std::string Connection() { return "protocol=virtual serial port,serialport=" + std::to_string(Port()); }
     void OpenSerial() {
-        m_Tree.Plug(VirtualPortDevice(Port()));
-        Device();
+        PlugSerial();
         ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
     }
     FakeDevice& Device() { return m_Access.Port(Port()); }
     void UnplugSerial() {
         m_Tree.Unplug(VirtualPortDevice(Port()).id);
-        Device().Unplug();
+        Device()->Unplug();
     }
     void PlugSerial() {
-        Device().Plug();
+        Device()->Plug();
         m_Tree.Plug(VirtualPortDevice(Port()));
     }
     bool ReachesState(DeviceState state) {
         return Eventually([&] { return m_Scanner.Number(PropState) == static_cast<int32_t>(state); });
+    }
+    // False if the power thread doesn't look that often from now on.
+    bool AwaitLooks(uint64_t count) {
+        return Eventually([this, enough = m_Tree.Looks() + count] { return m_Tree.Looks() > enough; });
     }
 
     FastClock m_Clock{20};

@@ -2,8 +2,6 @@
 // Devices whose every answer a test decides.
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -15,7 +13,6 @@
 #include <vector>
 
 #include "platform/device_access.h"
-#include "support/eventually.h"
 
 namespace quillet::test {
 
@@ -24,7 +21,7 @@ inline constexpr uint32_t kFakeBusy = 16;
 inline constexpr uint32_t kFakeGone = 19;
 inline constexpr uint32_t kFakeCanceled = 125;
 
-// How one read ends. Reads use these up in order; without one a read stays pending.
+// How one read ends.
 struct FakeRead {
     enum class Kind { DoneAtOnce, FailedAtOnce, Finished, FailedPending, WaitFailed };
     Kind kind = Kind::Finished;
@@ -32,100 +29,70 @@ struct FakeRead {
     uint32_t error = 0;
 };
 
-// One device. A test scripts it and looks at it from any thread, also while a link has it open.
-class FakeDevice {
-  public:
-    void Read(FakeRead read) {
-        std::lock_guard lock(m_Mutex);
-        m_Reads.push_back(std::move(read));
-    }
+// Codes of operations, 0 for success.
+struct FakeErrors {
+    uint32_t open = 0;
+    uint32_t getSettings = 0;
+    uint32_t setSettings = 0;
+    uint32_t setTimeouts = 0;
+};
+
+// What a device does and what was done with it.
+struct FakeDeviceState {
     // A pending read finishes with this.
-    void Deliver(std::string data) { Read({FakeRead::Kind::Finished, std::move(data), 0}); }
+    void Deliver(std::string data) { reads.push_back({FakeRead::Kind::Finished, std::move(data), 0}); }
     // Every open and read fails from now on, and what wasn't read is lost.
     void Unplug() {
-        std::lock_guard lock(m_Mutex);
-        m_Gone = true;
-        m_Reads.clear();
+        gone = true;
+        reads.clear();
     }
     // Can be opened again; a handle from before stays dead.
     void Plug() {
-        std::lock_guard lock(m_Mutex);
-        m_Gone = false;
-        ++m_Plugs;
+        gone = false;
+        ++plugs;
     }
-    // Opens fail with this code; 0 lets them succeed again.
-    void FailOpens(uint32_t error) { Set(m_OpenError, error); }
-    // Writes end like this from now on; the count is the bytes' own number.
-    void EndWrites(platform::WriteResult::Outcome outcome, uint32_t error = 0) {
-        std::lock_guard lock(m_Mutex);
-        m_WriteOutcome = outcome;
-        m_WriteError = error;
+    bool IsDead(int plugsAtOpening) const { return gone || plugsAtOpening != plugs; }
+    FakeRead TakeRead() {
+        FakeRead read = std::move(reads.front());
+        reads.pop_front();
+        return read;
     }
-    // Writes go on until they are told to end, or until this is taken back.
-    void StallWrites(bool stall) { Set(m_Stalled, stall); }
-    // Codes of the three operations of a serial port, 0 for success.
-    void FailSettings(uint32_t getError, uint32_t setError, uint32_t timeoutsError) {
-        std::lock_guard lock(m_Mutex);
-        m_GetError = getError;
-        m_SetError = setError;
-        m_TimeoutsError = timeoutsError;
-    }
-    void UseSettings(const platform::SerialSettings& settings) { Set(m_Settings, settings); }
 
-    platform::SerialSettings Settings() const { return Get(m_Settings); }
-    platform::SerialTimeouts Timeouts() const { return Get(m_Timeouts); }
-    platform::Sharing OpenedAs() const { return Get(m_OpenedAs); }
-    int Opens() const { return Get(m_Opens); }
-    int OpenNow() const { return Get(m_OpenNow); }
-    bool WriteIsStalled() const { return Get(m_StalledNow); }
-    uint32_t LastReadSize() const { return Get(m_LastReadSize); }
-    std::vector<std::string> Writes() const { return Get(m_Writes); }
-    // False if that many writes don't come.
-    bool AwaitWrites(size_t count) const {
-        return Eventually([&] { return Get(m_Writes).size() >= count; });
-    }
-    bool ReadsUsedUp() const {
-        std::lock_guard lock(m_Mutex);
-        return m_Reads.empty();
-    }
+    std::deque<FakeRead> reads;  // used up in order; without one a read stays pending
+    uint32_t lastReadSize = 0;
+    bool gone = false;
+    int plugs = 0;
+    FakeErrors errors;
+
+    int attempts = 0;  // to open it, those that failed too
+    int opens = 0;
+    int openNow = 0;
+    platform::Sharing openedAs = platform::Sharing::Exclusive;
+    platform::SerialSettings settings;
+    platform::SerialTimeouts timeouts;
+
+    bool stalled = false;               // writes go on until they are told to end, or until this is taken back
+    bool stalledNow = false;            // one does
+    platform::WriteResult writeResult;  // the count is the bytes' own number
+    std::vector<std::string> writes;
+    std::string answer;  // to each write, if there is one
+};
+
+// One device, for any thread, also while a link has it open: device->opens.
+class FakeDevice {
+  public:
+    // Nobody else has the state before the end of the expression.
+    struct Locked {
+        FakeDeviceState* operator->() const { return state; }
+        std::unique_lock<std::recursive_mutex> lock;
+        FakeDeviceState* state;
+    };
+    Locked operator->() { return Lock(); }
+    Locked Lock() { return {std::unique_lock(m_Mutex), &m_State}; }
 
   private:
-    friend class FakeDeviceAccess;
-    friend class FakeFile;
-    friend class FakeReader;
-
-    template <typename T>
-    void Set(T& word, const T& value) {
-        std::lock_guard lock(m_Mutex);
-        word = value;
-    }
-    template <typename T>
-    T Get(const T& word) const {
-        std::lock_guard lock(m_Mutex);
-        return word;
-    }
-    // With the lock held.
-    bool Dead(int plugs) const { return m_Gone || plugs != m_Plugs; }
-
-    mutable std::mutex m_Mutex;  // guards everything below
-    std::deque<FakeRead> m_Reads;
-    bool m_Gone = false;
-    int m_Plugs = 0;
-    uint32_t m_OpenError = 0;
-    int m_Opens = 0;
-    int m_OpenNow = 0;
-    platform::Sharing m_OpenedAs = platform::Sharing::Exclusive;
-    uint32_t m_LastReadSize = 0;
-    std::vector<std::string> m_Writes;
-    platform::WriteResult::Outcome m_WriteOutcome = platform::WriteResult::Outcome::Written;
-    uint32_t m_WriteError = 0;
-    bool m_Stalled = false;
-    bool m_StalledNow = false;
-    uint32_t m_GetError = 0;
-    uint32_t m_SetError = 0;
-    uint32_t m_TimeoutsError = 0;
-    platform::SerialSettings m_Settings;
-    platform::SerialTimeouts m_Timeouts;
+    std::recursive_mutex m_Mutex;  // guards the state; an expression may look at it twice
+    FakeDeviceState m_State;
 };
 
 class FakeReader : public platform::DeviceReader {
@@ -133,34 +100,32 @@ class FakeReader : public platform::DeviceReader {
     FakeReader(FakeDevice& device, int plugs) : m_Device(device), m_Plugs(plugs) {}
 
     platform::IoStart Start(uint8_t* buffer, uint32_t size) override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        m_Device.m_LastReadSize = size;
+        const FakeDevice::Locked device = m_Device.Lock();
+        device->lastReadSize = m_Size = size;
         m_Buffer = buffer;
-        m_Size = size;
-        if (m_Device.Dead(m_Plugs)) return {platform::IoState::Failed, 0, kFakeGone};
-        if (m_Device.m_Reads.empty()) return {platform::IoState::Pending};
-        const FakeRead& next = m_Device.m_Reads.front();
-        const bool atOnce = next.kind == FakeRead::Kind::DoneAtOnce || next.kind == FakeRead::Kind::FailedAtOnce;
-        if (!atOnce) return {platform::IoState::Pending};
-        const FakeRead read = TakeNext();
-        if (read.kind == FakeRead::Kind::FailedAtOnce) return {platform::IoState::Failed, 0, read.error};
-        return {platform::IoState::Done, CopyOut(read.data)};
+        if (device->IsDead(m_Plugs)) return {platform::IoState::Failed, 0, kFakeGone};
+        if (device->reads.empty()) return {platform::IoState::Pending};
+        switch (device->reads.front().kind) {
+            case FakeRead::Kind::DoneAtOnce: return {platform::IoState::Done, CopyOut(device->TakeRead().data)};
+            case FakeRead::Kind::FailedAtOnce: return {platform::IoState::Failed, 0, device->TakeRead().error};
+            default: return {platform::IoState::Pending};
+        }
     }
     platform::ReadWait Wait(const platform::StopSignal& stop) override {
         for (;; stop.Wait(1)) {
             if (stop.IsSet()) return platform::ReadWait::Stopped;
-            std::lock_guard lock(m_Device.m_Mutex);
-            if (m_Device.Dead(m_Plugs)) return platform::ReadWait::Finished;
-            if (m_Device.m_Reads.empty()) continue;
-            if (m_Device.m_Reads.front().kind != FakeRead::Kind::WaitFailed) return platform::ReadWait::Finished;
-            m_Error = TakeNext().error;
+            const FakeDevice::Locked device = m_Device.Lock();
+            if (device->IsDead(m_Plugs)) return platform::ReadWait::Finished;
+            if (device->reads.empty()) continue;
+            if (device->reads.front().kind != FakeRead::Kind::WaitFailed) return platform::ReadWait::Finished;
+            m_Error = device->TakeRead().error;
             return platform::ReadWait::Failed;
         }
     }
     platform::IoFinish Finish() override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        const bool dead = m_Device.Dead(m_Plugs);
-        const FakeRead read = dead ? FakeRead{FakeRead::Kind::FailedPending, {}, kFakeGone} : TakeNext();
+        const FakeDevice::Locked device = m_Device.Lock();
+        const FakeRead gone{FakeRead::Kind::FailedPending, {}, kFakeGone};
+        const FakeRead read = device->IsDead(m_Plugs) ? gone : device->TakeRead();
         m_Error = read.error;
         if (read.kind == FakeRead::Kind::FailedPending) return {false, 0, read.error};
         return {true, CopyOut(read.data), 0};
@@ -168,15 +133,8 @@ class FakeReader : public platform::DeviceReader {
     uint32_t LastError() const override { return m_Error; }
 
   private:
-    FakeRead TakeNext() {
-        FakeRead read = std::move(m_Device.m_Reads.front());
-        m_Device.m_Reads.pop_front();
-        return read;
-    }
     uint32_t CopyOut(const std::string& data) {
-        const size_t count = std::min<size_t>(data.size(), m_Size);
-        std::copy_n(data.begin(), count, m_Buffer);
-        return static_cast<uint32_t>(count);
+        return static_cast<uint32_t>(data.copy(reinterpret_cast<char*>(m_Buffer), m_Size));
     }
 
     FakeDevice& m_Device;
@@ -189,25 +147,19 @@ class FakeReader : public platform::DeviceReader {
 class FakeFile : public platform::DeviceFile {
   public:
     FakeFile(FakeDevice& device, int plugs) : m_Device(device), m_Plugs(plugs) {}
-    ~FakeFile() override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        --m_Device.m_OpenNow;
-    }
+    ~FakeFile() override { --m_Device->openNow; }
 
     uint32_t GetSerialSettings(platform::SerialSettings& settings) override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        settings = m_Device.m_Settings;
-        return m_Device.m_GetError;
+        settings = m_Device->settings;
+        return m_Device->errors.getSettings;
     }
     uint32_t SetSerialSettings(const platform::SerialSettings& settings) override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        if (m_Device.m_SetError == 0) m_Device.m_Settings = settings;
-        return m_Device.m_SetError;
+        m_Device->settings = settings;
+        return m_Device->errors.setSettings;
     }
     uint32_t SetSerialTimeouts(const platform::SerialTimeouts& timeouts) override {
-        std::lock_guard lock(m_Device.m_Mutex);
-        m_Device.m_Timeouts = timeouts;
-        return m_Device.m_TimeoutsError;
+        m_Device->timeouts = timeouts;
+        return m_Device->errors.setTimeouts;
     }
     std::unique_ptr<platform::DeviceReader> NewReader() override {
         return std::make_unique<FakeReader>(m_Device, m_Plugs);
@@ -216,13 +168,16 @@ class FakeFile : public platform::DeviceFile {
         using Outcome = platform::WriteResult::Outcome;
         for (;; end.stop.Wait(1)) {
             const bool ended = end.stop.IsSet() || (end.limit != nullptr && end.limit->LeftMs() == 0);
-            std::lock_guard lock(m_Device.m_Mutex);
-            m_Device.m_StalledNow = m_Device.m_Stalled && !ended;
-            if (m_Device.m_StalledNow) continue;
-            if (m_Device.m_Stalled) return {Outcome::FailedPending, 0, kFakeCanceled};
-            if (m_Device.Dead(m_Plugs)) return {Outcome::FailedAtOnce, 0, kFakeGone};
-            if (m_Device.m_WriteOutcome == Outcome::Written) m_Device.m_Writes.emplace_back(bytes);
-            return {m_Device.m_WriteOutcome, static_cast<uint32_t>(bytes.size()), m_Device.m_WriteError};
+            const FakeDevice::Locked device = m_Device.Lock();
+            device->stalledNow = device->stalled && !ended;
+            if (device->stalledNow) continue;
+            if (device->stalled) return {Outcome::FailedPending, 0, kFakeCanceled};
+            if (device->IsDead(m_Plugs)) return {Outcome::FailedAtOnce, 0, kFakeGone};
+            platform::WriteResult result = device->writeResult;
+            if (result.outcome == Outcome::Written) device->writes.emplace_back(bytes);
+            if (!device->answer.empty()) device->Deliver(device->answer);
+            result.count = static_cast<uint32_t>(bytes.size());
+            return result;
         }
     }
 
@@ -245,21 +200,22 @@ class FakeDeviceAccess : public platform::DeviceAccess {
     FakeDevice& Port(uint32_t number) { return Device("\\\\.\\COM" + std::to_string(number)); }
 
     platform::OpenResult Open(const std::string& path, platform::Sharing sharing) override {
-        FakeDevice* device = nullptr;
+        FakeDevice* known = nullptr;
         {
             std::lock_guard lock(m_Mutex);
             const auto place = m_Devices.find(path);
             if (place == m_Devices.end()) return {nullptr, kFakeNoSuchFile};
-            device = &place->second;
+            known = &place->second;
         }
-        std::lock_guard lock(device->m_Mutex);
-        if (device->m_Gone) return {nullptr, kFakeNoSuchFile};
-        if (device->m_OpenError != 0) return {nullptr, device->m_OpenError};
-        if (sharing == platform::Sharing::Exclusive && device->m_OpenNow > 0) return {nullptr, kFakeBusy};
-        ++device->m_Opens;
-        ++device->m_OpenNow;
-        device->m_OpenedAs = sharing;
-        return {std::make_unique<FakeFile>(*device, device->m_Plugs), 0};
+        const FakeDevice::Locked device = known->Lock();
+        ++device->attempts;
+        if (device->gone) return {nullptr, kFakeNoSuchFile};
+        if (device->errors.open != 0) return {nullptr, device->errors.open};
+        if (sharing == platform::Sharing::Exclusive && device->openNow > 0) return {nullptr, kFakeBusy};
+        ++device->opens;
+        ++device->openNow;
+        device->openedAs = sharing;
+        return {std::make_unique<FakeFile>(*known, device->plugs), 0};
     }
 
   private:

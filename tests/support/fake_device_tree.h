@@ -3,11 +3,9 @@
 #pragma once
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -86,16 +84,19 @@ class FakeDeviceTree : public platform::DeviceTree {
         std::lock_guard lock(m_Mutex);
         m_Failing.insert(deviceClass);
     }
-    uint64_t Looks() const { return m_Looks; }
-    uint64_t LooksAt(platform::DeviceClass deviceClass) {
+    // Sets opened, of all classes or of one.
+    uint64_t Looks() {
         std::lock_guard lock(m_Mutex);
-        return m_LooksAt[deviceClass];
+        return m_Looks.size();
+    }
+    int64_t LooksAt(platform::DeviceClass deviceClass) {
+        std::lock_guard lock(m_Mutex);
+        return std::count(m_Looks.begin(), m_Looks.end(), deviceClass);
     }
 
     std::unique_ptr<platform::DeviceSet> OpenSet(platform::DeviceClass deviceClass) override {
-        ++m_Looks;
         std::lock_guard lock(m_Mutex);
-        ++m_LooksAt[deviceClass];
+        m_Looks.push_back(deviceClass);
         if (m_Failing.contains(deviceClass)) return nullptr;
         auto set = std::make_unique<Set>();
         std::copy_if(m_Devices.begin(), m_Devices.end(), std::back_inserter(set->devices),
@@ -141,8 +142,7 @@ class FakeDeviceTree : public platform::DeviceTree {
     std::mutex m_Mutex;  // guards the three below
     std::vector<FakeTreeDevice> m_Devices;
     std::set<platform::DeviceClass> m_Failing;
-    std::map<platform::DeviceClass, uint64_t> m_LooksAt;  // sets opened
-    std::atomic<uint64_t> m_Looks{0};                     // sets opened
+    std::vector<platform::DeviceClass> m_Looks;
 };
 
 }  // namespace quillet::test

@@ -24,12 +24,12 @@ class FastClock : public platform::Clock {
     }
     platform::LocalTime Local() override { return platform::SystemClock().Local(); }
     void SleepMs(uint32_t ms) override {
-        m_Slept += ms;
+        sleptMs += ms;
         platform::SystemClock().SleepMs(Shortened(ms));
     }
     platform::WaitResult Wait(platform::Event& event, uint32_t timeoutMs) override {
-        m_LongestWait = std::max(m_LongestWait.load(), timeoutMs);
-        if (timeoutMs == platform::kNoLimitMs) ++m_EndlessWaits;
+        longestWaitMs = std::max(longestWaitMs.load(), timeoutMs);
+        if (timeoutMs == platform::kNoLimitMs) ++endlessWaits;
         if (patient && timeoutMs >= kLongMs) timeoutMs = platform::kNoLimitMs;
         return platform::SystemClock().Wait(event, Shortened(timeoutMs));
     }
@@ -38,12 +38,10 @@ class FastClock : public platform::Clock {
     // later than the clock's own pace would allow.
     std::atomic<bool> patient{false};
 
-    // How many waits had no limit.
-    int EndlessWaits() const { return m_EndlessWaits; }
-    // Of Wait, as it was asked for, in milliseconds.
-    uint32_t LongestWaitMs() const { return m_LongestWait; }
-    // Milliseconds that were asked of SleepMs so far.
-    uint64_t SleptMs() const { return m_Slept; }
+    // What was asked for so far.
+    std::atomic<uint64_t> sleptMs{0};
+    std::atomic<uint32_t> longestWaitMs{0};
+    std::atomic<int> endlessWaits{0};
 
   private:
     uint32_t Shortened(uint32_t ms) const {
@@ -54,9 +52,6 @@ class FastClock : public platform::Clock {
 
     const uint32_t m_Factor;
     const int64_t m_Start;
-    std::atomic<uint64_t> m_Slept{0};
-    std::atomic<uint32_t> m_LongestWait{0};
-    std::atomic<int> m_EndlessWaits{0};
 };
 
 }  // namespace quillet::test

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,7 +15,7 @@
 #include "support/fake_device_access.h"
 #include "support/fake_device_tree.h"
 #include "support/fast_clock.h"
-#include "transport/comm.h"
+#include "transport/comm_arbiter.h"
 #include "transport/hid_link.h"
 #include "transport/serial_link.h"
 
@@ -26,30 +27,19 @@ inline bool HasLine(const Lines& lines, const std::string& line) {
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-inline ParameterList Parsed(const std::string& text) {
-    ParameterList params;
-    params.Parse(text);
-    return params;
-}
-
 // The owner of a link: keeps what the link's threads hand to it.
 class Recorder {
   public:
     static int32_t OnData(void* owner, std::string& block, uint32_t status) {
         auto& self = *static_cast<Recorder*>(owner);
-        {
-            std::lock_guard lock(self.m_Mutex);
-            self.m_Blocks.emplace_back(status, block);
-        }
+        std::lock_guard lock(self.m_Mutex);
+        self.m_Blocks.emplace_back(status, block);
         return self.answer ? self.answer() : kKeepReading;
     }
     static void OnPower(void* owner, uint32_t state) {
         auto& self = *static_cast<Recorder*>(owner);
-        {
-            std::lock_guard lock(self.m_Mutex);
-            self.m_States.push_back(state);
-        }
-        if (self.onPower) self.onPower(state);
+        std::lock_guard lock(self.m_Mutex);
+        self.m_States.push_back(state);
     }
 
     using Blocks = std::vector<std::pair<uint32_t, std::string>>;
@@ -57,19 +47,18 @@ class Recorder {
     Blocks AwaitBlocks(size_t count) const { return Await(m_Blocks, count); }
     std::vector<uint32_t> AwaitStates(size_t count) const { return Await(m_States, count); }
 
-    // Set before the link is enabled.
-    std::function<int32_t()> answer;
-    std::function<void(uint32_t)> onPower;
+    std::function<int32_t()> answer;  // to a block; set before the link is enabled
 
   private:
     template <typename List>
     List Await(const List& list, size_t count) const {
-        const auto copy = [&] {
+        List copy;
+        Eventually([&] {
             std::lock_guard lock(m_Mutex);
-            return list;
-        };
-        Eventually([&] { return copy().size() >= count; });
-        return copy();
+            copy = list;
+            return copy.size() >= count;
+        });
+        return copy;
     }
 
     mutable std::mutex m_Mutex;  // guards the two lists
@@ -83,20 +72,34 @@ inline constexpr LinkKey SerialKey(uint32_t port) {
 }
 
 struct LinkFixture {
-    std::unique_ptr<SerialLink> Serial(uint32_t port, const std::string& params = "",
-                                       DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<SerialLink>(
-            LinkSetup{.key = SerialKey(port), .parameters = Parsed(params), .owner = &owner, .dataCallback = callback});
+    LinkSetup Setup(const LinkKey& key, const std::string& params) {
+        LinkSetup setup{.key = key, .owner = &owner, .dataCallback = &Recorder::OnData};
+        setup.parameters.Parse(params);
+        return setup;
     }
-    std::unique_ptr<HidLink> Usb(uint32_t deviceType = DeviceUsb, DataCallback callback = &Recorder::OnData) {
-        return std::make_unique<HidLink>(
-            LinkSetup{.key = {deviceType, LinkUsbHid}, .owner = &owner, .dataCallback = callback});
+    std::unique_ptr<SerialLink> Serial(uint32_t port, const std::string& params = "") {
+        return std::make_unique<SerialLink>(Setup(SerialKey(port), params));
+    }
+    std::unique_ptr<HidLink> Usb() { return std::make_unique<HidLink>(Setup(kUsbKey, "")); }
+
+    // The same by the arbiter.
+    std::shared_ptr<CComm> Add(const LinkKey& key, const std::string& params = "") {
+        return arbiter.AddDevice(Setup(key, params));
+    }
+    template <typename Sent>
+    bool Write(const std::shared_ptr<CComm>& link, const LinkKey& key, Sent& sent) {
+        HeldLink held;
+        held.Set(link);
+        return arbiter.WriteData(held, key, sent);
     }
 
     FastClock clock{20};
     FakeDeviceTree tree;
     FakeDeviceAccess access;
     Recorder owner;
+    CCommArbiter arbiter;
 };
+
+class LinkTest : public ::testing::Test, protected LinkFixture {};
 
 }  // namespace quillet::test

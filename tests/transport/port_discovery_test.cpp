@@ -7,19 +7,12 @@
 
 #include "support/fake_device_tree.h"
 
-namespace quillet {
+namespace quillet::test {
 namespace {
 
 using platform::DeviceClass;
 using platform::InterfaceStep;
 using platform::KeyValue;
-using test::FakeDeviceTree;
-using test::FakeTreeDevice;
-using test::HidDevice;
-using test::NumberValue;
-using test::SerialPortDevice;
-using test::TextValue;
-using test::VirtualPortDevice;
 
 std::vector<std::string> Names(const std::vector<PortDescriptor>& ports) {
     std::vector<std::string> names;
@@ -211,4 +204,4 @@ TEST(PortDiscovery, AsksForTheOneDeviceBeforeAllOfThem) {
 }
 
 }  // namespace
-}  // namespace quillet
+}  // namespace quillet::test

@@ -1,21 +1,111 @@
 // SPDX-License-Identifier: MIT
+// Links, the arbiter that keeps them, and their power reporting.
 #include <chrono>
 #include <functional>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <iterator>
+#include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
+#include "support/eventually.h"
+#include "support/fake_device_access.h"
+#include "support/fake_device_tree.h"
+#include "support/fast_clock.h"
 #include "support/log_reader.h"
-#include "transport/link_fixture.h"
+#include "transport/comm_arbiter.h"
+#include "transport/hid_link.h"
+#include "transport/serial_link.h"
 
 namespace quillet::test {
 namespace {
 
 using namespace std::string_literals;
+using ::testing::Contains;
+using ::testing::Not;
 using Kind = FakeRead::Kind;
+using Lines = std::vector<std::string>;
+
+// The owner of a link: keeps what the link's threads hand to it.
+class Recorder {
+  public:
+    static int32_t OnData(void* owner, std::string& block, uint32_t status) {
+        auto& self = *static_cast<Recorder*>(owner);
+        std::lock_guard lock(self.m_Mutex);
+        self.m_Blocks.emplace_back(status, block);
+        return self.answer ? self.answer() : kKeepReading;
+    }
+    static void OnPower(void* owner, uint32_t state) {
+        auto& self = *static_cast<Recorder*>(owner);
+        std::lock_guard lock(self.m_Mutex);
+        self.m_States.push_back(state);
+    }
+
+    using Blocks = std::vector<std::pair<uint32_t, std::string>>;
+    // The blocks so far, with their status; waits for that many.
+    Blocks AwaitBlocks(size_t count) const { return Await(m_Blocks, count); }
+    std::vector<uint32_t> AwaitStates(size_t count) const { return Await(m_States, count); }
+
+    std::function<int32_t()> answer;  // to a block; set before the link is enabled
+
+  private:
+    template <typename List>
+    List Await(const List& list, size_t count) const {
+        List copy;
+        Eventually([&] {
+            std::lock_guard lock(m_Mutex);
+            copy = list;
+            return copy.size() >= count;
+        });
+        return copy;
+    }
+
+    mutable std::mutex m_Mutex;  // guards the two lists
+    Blocks m_Blocks;
+    std::vector<uint32_t> m_States;
+};
+
+constexpr LinkKey kUsbKey{DeviceUsb, LinkUsbHid, 0};
+constexpr LinkKey SerialKey(uint32_t port) {
+    return {DeviceUsb, LinkSerial, port};
+}
+
+// What every test of a link needs around it.
+struct LinkFixture {
+    LinkSetup Setup(const LinkKey& key, const std::string& params) {
+        LinkSetup setup{.key = key, .owner = &owner, .dataCallback = &Recorder::OnData};
+        setup.parameters.Parse(params);
+        return setup;
+    }
+    std::unique_ptr<SerialLink> Serial(uint32_t port, const std::string& params = "") {
+        return std::make_unique<SerialLink>(Setup(SerialKey(port), params));
+    }
+    std::unique_ptr<HidLink> Usb() { return std::make_unique<HidLink>(Setup(kUsbKey, "")); }
+
+    // The same by the arbiter.
+    std::shared_ptr<CComm> Add(const LinkKey& key, const std::string& params = "") {
+        return arbiter.AddDevice(Setup(key, params));
+    }
+    template <typename Sent>
+    bool Write(const std::shared_ptr<CComm>& link, const LinkKey& key, Sent& sent) {
+        HeldLink held;
+        held.Set(link);
+        return arbiter.WriteData(held, key, sent);
+    }
+
+    FastClock clock{20};
+    FakeDeviceTree tree;
+    FakeDeviceAccess access;
+    Recorder owner;
+    CCommArbiter arbiter;
+};
+
+class LinkTest : public ::testing::Test, protected LinkFixture {};
 
 // Whatever ended the thread, the link is a shell until it is reset, and then works again.
 TEST(ReadThread, EndsAsItsReadEndsOrItsOwnerAnswers) {
@@ -65,10 +155,10 @@ TEST(ReadThread, EndsAsItsReadEndsOrItsOwnerAnswers) {
         link->EnableDevice();
         EXPECT_EQ(fixture.owner.AwaitBlocks(row.blocks.size() + 1).back().second, "again");
         const Lines lines = log.Take();
-        EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    - Port[COM3]Read(Ascii): A<NUL><CR>"));
-        EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    - Port[COM3]Read(Hex): 41 00 0D"));
-        EXPECT_FALSE(HasLine(lines, "LLInfo\t\t:    - Port[COM3]Read(Hex): "));
-        EXPECT_TRUE(HasLine(lines, row.line));
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    - Port[COM3]Read(Ascii): A<NUL><CR>"));
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    - Port[COM3]Read(Hex): 41 00 0D"));
+        EXPECT_THAT(lines, Not(Contains("LLInfo\t\t:    - Port[COM3]Read(Hex): ")));
+        EXPECT_THAT(lines, Contains(row.line));
     }
 }
 
@@ -77,7 +167,7 @@ TEST_F(LinkTest, LogsItsWritesAndTheBytesOfShortOnes) {
     const auto link = Serial(3);
     LogReader log;
     link->WriteString("no device is open");
-    EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | WrittenBytes: 0"));
+    EXPECT_THAT(log.Take(), Contains("LLInfo\t\t:    | WrittenBytes: 0"));
     link->EnableDevice();
     link->WriteString("");
     EXPECT_TRUE(device->writes.empty());
@@ -86,13 +176,13 @@ TEST_F(LinkTest, LogsItsWritesAndTheBytesOfShortOnes) {
         link->WriteString(bytes);
         EXPECT_EQ(device->writes.back(), bytes);
         const Lines lines = log.Take();
-        EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    | Length: " + std::to_string(size)));
-        EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    | WrittenBytes: " + std::to_string(size)));
-        EXPECT_EQ(HasLine(lines, "LLInfo\t\t:    | Data(Ascii): " + bytes), size < 128);
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    | Length: " + std::to_string(size)));
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    | WrittenBytes: " + std::to_string(size)));
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    | Data(Ascii): " + bytes).Times(size < 128 ? 1 : 0));
     }
     device->writeResult = {platform::WriteResult::Outcome::FailedAtOnce, 0, 5};
     EXPECT_NO_THROW(link->WriteString("abc"));
-    EXPECT_TRUE(HasLine(log.Take(), "LLInfo\t\t:    | WrittenBytes: 3"));
+    EXPECT_THAT(log.Take(), Contains("LLInfo\t\t:    | WrittenBytes: 3"));
 }
 
 TEST_F(LinkTest, ASerialLinkSendsItsSettingsToThePort) {
@@ -134,7 +224,7 @@ TEST_F(LinkTest, ASerialLinkSendsItsSettingsToThePort) {
                              "BaudRate\t\t\t9600", "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5",
                              "fOutxCtsFlow     0", "fOutxDsrFlow     0", "fRtsControl      DISABLE",
                              "fDtrControl      DISABLE", "================= Serial Cfg\tEnd =================\t\t"}) {
-        EXPECT_TRUE(HasLine(lines, "LLInfo\t\t:    | "s + line)) << line;
+        EXPECT_THAT(lines, Contains("LLInfo\t\t:    | "s + line)) << line;
     }
 }
 
@@ -159,6 +249,146 @@ TEST_F(LinkTest, AUsbLinkHasTheFirstScannerOfItsConstruction) {
     EXPECT_FALSE(link->IsDevicePresent());
 }
 
+using CommArbiterTest = LinkTest;
+
+TEST_F(CommArbiterTest, PassesTheErrorOfAnOpeningOn) {
+    FakeDevice& device = access.Port(4);
+    const struct {
+        LinkKey key;
+        const char* params;
+        FakeErrors errors;
+        const char* text;
+    } cases[] = {
+        {SerialKey(3), "", {}, "Unable to open COM port (Code:2)."},
+        {SerialKey(4), "", {.open = 16}, "Unable to open COM port (Code:16)."},
+        // The port is asked before the numbers are read.
+        {SerialKey(4), "baudrate=fast", {.getSettings = 5}, "Unable to retrieve COM port settings (Code:5)."},
+        {SerialKey(4), "", {.setSettings = 22}, "Unable to update COM port settings (Code:22)."},
+        {SerialKey(4), "", {.setTimeouts = 6}, "Unable to set timeouts on the COM port (Code:6)."},
+        {kUsbKey, "", {}, "Unable to open USB device (Code:2)."},
+        {{DeviceUsb, 4, 0}, "", {}, "Unable to open USB device (Code:2)."},
+        {{DeviceBluetooth, LinkUsbHid, 0}, "", {}, "RemoveSerialDevice faild because invalid number :255"},
+    };
+    for (const auto& row : cases) {
+        device->errors = row.errors;
+        try {
+            Add(row.key, row.params);
+            ADD_FAILURE() << row.text;
+        } catch (const QuilletError& error) {
+            EXPECT_EQ(typeid(error), typeid(QuilletError));
+            EXPECT_STREQ(error.what(), row.text);
+            EXPECT_EQ(error.Code(), 0u);
+        }
+        EXPECT_EQ(arbiter.FindLink(row.key), nullptr) << row.text;
+        EXPECT_EQ(device->openNow, 0) << row.text;
+    }
+    device->errors = {};
+    LogReader log;
+    EXPECT_THROW(Add(SerialKey(4), "parity=even"), StringError);
+    EXPECT_THAT(log.Take(), Contains("LLInfo\t\t:    | Retrieved COM Port settings"));
+    EXPECT_EQ(arbiter.FindLink(SerialKey(4)), nullptr);
+    EXPECT_NE(Add(SerialKey(4), "parity=2"), nullptr);
+}
+
+TEST_F(CommArbiterTest, SaysWhatItDoesNotFind) {
+    CommandPacket packet(0x40, "x");
+    std::string bytes = "x";
+    LogReader log;
+    for (const uint32_t port : {3u, 133u}) {
+        const LinkKey key = SerialKey(port);
+        arbiter.RemoveDevice(key);
+        EXPECT_FALSE(Write(nullptr, key, packet));
+        EXPECT_FALSE(Write(nullptr, key, bytes));
+        arbiter.setReadyToReConnect(key, true);
+        arbiter.StartPowerReporting(key, nullptr);
+        arbiter.StopPowerReporting(key);
+        Lines complaints = log.Take();
+        std::erase_if(complaints,
+                      [](const auto& line) { return !line.starts_with("LLError") && !line.starts_with("LLWarn"); });
+        Lines expected;
+        for (const char* warning : {":No Find ComDevice...  ", ":No Find ComDevice...  WriteData Failed!",
+                                    ":No Find ComDevice...  WriteData Failed!", ":Warning: No Find ComDevice...",
+                                    ":No Find ComDevice... ", ":No Find ComDevice... "}) {
+            if (port == 3) expected.emplace_back("LLError\t\t:No Find ComDevice...");
+            expected.push_back(std::string("LLWarnings\t") + warning);
+        }
+        EXPECT_EQ(complaints, expected);
+    }
+}
+
+TEST_F(CommArbiterTest, WritesBlocksOverUsbAndBytesOverSerial) {
+    tree.Plug(HidDevice("scanner"));
+    FakeDevice &usb = access.Device("scanner"), &serial = access.Port(3);
+    const auto usbLink = Add(kUsbKey), serialLink = Add(SerialKey(3));
+
+    const std::string longest(62, 'b');
+    std::string bytes = longest;
+    Write(serialLink, SerialKey(3), bytes);
+    EXPECT_EQ(serial->writes, std::vector{longest});
+    EXPECT_EQ(bytes, longest);
+    Write(usbLink, kUsbKey, bytes);
+    EXPECT_EQ(usb->writes, std::vector{"\x04\x3E" + longest});
+    EXPECT_EQ(bytes, "\x04\x3E" + longest);
+
+    LogReader log;
+    std::string tooLong(63, 'b');
+    EXPECT_TRUE(Write(usbLink, kUsbKey, tooLong));
+    EXPECT_EQ(usb->writes.size(), 1u);
+    EXPECT_THAT(log.Take(), Contains("LLCritical\t:Error: a USB block has no room for a command of this size: 63"));
+
+    serial->writeResult = {platform::WriteResult::Outcome::FailedPending, 0, 5};
+    EXPECT_TRUE(Write(serialLink, SerialKey(3), bytes));
+    const Lines lines = log.Take();
+    EXPECT_THAT(lines, Contains("LLCritical\t:Error: WriteDataError writing data (Code:5)."));
+    EXPECT_THAT(lines, Contains("LLInfo\t\t:try lock!!!!!!!!!!!!!!"));
+}
+
+TEST_F(CommArbiterTest, ListsLinksUpToItsLimit) {
+    for (uint32_t port = 1; port <= 131; ++port) {
+        access.Port(port);
+        ASSERT_NE(Add(SerialKey(port)), nullptr);
+    }
+    FakeDevice& beyond = access.Port(200);
+    const auto unfound = Add(SerialKey(200));
+    CommandPacket packet(0x40, "x");
+    EXPECT_EQ(arbiter.FindLink(SerialKey(200)), nullptr) << "listed, never found";
+    EXPECT_FALSE(Write(unfound, SerialKey(200), packet));
+    EXPECT_TRUE(beyond->writes.empty());
+    EXPECT_EQ(Add(SerialKey(1)), nullptr) << "the limit is looked at before the list";
+    EXPECT_EQ(arbiter.FindLink(kUsbKey), arbiter.FindLink(SerialKey(131))) << "one key";
+
+    EXPECT_EQ(arbiter.FindLink({DeviceUsb, LinkVirtualSerial, 2}), arbiter.FindLink(SerialKey(2)));
+
+    Recorder other;
+    const auto first = arbiter.FindLink(SerialKey(1));
+    arbiter.RemoveDevice(SerialKey(1));
+    EXPECT_EQ(access.Port(1)->openNow, 0);
+    EXPECT_FALSE(Write(first, SerialKey(1), packet)) << "it is still held, and not listed";
+    EXPECT_NE(arbiter.AddDevice({.key = SerialKey(1), .owner = &other}), nullptr);
+    arbiter.RemoveLinksOf(&owner);
+    EXPECT_EQ(beyond->openNow, 0);
+    EXPECT_EQ(arbiter.FindLink(SerialKey(2)), nullptr);
+    EXPECT_NE(arbiter.FindLink(SerialKey(1)), nullptr) << "another's link went too";
+    arbiter.RemoveLinksOf(&other);
+}
+
+TEST_F(CommArbiterTest, RemovesAllInSpiteOfAStalledWrite) {
+    FakeDevice& device = access.Port(3);
+    const auto link = Add(SerialKey(3));
+    EXPECT_EQ(Add(SerialKey(3)), link);
+    EXPECT_EQ(device->opens, 1);
+    device->stalled = true;
+    std::thread writer([&] {
+        CommandPacket packet(0x40, "x");
+        EXPECT_TRUE(Write(link, SerialKey(3), packet));
+    });
+    ASSERT_TRUE(Eventually([&] { return device->stalledNow; }));
+    arbiter.RemoveAll();
+    writer.join();
+    EXPECT_EQ(device->openNow, 0);
+    EXPECT_EQ(arbiter.FindLink(SerialKey(3)), nullptr);
+}
+
 using PowerReportingTest = LinkTest;
 
 TEST_F(PowerReportingTest, ReportsChangesAlone) {
@@ -171,7 +401,6 @@ TEST_F(PowerReportingTest, ReportsChangesAlone) {
     tree.Plug(SerialPortDevice(3));
     owner.AwaitStates(1);
     tree.Unplug(SerialPortDevice(3).id);
-    owner.AwaitStates(2);
     EXPECT_EQ(owner.AwaitStates(2), (std::vector<uint32_t>{PowerOnline, PowerOffOffline}));
 
     // A reset forgets the state, so that it is reported once more; the waiting link keeps its thread.

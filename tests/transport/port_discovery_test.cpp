@@ -27,13 +27,12 @@ std::vector<std::string> Paths(const std::vector<PortDescriptor>& ports) {
 }
 
 TEST(PortDiscovery, NamesAPortByItsKey) {
-    struct Case {
+    const KeyValue none;
+    const struct {
         KeyValue portName, portNumber;
         const char* name;  // empty for a device that is no port
         const char* path;
-    };
-    const KeyValue none;
-    const Case cases[] = {
+    } cases[] = {
         {TextValue("COM3"), NumberValue(7), "COM3", "\\\\.\\COM3"},
         {none, NumberValue(7), "COM7", "\\\\.\\COM7"},
         {TextValue(""), TextValue("COM8"), "COM8", "\\\\.\\COM8"},
@@ -42,7 +41,7 @@ TEST(PortDiscovery, NamesAPortByItsKey) {
         {TextValue("XLPT"), none, "", ""},
         {none, none, "", ""},
     };
-    for (const Case& row : cases) {
+    for (const auto& row : cases) {
         FakeDeviceTree tree;
         FakeTreeDevice device;
         device.portName = row.portName;
@@ -57,12 +56,11 @@ TEST(PortDiscovery, NamesAPortByItsKey) {
 }
 
 TEST(PortDiscovery, ReadsAPortOutOfItsInstanceId) {
-    struct Case {
+    const struct {
         std::string id, parentId, serial;
         uint32_t linkType;
         uint16_t vendor, product;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"usb\\vid_18d1&pid_0009\\5&1", "USB\\ROOT_HUB\\1", "12", LinkVirtualSerial, 0x18D1, 0x0009},
         {"ACPI\\PNP0501\\1", "", "1", LinkSerial, 0, 0},
         {"PCI\\VEN_8086&DEV_1C3D\\3&11&0", "", "12", LinkSerial, 0x8086, 0x1C3D},
@@ -71,7 +69,7 @@ TEST(PortDiscovery, ReadsAPortOutOfItsInstanceId) {
         {"X\\VID_12", "", "VID", LinkSerial, 0x12, 0},
         {"X\\VID_G&PID_1ZFF\\A", "", "A", LinkSerial, 0, 1},
     };
-    for (const Case& row : cases) {
+    for (const auto& row : cases) {
         FakeDeviceTree tree;
         FakeTreeDevice device = SerialPortDevice(12);
         device.id = row.id;
@@ -135,13 +133,12 @@ TEST(PortDiscovery, WalksHidDevicesAndInterfacesSideBySide) {
     skipped.interfaceStep = InterfaceStep::Failed;
     pathless.interfacePath.reset();
     idless.interfaceDeviceId.reset();
-    for (const FakeTreeDevice& device : {skipped, pathless, idless}) tree.Plug(device);
-    tree.Plug(HidDevice("one"));
-    for (const FakeTreeDevice& device : {sameAgain, otherIds, HidDevice("two")}) tree.Plug(device);
     FakeTreeDevice last = HidDevice("last");
     last.interfaceStep = InterfaceStep::End;
-    tree.Plug(last);
-    tree.Plug(HidDevice("never"));
+    for (const FakeTreeDevice& device : {skipped, pathless, idless, HidDevice("one"), sameAgain, otherIds,
+                                         HidDevice("two"), last, HidDevice("never")}) {
+        tree.Plug(device);
+    }
 
     const auto ports = ListHidDevices();
     EXPECT_EQ(Paths(ports), (std::vector<std::string>{"one", "one", "two"}));

@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: MIT
-#include "service/barcode_assembly.h"
-
+// What becomes of received blocks: barcodes, and replies to an exchange.
+#include <functional>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "service/barcode_assembly.h"
+#include "service/barcode_cache.h"
+#include "service/exchange.h"
+#include "support/fast_clock.h"
 #include "support/reply_frame.h"
 #include "transport/port_discovery.h"
 
@@ -110,6 +116,85 @@ TEST_F(BarcodeAssemblyTest, MoreThanAMebibyteIsDroppedToItsEnd) {
     m_Assembly.PassLastPart();  // it came during an exchange
     Serial(Last(3, "good"));
     EXPECT_EQ(TakeAll(), (Barcodes{{3, "good"}}));
+}
+
+const std::string kVersionReply = Frame(0x7E, 0x80, std::string("\0ABC", 4));
+
+// An exchange on its own; what the plan sends is the scanner's answer.
+class ExchangeTest : public BarcodeAssemblyTest {
+  protected:
+    ExchangeTest() { m_Status.Set(StatusEnabled); }
+    void Answer(const std::string& block) { m_Exchange.TakeBlock(block, LinkSerial); }
+    ExchangeOutcome Run(std::function<void()> send, uint32_t timeoutMs = platform::kNoLimitMs) {
+        ExchangePlan plan;
+        plan.send = std::move(send);
+        plan.timeoutMs = timeoutMs;
+        return m_Exchange.Run(plan);
+    }
+
+    FastClock m_Clock{20};
+    StatusBits m_Status;
+    Exchange m_Exchange{m_Status, m_Assembly};
+};
+
+// Neither a late reply nor parts from before it are joined to what comes next.
+TEST_F(ExchangeTest, LeavesNothingBehind) {
+    Serial(Part(3, "a"));
+    EXPECT_EQ(Run([] {}, 1).result, ResultTimeout);
+    Answer(kVersionReply);
+    EXPECT_EQ(Run([] {}, 1).result, ResultTimeout);
+    EXPECT_EQ(Run([&] { Answer(Frame(0x7E, 0x80, std::string("\0D", 2))); }).reply, "D");
+    Serial(Last(3, "b"));
+    EXPECT_EQ(TakeAll(), (Barcodes{{3, "b"}}));
+}
+
+TEST_F(ExchangeTest, AReplyOfMoreThanAMebibyteIsNone) {
+    const int64_t start = m_Clock.NowNs();
+    const ExchangeOutcome outcome = Run(
+        [&] {
+            Answer(kVersionReply);
+            for (int i = 0; i < 17; ++i) Answer(std::string(64 << 10, 'x'));
+        },
+        2000);
+    EXPECT_EQ(outcome.result, ResultTimeout);
+    EXPECT_GE(m_Clock.NowNs() - start, 2'000'000'000);
+}
+
+// The handle is being closed or destroyed, or the scanner has gone, while an exchange without a limit begins or runs.
+TEST_F(ExchangeTest, NoneWaitsThatNothingWouldEnd) {
+    std::thread closing;
+    EXPECT_EQ(Run([&] { closing = std::thread([&] { m_Exchange.Close(); }); }).result, ResultTimeout);
+    closing.join();
+    EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
+    m_Exchange.Open();
+    EXPECT_EQ(Run([&] { m_Exchange.BreakUnlimited(); }).result, ResultTimeout);
+    const auto brokenAndAnswered = [&] {
+        m_Exchange.BreakUnlimited();
+        Answer(kVersionReply);
+    };
+    EXPECT_EQ(Run(brokenAndAnswered, 5000).result, ResultSuccess);  // has a limit
+    m_Exchange.ForgetReplies();
+    EXPECT_EQ(Run([&] { m_Exchange.CloseForGood(); }).result, ResultTimeout);
+    EXPECT_TRUE(m_Exchange.AwaitAnyReply(0));
+    m_Exchange.Open();
+    EXPECT_EQ(Run([] { FAIL(); }).result, ResultIllegal);
+}
+
+TEST(BarcodeCacheTest, EachPropertyReadsItsOwnList) {
+    BarcodeCache cache;
+    for (int i = 0; i < 5000; ++i) cache.Add({std::to_string(i), i});
+    EXPECT_EQ(cache.PopType(), 0);
+    EXPECT_EQ(cache.PopLabel(), "904");  // the newest 4,096
+    const std::optional<CachedBarcode> taken = cache.Take();
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->text, "0");
+    EXPECT_EQ(taken->codeType, 1);
+    EXPECT_EQ(taken->count, 5000u);  // without a limit
+    EXPECT_EQ(cache.Count(), 4999u);
+    cache.Clear();
+    for (int i = 0; i < 17; ++i) cache.Add({std::string(1 << 20, static_cast<char>('a' + i)), 3});
+    EXPECT_EQ(cache.PopLabel()[0], 'b');  // 16 MiB of labels
+    EXPECT_EQ(cache.PopText()[0], 'a');
 }
 
 }  // namespace

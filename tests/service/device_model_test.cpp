@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: MIT
+// Properties and operations that a control object of the device model uses.
+#include <future>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "foundation/text.h"
 #include "service/service_fixture.h"
 
 namespace quillet::test {
 namespace {
 
 using PropertiesTest = ServiceTest;
+
+const std::string kVersionReply = Frame(0x7E, 0x80, std::string("\0ABC", 4));
 
 TEST_F(PropertiesTest, SomeReadsKeepTheResultOfTheLastOperation) {
     int32_t value = 0;
@@ -111,21 +117,67 @@ TEST_F(PropertiesTest, AutoDisableEndsTheReadingAndNothingElse) {
     EXPECT_EQ(m_Scanner.Text(PropScanData), "first");
 }
 
-TEST(BarcodeCacheTest, EachPropertyReadsItsOwnList) {
-    BarcodeCache cache;
-    for (int i = 0; i < 5000; ++i) cache.Add({std::to_string(i), i});
-    EXPECT_EQ(cache.PopType(), 0);
-    EXPECT_EQ(cache.PopLabel(), "904");  // the newest 4,096
-    const std::optional<CachedBarcode> taken = cache.Take();
-    ASSERT_TRUE(taken);
-    EXPECT_EQ(taken->text, "0");
-    EXPECT_EQ(taken->codeType, 1);
-    EXPECT_EQ(taken->count, 5000u);  // without a limit
-    EXPECT_EQ(cache.Count(), 4999u);
-    cache.Clear();
-    for (int i = 0; i < 17; ++i) cache.Add({std::string(1 << 20, static_cast<char>('a' + i)), 3});
-    EXPECT_EQ(cache.PopLabel()[0], 'b');  // 16 MiB of labels
-    EXPECT_EQ(cache.PopText()[0], 'a');
+// Exchanges of the service: replies come through the link's own read thread.
+using DirectIOTest = ServiceTest;
+
+TEST_F(DirectIOTest, CommandsOfTheDeviceModelBecomePackets) {
+    const struct {
+        int32_t command;
+        int32_t word;
+        const char* text;
+        ResultCode result;
+        const char* packet;  // without its length and checksum
+        std::string answer;
+        std::string reply;
+    } cases[] = {
+        {0x4A, 0, "41", ResultIllegal, "", "", ""},
+        {0x40, 0, "0B 01", ResultSuccess, "40 04 00 0B 01", "", ""},  // never answered
+        {0x40, 0, "01|4142", ResultSuccess, "40 04 01 41 42", "", ""},
+        {0x40, 0, "08|41", ResultSuccess, "40 04 08 41", "", ""},
+        {0x40, 0, "02|41", ResultIllegal, "", "", ""},
+        {0x40, 0, "01|41|42", ResultIllegal, "", "", ""},
+        {0x140, 1, "4142", ResultSuccess, "40 04 00 34 31 34 32", "", ""},  // the text's own bytes
+        {0x40, 0, "", ResultSuccess, "40 04 00 00", "", ""},
+        {0x7E, 0, "00", ResultTimeout, "7E 04 00 00", "", ""},
+        {0x7E, 0, "00", ResultTimeout, "7E 04 00 00", "unparsable", ""},
+        {0x7E, 0, "00", ResultSuccess, "7E 04 00 00", kVersionReply, "ABC"},
+        // An error status has no payload, here.
+        {0x7E, 0, "00", ResultSuccess, "7E 04 00 00", Frame(0x7E, 1, std::string("\0ABC", 4)), ""},
+    };
+    OpenSerial();
+    for (const auto& row : cases) {
+        Device()->writes.clear();
+        Device()->answer = row.answer;
+        m_Clock.patient = row.result == ResultSuccess;
+        uint8_t buffer[32] = {};
+        int32_t length = 0;
+        EXPECT_EQ(m_Scanner.DirectIO(row.command, &row.word, row.text, {buffer, sizeof buffer, &length}), row.result)
+            << row.text;
+        const std::vector<std::string> sent = Device()->writes;
+        EXPECT_EQ(sent.empty() ? "" : ToHexText(sent[0].substr(1, sent[0].size() - 2)), row.packet) << row.text;
+        EXPECT_EQ(std::string(buffer, buffer + length), row.reply);
+    }
+    EXPECT_EQ(m_Clock.longestWaitMs, 18'000u);
+}
+
+TEST_F(DirectIOTest, StatisticsWaitForAReplyOfAnotherExchange) {
+    OpenSerial();
+    std::string names = "GoodScanCount,HoursPoweredCount,Nonsense";
+    EXPECT_EQ(m_Scanner.RetrieveStatistics(&names), ResultTimeout);
+    EXPECT_EQ(m_Scanner.m_StatisticsText, "");
+    m_Clock.patient = true;
+    auto waiting = std::async(std::launch::async, [&] { return m_Scanner.RetrieveStatistics(&names); });
+    ASSERT_TRUE(Eventually([&] { return m_Scanner.m_Status.Has(StatusStatistics); }));
+    Device()->answer = kVersionReply;
+    EXPECT_EQ(m_Scanner.ExchangeBytes("x", platform::kNoLimitMs).result, ResultSuccess);
+    EXPECT_EQ(waiting.get(), ResultIllegal);  // the text is made, a name was unknown
+    const std::string& xml = m_Scanner.m_StatisticsText;
+    const size_t hours = xml.find("<Name>HoursPoweredCount</Name><Value>0</Value>");
+    const size_t scans = xml.find("<Name>GoodScanCount</Name><Value>0</Value>");
+    EXPECT_NE(hours, std::string::npos);
+    EXPECT_GT(scans, hours);
+    EXPECT_NE(xml.find("<Interface>POS USB</Interface>"), std::string::npos);
+    EXPECT_EQ(xml.find("ManufacturerSpecific"), std::string::npos);
 }
 
 }  // namespace

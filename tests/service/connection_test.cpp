@@ -22,7 +22,7 @@ const std::string kFramesOff("\x04\xEE\x04\x00\x00\x09", 6);
 
 TEST_F(ConnectionTest, TheChoiceFollowsWhatIsPluggedIn) {
     EXPECT_EQ(m_Scanner.Open(""), ResultNoHardware);
-    EXPECT_EQ(m_Scanner.m_OpenResult, ResultNoHardware);
+    EXPECT_EQ(m_Scanner.GetOpenResult(), ResultNoHardware);
     EXPECT_EQ(m_Scanner.Open("protocol=serial port,serialport=77,module=xy"), ResultSuccess);  // needn't exist yet
     EXPECT_EQ(m_Scanner.Text(PropDeviceName), "Tovra_xy");
     EXPECT_EQ(m_Scanner.Text(PropDeviceDescription), "Tovra_xy Scanner.");

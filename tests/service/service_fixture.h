@@ -24,7 +24,6 @@ class TestScanner : public CScanner {
     using CScanner::DeviceEnable;
     using CScanner::m_EventQueue;
     using CScanner::m_LinkType;
-    using CScanner::m_OpenResult;
     using CScanner::m_Parameters;
     using CScanner::m_ResultCode;
     using CScanner::m_StatisticsText;

@@ -60,8 +60,7 @@ TEST_F(PropertiesTest, FreezingKeepsTheBitAndSaysSo) {
     EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDataEventEnabled, 1), ResultFailure);
     EXPECT_EQ(m_Scanner.Number(PropDataEventEnabled), 1);
     EXPECT_EQ(m_Scanner.SetPropertyNumber(PropFreezeEvents, 1), ResultSuccess);
-    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropFreezeEvents, 0),
-              ResultFailure);  // the other freeze is still on
+    EXPECT_EQ(m_Scanner.SetPropertyNumber(PropFreezeEvents, 0), ResultFailure);  // the other freeze is still on
     EXPECT_EQ(m_Scanner.COFreezeEvents(0), ResultSuccess);
     EXPECT_EQ(m_Scanner.SetPropertyNumber(PropDataEventEnabled, 0), ResultSuccess);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);

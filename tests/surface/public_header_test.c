@@ -23,6 +23,7 @@ static void refuses_null_handles(void) {
     expect("getBarCode(null)", getBarCode(NULL, &number, buffer, 8, &number, 0), ResultBadArgument);
     expect("setCode39(null)", setCode39(NULL, 1), ResultBadArgument);
     expect("directIO(null)", directIO(NULL, buffer, 8, buffer, 8, &number, 0), ResultBadArgument);
+    expect("getScannerVersion(null)", getScannerVersion(NULL, buffer, 8, &number), ResultBadArgument);
     expect("QueryCommandSetting(null)", QueryCommandSetting(NULL, 35, 8, buffer, &number), ResultNoExist);
     expect("QueryCommandSetting(null, 147)", QueryCommandSetting(NULL, 147, 8, buffer, &number), ResultBadArgument);
     expect("getSerialPortDevice(null)", getSerialPortDevice(NULL, 8, buffer, &number), ResultSuccess);

@@ -245,6 +245,22 @@ TEST_F(LinkTest, AUsbLinkHasTheFirstScannerOfItsConstruction) {
     EXPECT_TRUE(link->IsDevicePresent()) << "the other one counts too";
 }
 
+TEST_F(LinkTest, AUsbLinkTellsOfFailedReadsAlone) {
+    tree.Plug(HidDevice("scanner"));
+    FakeDevice& device = access.Device("scanner");
+    LogReader log;
+    const auto link = Usb();
+    link->EnableDevice();
+    device->Deliver("one");
+    device->Deliver("two");
+    device->reads.push_back({Kind::FailedPending, "", 31});
+    owner.AwaitBlocks(3);
+    link->DisableDevice();
+    const std::string told =
+        "LLInfo\t\t:Error: RunReadThread: failed while waiting for data; will attempt to reconnect";
+    EXPECT_THAT(log.Take(), Contains(told).Times(1));
+}
+
 using CommArbiterTest = LinkTest;
 
 TEST_F(CommArbiterTest, PassesTheErrorOfAnOpeningOn) {

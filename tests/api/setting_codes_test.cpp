@@ -7,7 +7,7 @@
 
 #include <quillet/quillet.h>
 
-#include "support/hex.h"
+#include "foundation/text.h"
 
 namespace quillet::test {
 namespace {
@@ -24,13 +24,13 @@ std::string Written(int32_t bufferSize, Call call) {
     const std::string bytes(buffer.begin(), buffer.end());
     const auto end = static_cast<size_t>(length);
     if (result == ResultSuccess && bytes.find_first_not_of('\0', end) == std::string::npos) {
-        return Hex(bytes.substr(0, end));
+        return ToHexText(bytes.substr(0, end));
     }
-    return std::to_string(result) + ", " + std::to_string(length) + ": " + Hex(bytes);
+    return std::to_string(result) + ", " + std::to_string(length) + ": " + ToHexText(bytes);
 }
 
 std::string SettingCode(int32_t id, const std::string& value, int32_t bufferSize = 12) {
-    const std::string text = FromHex(value);
+    const std::string text = ParseHexText(value);
     const std::vector<uint8_t> bytes(text.begin(), text.end());  // no byte behind them that could be read in silence
     return Written(bufferSize, [&](uint8_t* buffer, int32_t& length) {
         return getBarCodeCmd(id, bytes.data(), bufferSize, buffer, &length);
@@ -119,7 +119,7 @@ TEST(SettingCodesTest, AListOfSettings) {
         {"\x0C \xFF", "07 5D 04 00 03 70 02 FF 23"},      // a value is any byte
     };
     for (const auto& sample : samples) {
-        EXPECT_EQ(SettingListCode(sample.text), sample.code) << Hex(sample.text);
+        EXPECT_EQ(SettingListCode(sample.text), sample.code) << ToHexText(sample.text);
     }
 }
 
@@ -138,7 +138,7 @@ TEST(SettingCodesTest, AListWithOneBadItemIsRefusedWhole) {
         "  ,,",
     };
     for (const std::string& text : refused) {
-        EXPECT_EQ(SettingListCode(text, 4), kRefused) << Hex(text);
+        EXPECT_EQ(SettingListCode(text, 4), kRefused) << ToHexText(text);
     }
 }
 
@@ -147,7 +147,7 @@ TEST(SettingCodesTest, AListHasRoomFor252Bytes) {
     for (int items = 1; items < 63; ++items) text += ",# \x01";
     const std::string full = SettingListCode(text);  // 63 items of 4 bytes
     EXPECT_EQ(full.substr(0, 27), "FF 5D 04 00 03 40 0B 01 03 ");
-    EXPECT_EQ(FromHex(full).size(), 257u);
+    EXPECT_EQ(ParseHexText(full).size(), 257u);
 
     EXPECT_EQ(SettingListCode(text + ", \x01", 4), kRefused);
     EXPECT_EQ(SettingListCode(std::string(100'000, ' ') + "," + text + text, 4), kRefused);

@@ -16,9 +16,9 @@
 
 #include "api/handle_calls.h"
 #include "api/settings/setting_rows.h"
+#include "foundation/text.h"
 #include "protocol/catalogue.h"
 #include "protocol/packet.h"
-#include "support/hex.h"
 #include "support/log_reader.h"
 
 namespace quillet {
@@ -44,7 +44,7 @@ namespace {
 bool IsWhole(const std::string& wire) {
     const auto sum = std::accumulate(wire.begin(), wire.end(), 0u,
                                      [](unsigned total, char byte) { return total + static_cast<uint8_t>(byte); });
-    return wire.size() == static_cast<uint8_t>(wire[0]) + 2u && Hex(wire.substr(2, 2)) == "04 00" &&
+    return wire.size() == static_cast<uint8_t>(wire[0]) + 2u && ToHexText(wire.substr(2, 2)) == "04 00" &&
            (sum & 0xFF) == 0xFF;
 }
 
@@ -53,7 +53,8 @@ std::string TakeSent() {
     std::string text;
     for (const std::string& wire : std::exchange(g_Link.sent, {})) {
         if (!text.empty()) text += ", ";
-        text += IsWhole(wire) ? Hex(wire.substr(1, 1) + wire.substr(4, wire.size() - 5)) : "broken: " + Hex(wire);
+        text += IsWhole(wire) ? ToHexText(wire.substr(1, 1) + wire.substr(4, wire.size() - 5))
+                              : "broken: " + ToHexText(wire);
     }
     return text;
 }
@@ -241,8 +242,8 @@ TEST_F(SettingsTest, ThePageListsEachSettingWithItsCalls) {
     std::string table;
     for (const CommandRow& row : CommandCatalogue()) {
         EXPECT_EQ(FindCommand(row.id), &row);
-        const std::string opcode = Hex({reinterpret_cast<const char*>(&row.opcode), 1});
-        const std::string number = Hex(row.NumberBytes());
+        const std::string opcode = ToHexText({reinterpret_cast<const char*>(&row.opcode), 1});
+        const std::string number = ToHexText(row.NumberBytes());
         const std::string sent = opcode + (number.empty() ? "" : " " + number);
         std::string names = named.contains(row.id) ? "`" + named.at(row.id) + "`" : "";
         for (const auto& [name, command] : calls) {

@@ -17,8 +17,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "foundation/text.h"
 #include "model/world.h"
-#include "support/hex.h"
 
 namespace quillet::test {
 namespace {
@@ -27,9 +27,9 @@ using tools::FrameBytes;
 
 // ---- Commands
 
-const std::string kFramesOff = FromHex("04 EE 04 00 00 09");  // at each connecting and disconnecting
-const std::string kVersion = FromHex("04 7E 04 00 00 79");
-const std::string kCode39 = FromHex("05 D1 04 00 40 0B DA");
+const std::string kFramesOff = ParseHexText("04 EE 04 00 00 09");  // at each connecting and disconnecting
+const std::string kVersion = ParseHexText("04 7E 04 00 00 79");
+const std::string kCode39 = ParseHexText("05 D1 04 00 40 0B DA");
 
 template <int64_t TimeoutMs = 2000>
 Told AskVersion(ScannerHandle handle) {
@@ -52,14 +52,19 @@ const struct {
     std::string packet;
     std::string reply;  // frame, if any comes
 } kCommands[] = {
-    {[](auto handle) { return Told(setCode39(handle, 1)); }, ResultNoExist, 0, {}, FromHex("05 40 04 00 0B 01 AA"), ""},
+    {[](auto handle) { return Told(setCode39(handle, 1)); },
+     ResultNoExist,
+     0,
+     {},
+     ParseHexText("05 40 04 00 0B 01 AA"),
+     ""},
     {[](auto handle) { return Told(setScannerPattern(handle, 1)); },
      ResultDisabled,
      ResultDisabled,
      {},
-     FromHex("04 EE 04 00 01 08"),
+     ParseHexText("04 EE 04 00 01 08"),
      ""},
-    {[](auto handle) { return Told(CommandInteraction(handle, "AA BB")); }, 0, 0, {}, FromHex("AA BB"), ""},
+    {[](auto handle) { return Told(CommandInteraction(handle, "AA BB")); }, 0, 0, {}, ParseHexText("AA BB"), ""},
     {AskVersion<>, ResultIllegal, ResultIllegal, {ResultTimeout}, kVersion, ""},
     {AskVersion<>, ResultIllegal, ResultIllegal, {0, -1, "SN"}, kVersion, FrameBytes(0x7E, 0x80, {"\0SN", 3})},
     {AskVersion<>, ResultIllegal, ResultIllegal, {0, -1, "raw"}, kVersion, FrameBytes(0xEE, 3, "\xFFlost")},

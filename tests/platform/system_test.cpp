@@ -16,7 +16,6 @@
 #include "platform/files.h"
 #include "platform/named_mutex.h"
 #include "platform/thread.h"
-#include "support/line_end.h"
 #include "support/process.h"
 #include "support/temp_tree.h"
 

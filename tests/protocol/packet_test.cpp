@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "foundation/text.h"
 #include "protocol/reply_parser.h"
-#include "support/hex.h"
 #include "support/log_reader.h"
 
 namespace quillet::test {
@@ -17,9 +17,9 @@ namespace {
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
-const std::string kAccepted = FromHex("00 05 40 04 80 0B 01 2A");
-const std::string kBarcode = FromHex("00 09 EE 00 03 FF 31 32 33 34 35 07");
-const std::string kEmptyReply = FromHex("00 03 40 04 80 39");
+const std::string kAccepted = ParseHexText("00 05 40 04 80 0B 01 2A");
+const std::string kBarcode = ParseHexText("00 09 EE 00 03 FF 31 32 33 34 35 07");
+const std::string kEmptyReply = ParseHexText("00 03 40 04 80 39");
 
 std::string Block(uint8_t kind, const std::string& content) {
     std::string block(64, '\0');
@@ -39,7 +39,7 @@ std::string ScanBlock(uint8_t size, uint8_t codeType, uint8_t more) {
 std::string Told(const ReplyPacket& reply) {
     const uint8_t head[] = {reply.opcode, reply.status, reply.firstParameter};
     const std::string bytes(std::begin(head), std::end(head));
-    return std::to_string(reply.length) + ": " + Hex(bytes) + "/" + Hex(reply.parameters);
+    return std::to_string(reply.length) + ": " + ToHexText(bytes) + "/" + ToHexText(reply.parameters);
 }
 
 const std::string kUntouched = "0: 00 82 00/";
@@ -51,16 +51,16 @@ TEST(Packet, WireBytes) {
         const char* wire;
     } kRows[] = {{0x40, "0B 01", "05 40 04 00 0B 01 AA"}, {0x7E, "", "04 7E 04 00 00 79"}};
     for (const auto& row : kRows) {
-        CommandPacket packet(row.opcode, FromHex(row.parameters));
-        EXPECT_EQ(Hex(ToWireBytes(packet)), row.wire);
-        EXPECT_EQ(Hex(ToWireBytes(packet)), row.wire) << "the old checksum is no part of the sum";
+        CommandPacket packet(row.opcode, ParseHexText(row.parameters));
+        EXPECT_EQ(ToHexText(ToWireBytes(packet)), row.wire);
+        EXPECT_EQ(ToHexText(ToWireBytes(packet)), row.wire) << "the old checksum is no part of the sum";
     }
     CommandPacket changed(0x7E, "", 3);
     ToWireBytes(changed);
     changed.opcode = 0x40;
-    changed.parameters = FromHex("0B 01");
+    changed.parameters = ParseHexText("0B 01");
     changed.reserved = 1;
-    EXPECT_EQ(Hex(ToWireBytes(changed)), "05 40 04 03 0B 01 A6") << "`reserved` is counted, not sent";
+    EXPECT_EQ(ToHexText(ToWireBytes(changed)), "05 40 04 03 0B 01 A6") << "`reserved` is counted, not sent";
     CommandPacket longest(0x40, std::string(253, 'x'));
     EXPECT_EQ(ToWireBytes(longest)[0], '\0') << "the length counts modulo 256";
 }
@@ -128,7 +128,7 @@ TEST(Parsers, RaiseOnALengthWithoutRoomForItsHeader) {
         EXPECT_EQ(usb.size(), 64u);
     }
     ReplyPacket reply;
-    EXPECT_EQ(ParseFrame(FromHex("00 03 40 04 80"), reply), ParseNoFrame) << "one byte short";
+    EXPECT_EQ(ParseFrame(ParseHexText("00 03 40 04 80"), reply), ParseNoFrame) << "one byte short";
 }
 
 TEST(UsbParser, WaitsForAWholeBlock) {
@@ -155,13 +155,13 @@ TEST(UsbParser, TakesPacketsAndScansBlockByBlock) {
         told.push_back(Told(reply));
     }
     EXPECT_EQ(buffer, "rest");
-    EXPECT_EQ(told, (Lines{"5: 40 80 0B/01", kUntouched, "0: EE 1C 00/" + Hex(std::string(56, 'x')), "0: EE 1C FF/",
-                           "9: EE 03 FF/31 32 33 34 35"}));
+    EXPECT_EQ(told, (Lines{"5: 40 80 0B/01", kUntouched, "0: EE 1C 00/" + ToHexText(std::string(56, 'x')),
+                           "0: EE 1C FF/", "9: EE 03 FF/31 32 33 34 35"}));
 }
 
 TEST(UsbParser, WarnsOfBadBlocksAndDropsThoseOfWrongChecksum) {
     LogReader log(LLWarnings);
-    std::string tooLong = Block(4, FromHex("00 FF 40 04 80"));
+    std::string tooLong = Block(4, ParseHexText("00 FF 40 04 80"));
     ReplyPacket packet;
     EXPECT_EQ(ParseUsbBuffer(tooLong, packet), ParseBadChecksum);
     EXPECT_EQ(tooLong, "");
@@ -170,7 +170,7 @@ TEST(UsbParser, WarnsOfBadBlocksAndDropsThoseOfWrongChecksum) {
 
     // 59 to 61 fit the whole buffer but not what is left from byte 3 on: no line tells of it. The sum of this
     // one is FF.
-    std::string tooLongForTheBlock = Block(4, FromHex("00 3C C3 00 00"));
+    std::string tooLongForTheBlock = Block(4, ParseHexText("00 3C C3 00 00"));
     ReplyPacket silent;
     EXPECT_EQ(ParseUsbBuffer(tooLongForTheBlock, silent), ParseNoFrame);
     EXPECT_EQ(tooLongForTheBlock.size(), 64u);
@@ -186,7 +186,7 @@ TEST(UsbParser, WarnsOfBadBlocksAndDropsThoseOfWrongChecksum) {
 
 TEST(UsbParser, ReadsALongPacketAsIfContiguousAndConsumesOneBlock) {
     std::string payload(70, '\0');
-    std::string frame = FromHex("00 49 EE 00 00") + payload;
+    std::string frame = ParseHexText("00 49 EE 00 00") + payload;
     frame += static_cast<char>(~(0x49 + 0xEE));
     std::string buffer = Block(4, frame.substr(0, 61)) + frame.substr(61);
     ReplyPacket reply;

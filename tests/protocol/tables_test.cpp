@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/text.h"
 #include "protocol/catalogue.h"
 #include "protocol/symbology.h"
-#include "support/hex.h"
 #include "support/log_reader.h"
 
 namespace quillet::test {
@@ -21,10 +21,10 @@ TEST(CatalogueTest, DirectIOCommandsAndTheirReplies) {
         if (IsDirectIOCommand(byte)) commands += static_cast<char>(byte);
         if (IsReplyCommand(byte)) answered += static_cast<char>(byte);
     }
-    EXPECT_EQ(Hex(commands),
+    EXPECT_EQ(ToHexText(commands),
               "40 41 42 43 44 45 46 47 48 49 4B 4C 4D 4E 4F 50 51 52 53 54 55 56 57 58 59 5A 5B 5C 5D 5E "
               "64 65 7E D0 D5 D6 D8 E4 E5 E7 E8 E9 EA EB EE");
-    EXPECT_EQ(Hex(answered), "7E D5 D8 E7 E8");
+    EXPECT_EQ(ToHexText(answered), "7E D5 D8 E7 E8");
 }
 
 TEST(SymbologyTest, CodesAndNamesAreThoseOfThePage) {

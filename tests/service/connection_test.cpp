@@ -180,6 +180,17 @@ TEST_F(ConnectionTest, ResultsBelongToTheirCaller) {
     disturbing.join();
 }
 
+TEST_F(ConnectionTest, ClosingWaitsForNoAnswer) {
+    OpenSerial();
+    const size_t written = Device()->writes.size();
+    std::thread asking([&] { EXPECT_EQ(m_Scanner.ExchangeBytes("x", 3'600'000).result, ResultTimeout); });
+    EXPECT_TRUE(Eventually([&] { return Device()->writes.size() > written; }));
+    const int64_t start = m_Clock.NowNs();
+    EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
+    asking.join();
+    EXPECT_LT(m_Clock.NowNs() - start, 1'800'000'000'000);
+}
+
 // Pulled between the opening of the link and the look that follows it: the report disables the device again.
 TEST_F(ConnectionTest, AUsbScannerThatVanishesWhileItIsEnabledLeavesTheStateOpen) {
     FakeDevice& usb = m_Access.Device("usb-1");

@@ -14,7 +14,7 @@
 
 #include "foundation/log.h"
 #include "foundation/paths.h"
-#include "support/line_end.h"
+#include "support/process.h"
 
 namespace quillet::test {
 

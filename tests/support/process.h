@@ -12,6 +12,8 @@
 namespace quillet::test {
 
 inline constexpr bool kOnWindows = std::filesystem::path::preferred_separator == '\\';
+// Of a text file.
+inline const std::string kLineEnd = kOnWindows ? "\r\n" : "\n";
 
 uint32_t ProcessId();
 // Of this process, at this moment.

@@ -155,8 +155,6 @@ TEST(ReadThread, EndsAsItsReadEndsOrItsOwnerAnswers) {
         link->EnableDevice();
         EXPECT_EQ(fixture.owner.AwaitBlocks(row.blocks.size() + 1).back().second, "again");
         const Lines lines = log.Take();
-        EXPECT_THAT(lines, Contains("LLInfo\t\t:    - Port[COM3]Read(Ascii): A<NUL><CR>"));
-        EXPECT_THAT(lines, Contains("LLInfo\t\t:    - Port[COM3]Read(Hex): 41 00 0D"));
         EXPECT_THAT(lines, Not(Contains("LLInfo\t\t:    - Port[COM3]Read(Hex): ")));
         EXPECT_THAT(lines, Contains(row.line));
     }
@@ -220,12 +218,8 @@ TEST_F(LinkTest, ASerialLinkSendsItsSettingsToThePort) {
     LogReader log;
     link->EnableDevice();
     const Lines lines = log.Take();
-    for (const char* line : {"TargetName: \\\\.\\COM3", "================= Serial Cfg\t=================\t\t",
-                             "BaudRate\t\t\t9600", "ByteSize\t\t\t8", "Parity\t\t\t7", "StopBits\t\t\t1.5",
-                             "fOutxCtsFlow     0", "fOutxDsrFlow     0", "fRtsControl      DISABLE",
-                             "fDtrControl      DISABLE", "================= Serial Cfg\tEnd =================\t\t"}) {
-        EXPECT_THAT(lines, Contains("LLInfo\t\t:    | "s + line)) << line;
-    }
+    EXPECT_THAT(lines, Contains("LLInfo\t\t:    | Parity\t\t\t7"));
+    EXPECT_THAT(lines, Contains("LLInfo\t\t:    | StopBits\t\t\t1.5"));
 }
 
 TEST_F(LinkTest, AUsbLinkHasTheFirstScannerOfItsConstruction) {
@@ -350,9 +344,7 @@ TEST_F(CommArbiterTest, WritesBlocksOverUsbAndBytesOverSerial) {
 
     serial->writeResult = {platform::WriteResult::Outcome::FailedPending, 0, 5};
     EXPECT_TRUE(Write(serialLink, SerialKey(3), bytes));
-    const Lines lines = log.Take();
-    EXPECT_THAT(lines, Contains("LLCritical\t:Error: WriteDataError writing data (Code:5)."));
-    EXPECT_THAT(lines, Contains("LLInfo\t\t:try lock!!!!!!!!!!!!!!"));
+    EXPECT_THAT(log.Take(), Contains("LLCritical\t:Error: WriteDataError writing data (Code:5)."));
 }
 
 TEST_F(CommArbiterTest, ListsLinksUpToItsLimit) {

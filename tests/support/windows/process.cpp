@@ -138,12 +138,13 @@ int ChildProcess::End() {
 }
 
 void ChildProcess::Kill() {
+    // Before its input ends, or it would end by itself.
+    if (m_Impl->process.IsOpen()) ::TerminateProcess(m_Impl->process.Get(), 1);
     // Where there is no process to end, its next line ends it. The closing alone doesn't wake a read under Wine.
     ::shutdown(m_Impl->socket, SD_BOTH);
     ::CancelIoEx(reinterpret_cast<HANDLE>(m_Impl->socket), nullptr);
     if (!m_Impl->process.IsOpen()) return;
     m_Impl->killed = true;
-    ::TerminateProcess(m_Impl->process.Get(), 1);
     End();
 }
 

@@ -8,7 +8,8 @@
 #include "platform/event.h"
 #include "support/process.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 using Outcome = WriteResult::Outcome;
@@ -32,7 +33,7 @@ TYPED_TEST(AnyDevice, StopWinsOverDataAndEndsWaits) {
     EXPECT_TRUE(this->m_Stop.IsSet());
     this->m_Stop.Reset();
     EXPECT_FALSE(this->m_Stop.IsSet());
-    if (!test::kOnWindows) {
+    if (!kOnWindows) {
         EXPECT_EQ(this->Read().bytes, Report('x')) << "what wasn't taken is still there";
     }
     EXPECT_EQ(this->Read(kReportSize, [this] { this->m_Stop.Set(); }).wait, ReadWait::Stopped);
@@ -42,7 +43,7 @@ TYPED_TEST(AnyDevice, AWriteThatNobodyTakesEndsWithTheStopSignalOrTheDevice) {
     const WriteResult stopped = this->WriteUntil([this] { this->m_Stop.Set(); });
     EXPECT_EQ(stopped.outcome, Outcome::FailedPending);
     EXPECT_EQ(stopped.error, kStoppedCode);
-    EXPECT_EQ(stopped.count > 0, TypeParam::kIsSerial && !test::kOnWindows);
+    EXPECT_EQ(stopped.count > 0, TypeParam::kIsSerial && !kOnWindows);
     EXPECT_LT(stopped.count, TypeParam::kWriteSize);
 
     this->Plug();
@@ -62,13 +63,13 @@ TYPED_TEST(AnyDevice, AWriteThatNobodyTakesEndsWithTheStopSignalOrTheDevice) {
 TYPED_TEST(AnyDevice, ALossFailsReadsAndWritesUntilItIsOpenedAgain) {
     for (const bool whileReading : {true, false}) {
         const auto pull = [this] { this->m_FarEnd.Pull(); };
-        const size_t handles = test::HandleCount();
+        const size_t handles = HandleCount();
         if (!whileReading) pull();
         const ReadOutcome lost = whileReading ? this->Read(kReportSize, pull) : this->Read();
         EXPECT_FALSE(lost.finish.ok || lost.wait == ReadWait::Stopped);
         EXPECT_THAT(kLossCodes, testing::Contains(lost.start.error + lost.finish.error));
-        if (!test::kOnWindows) {
-            EXPECT_EQ(test::HandleCount(), handles - 2) << "each end is closed";
+        if (!kOnWindows) {
+            EXPECT_EQ(HandleCount(), handles - 2) << "each end is closed";
         }
         EXPECT_EQ(this->m_Reader->LastError(), lost.finish.error);
         EXPECT_EQ(this->Read().start.error, kGoneCode);
@@ -83,4 +84,4 @@ TYPED_TEST(AnyDevice, ALossFailsReadsAndWritesUntilItIsOpenedAgain) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

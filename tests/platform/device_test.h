@@ -13,7 +13,8 @@
 #include "platform/device_access.h"
 #include "platform/thread.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 
 constexpr uint32_t kQuietMs = 25;
 constexpr uint32_t kReportSize = 64;
@@ -130,4 +131,4 @@ class DeviceTest : public testing::Test {
     std::unique_ptr<DeviceReader> m_Reader;
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::test

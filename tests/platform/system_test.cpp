@@ -19,11 +19,9 @@
 #include "support/process.h"
 #include "support/temp_tree.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
-
-using test::kLineEnd;
-using test::TempTree;
 
 // Claims outlive processes on some systems, and so would a name made of this one's number.
 std::string Name() {
@@ -181,18 +179,18 @@ TEST(NamedMutex, BelongsToOneObjectAndThread) {
 // Where the system tells that the owner has died, the try that is told so is refused, and frees it for the next.
 TEST(NamedMutex, IsHeldByAnotherProcessUntilThatDies) {
     const auto mutex = NamedMutex::Create(Name());
-    test::ChildProcess holder(CHILD, {Name()});
+    ChildProcess holder(CHILD, {Name()});
     ASSERT_EQ(holder.ReadLine(), "taken");
     const int64_t start = SystemClock().NowNs();
     EXPECT_FALSE(mutex->Take(120));
     EXPECT_GE(SystemClock().NowNs() - start, 110000000);
     EXPECT_FALSE(mutex->Take(0));
     holder.Kill();
-    if (test::kOnWindows) {
+    if (kOnWindows) {
         EXPECT_FALSE(mutex->Take(0));
     }
     EXPECT_TRUE(mutex->Take(0));
-    test::ChildProcess late(CHILD, {Name()});
+    ChildProcess late(CHILD, {Name()});
     EXPECT_EQ(late.ReadLine(), "refused");
 }
 
@@ -226,4 +224,4 @@ TEST(NamedMutex, AWaitEndsWithTheRelease) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

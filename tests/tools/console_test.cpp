@@ -5,7 +5,8 @@
 
 #include "support/temp_tree.h"
 
-namespace quillet::tools {
+namespace quillet::test {
+using namespace tools;
 namespace {
 
 using namespace std::string_literals;
@@ -48,7 +49,7 @@ class ConsoleTest : public ::testing::Test {
         return text;
     }
 
-    test::TempTree m_Tree;
+    TempTree m_Tree;
     std::unique_ptr<VirtualScanner> m_Scanner;
     std::FILE* m_File = std::tmpfile();
     bool m_GoesOn = true;
@@ -87,4 +88,4 @@ TEST_F(ConsoleTest, CommandsReachTheScanner) {
 }
 
 }  // namespace
-}  // namespace quillet::tools
+}  // namespace quillet::test

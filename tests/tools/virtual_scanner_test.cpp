@@ -14,7 +14,8 @@
 #include "support/process.h"
 #include "support/temp_tree.h"
 
-namespace quillet::tools {
+namespace quillet::test {
+using namespace tools;
 namespace {
 
 using namespace std::string_literals;
@@ -114,7 +115,7 @@ class VirtualScannerTest : public ::testing::TestWithParam<ScannerLink> {
         m_Scanner->Plug();
     }
 
-    test::TempTree m_Tree;  // outlives the scanner, which cleans up in it
+    TempTree m_Tree;  // outlives the scanner, which cleans up in it
     std::unique_ptr<VirtualScanner> m_Scanner;
 };
 
@@ -132,7 +133,7 @@ TEST(VirtualScannerDirectory, MustBeOneThatHostsLookInto) {
     ScannerOptions options;
     options.devicesDirectory = "relative/devices";
     EXPECT_THROW(VirtualScanner{options}, std::invalid_argument);
-    const test::TempTree tree;
+    const TempTree tree;
     options.devicesDirectory = tree.Path("devices");
     std::filesystem::create_directory(options.devicesDirectory);
     std::filesystem::permissions(options.devicesDirectory, std::filesystem::perms::all);
@@ -261,18 +262,18 @@ TEST_P(VirtualScannerTest, PlugCyclesRaceWithEverything) {
 
 // A host that can't be accepted for want of a descriptor stays waiting, and nobody spins over it.
 TEST(ReportSocket, WaitsQuietlyForADescriptor) {
-    if (test::kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
-    const test::TempTree tree;
+    if (kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
+    const TempTree tree;
     const auto device = DeviceEnd::NewReportSocket(tree.Path("scanner"));
     const auto host = platform::SystemDeviceAccess().Open(device->HostPath(), platform::Sharing::Shared);
     const platform::StopSignal stop;
     std::string bytes;
-    const auto beforeMs = test::ProcessorTimeMs();
+    const auto beforeMs = ProcessorTimeMs();
     {
-        const test::NoDescriptors none;
+        const NoDescriptors none;
         EXPECT_EQ(device->Receive(bytes, 200, stop), DeviceEnd::Received::TimedOut);
     }
-    EXPECT_LT(test::ProcessorTimeMs() - beforeMs, 100);
+    EXPECT_LT(ProcessorTimeMs() - beforeMs, 100);
     EXPECT_EQ(device->Receive(bytes, kPatienceMs, stop), DeviceEnd::Received::HostCame);
 }
 
@@ -293,4 +294,4 @@ TEST_P(UsbScannerTest, HostsComeAndGo) {
 }
 
 }  // namespace
-}  // namespace quillet::tools
+}  // namespace quillet::test

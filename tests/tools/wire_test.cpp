@@ -8,7 +8,8 @@
 #include "tools/virtual_scanner/host_stream.h"
 #include "tools/virtual_scanner/settings.h"
 
-namespace quillet::tools {
+namespace quillet::test {
+using namespace tools;
 namespace {
 
 using namespace std::string_literals;
@@ -141,4 +142,4 @@ TEST(Settings, NumberAndValueAreToldApart) {
 }
 
 }  // namespace
-}  // namespace quillet::tools
+}  // namespace quillet::test

@@ -14,10 +14,10 @@
 #include "support/linux/no_descriptors.h"
 #include "support/temp_tree.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
-using test::NoDescriptors;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -94,7 +94,7 @@ class DeviceTreeTest : public testing::Test {
         EXPECT_EQ(fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
     }
 
-    const test::TempTree m_Tree;
+    const TempTree m_Tree;
     const LinuxRoots m_Roots{
         m_Tree.Path("sys"), m_Tree.Path("dev"), {m_Tree.Path("run/devices"), m_Tree.Path("user/devices")}};
     LinuxDeviceTree m_System{m_Roots};
@@ -208,7 +208,7 @@ TEST_F(DeviceTreeTest, RegistrationsWithALockCountWhileItIsHeld) {
 }
 
 TEST_F(DeviceTreeTest, LooksWithoutADescriptorTellTheLastSet) {
-    if (test::kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
+    if (kSanitizerNeedsDescriptors) GTEST_SKIP() << "the sanitizer needs descriptors itself";
     AddTty("ttyACM0", "usb1/1-2/1-2:1.0");
     AddHidraw("hidraw0", "0003:000018D1:0000010B", "usb-1", "");
     Register("run", "a.device", "class=serial\nport=COM97\npath=/dev/pts/1\n");
@@ -315,4 +315,4 @@ TEST_F(DeviceTreeTest, DirectoriesThatOthersCouldHaveFilledAreIgnored) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -9,7 +9,8 @@
 #include "platform/linux/hid_file.h"
 #include "support/process.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 using Outcome = WriteResult::Outcome;
@@ -29,12 +30,12 @@ TEST_F(SerialDevice, ABurstEndsWhenTheLineIsQuiet) {
 
 TEST_F(SerialDevice, ALossThatAWriterFindsClosesWithoutAReader) {
     m_Reader.reset();
-    const size_t descriptors = test::HandleCount();
+    const size_t descriptors = HandleCount();
     m_FarEnd.Pull();
     const WriteResult lost = m_Device->Write("x", m_Stop);
     EXPECT_EQ(lost.outcome, Outcome::FailedAtOnce);
     EXPECT_EQ(lost.error, static_cast<uint32_t>(EIO));
-    EXPECT_EQ(test::HandleCount(), descriptors - 2) << "each end is closed";
+    EXPECT_EQ(HandleCount(), descriptors - 2) << "each end is closed";
     SerialSettings settings;
     EXPECT_EQ(m_Device->Write("x", m_Stop).error, kGoneCode);
     EXPECT_EQ(m_Device->GetSerialSettings(settings), kGoneCode);
@@ -93,7 +94,7 @@ TEST_F(SerialDevice, TakesAnySpeedAndRefusesImpossibleLines) {
 }
 
 TEST_F(SerialDevice, OpensTerminalsAlone) {
-    const test::TempTree& tree = m_FarEnd.tree;
+    const TempTree& tree = m_FarEnd.tree;
     ASSERT_EQ(mkfifo(tree.Path("pipe").c_str(), 0600), 0);
     const std::pair<std::string, int> cases[] = {
         {"", ENOENT},          {"\\\\.\\COM200", ENOENT},        {tree.Path("missing"), ENOENT},
@@ -138,7 +139,7 @@ TEST_F(HidDevice, WaitingReportsComeBeforeTheLoss) {
 }
 
 TEST_F(HidDevice, OpensWhatStandsAtItsPath) {
-    const test::TempTree& tree = m_FarEnd.tree;
+    const TempTree& tree = m_FarEnd.tree;
     const auto errorOf = [this](const std::string& path) { return static_cast<int>(m_FarEnd.Open(path).error); };
     const std::string place = "hid:18D1:010B:phys:usb-1/input0";
     const std::string uevent = "sys/class/hidraw/hidraw1/device/uevent";
@@ -199,4 +200,4 @@ TEST(HidReport, DescriptorTellsWhetherReportsHaveIds) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -16,7 +16,8 @@
 #include "platform/linux/unique_fd.h"
 #include "support/temp_tree.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 
 constexpr uint32_t kStoppedCode = ECANCELED;
 constexpr uint32_t kGoneCode = ENODEV;
@@ -54,7 +55,7 @@ class Pty : public FarEnd {
         return LinuxDeviceAccess(LinuxRoots{"", tree.Path("dev"), {}}).Open(device, Sharing::Exclusive);
     }
 
-    const test::TempTree tree;
+    const TempTree tree;
     std::string path;
 };
 
@@ -81,11 +82,11 @@ class Socket : public FarEnd {
         return LinuxDeviceAccess(LinuxRoots{tree.Path("sys"), tree.Path("dev"), {}}).Open(device, Sharing::Shared);
     }
 
-    const test::TempTree tree;
+    const TempTree tree;
     const std::string path = tree.Path("scanner");
     UniqueFd listener;
 };
 
 using FarEnds = testing::Types<Pty, Socket>;
 
-}  // namespace quillet::platform
+}  // namespace quillet::test

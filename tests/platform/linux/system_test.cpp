@@ -20,7 +20,8 @@
 #include "platform/thread.h"
 #include "support/temp_tree.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 // Without the type; 0 if nothing is there.
@@ -78,7 +79,7 @@ TEST_F(ClaimFileTest, FileIsForAllUsersAndNotForLinks) {
 }
 
 TEST(ClaimFolder, IsTheFirstThatIsThereAndCanBeTrusted) {
-    const test::TempTree tree;
+    const TempTree tree;
     ClaimRoots roots{tree.Path("user"), tree.Path("lock"), tree.Path("temporary")};
     std::filesystem::create_directory(roots.temporary);
     EXPECT_EQ(Chosen(roots), roots.temporary);
@@ -106,7 +107,7 @@ TEST(ClaimFolder, IsTheFirstThatIsThereAndCanBeTrusted) {
 }
 
 TEST(Files, TheLogIsAPlainFileThatItsOwnerAloneWrites) {
-    const test::TempTree tree;
+    const TempTree tree;
     ASSERT_EQ(mkfifo(tree.Path("pipe").c_str(), 0600), 0);
     tree.Link("link", tree.Write("target", ""));
     for (const std::string& path : {tree.Path("pipe"), tree.Path("link"), std::string("/dev/null")}) {
@@ -167,4 +168,4 @@ TEST(Thread, BlocksSignalsAndBearsItsName) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

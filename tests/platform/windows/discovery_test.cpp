@@ -10,7 +10,7 @@
 #include "support/windows/device_keys.h"
 #include "transport/port_discovery.h"
 
-namespace quillet {
+namespace quillet::test {
 namespace {
 
 using namespace platform;
@@ -44,7 +44,7 @@ Lines MarkedLines(const std::vector<PortDescriptor>& ports) {
 class Discovery : public testing::Test {
   protected:
     void SetUp() override {
-        if (!test::IsUnderWine()) GTEST_SKIP() << "on Windows the keys of devices are the system's alone to write";
+        if (!IsUnderWine()) GTEST_SKIP() << "on Windows the keys of devices are the system's alone to write";
     }
     DeviceKeys m_Registry;
 };
@@ -103,7 +103,7 @@ TEST_F(Discovery, ReadsHidDevicesFromTheRegistry) {
 }
 
 TEST(DiscoveryOfParents, TheParentHasAnIdOfItsOwn) {
-    if (test::IsUnderWine()) GTEST_SKIP() << "Wine doesn't tell the parent of a device";
+    if (IsUnderWine()) GTEST_SKIP() << "Wine doesn't tell the parent of a device";
     const auto set = TheDeviceTree().OpenSet(DeviceClass::HidInterface);
     ASSERT_NE(set, nullptr);
     if (!set->SelectDevice(0)) GTEST_SKIP() << "the machine has no HID device";
@@ -112,4 +112,4 @@ TEST(DiscoveryOfParents, TheParentHasAnIdOfItsOwn) {
 }
 
 }  // namespace
-}  // namespace quillet
+}  // namespace quillet::test

@@ -10,7 +10,8 @@
 #include "support/eventually.h"
 #include "support/process.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 
 constexpr uint32_t kStoppedCode = ERROR_OPERATION_ABORTED;
 constexpr uint32_t kGoneCode = ERROR_BROKEN_PIPE;
@@ -25,7 +26,7 @@ class Pipe {
 
     OpenResult Plug() {
         Pull();  // the name is for one pipe at a time
-        const std::string path = "\\\\.\\pipe\\quillet-test-" + std::to_string(test::ProcessId());
+        const std::string path = "\\\\.\\pipe\\quillet-test-" + std::to_string(ProcessId());
         m_Pipe = UniqueHandle(::CreateNamedPipeA(
             path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE, 1, kQuota, kQuota, 0, nullptr));
         EXPECT_TRUE(m_Pipe.IsOpen());
@@ -37,7 +38,7 @@ class Pipe {
     }
     bool HasInput() const {
         DWORD waiting = 0;
-        return test::Eventually(
+        return Eventually(
             [&] { return ::PeekNamedPipe(m_Pipe.Get(), nullptr, 0, nullptr, &waiting, nullptr) && waiting > 0; });
     }
     std::string Receive(size_t size) const {
@@ -57,4 +58,4 @@ class Pipe {
 
 using FarEnds = testing::Types<Pipe>;
 
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -10,7 +10,8 @@
 #include "support/virtual_scanner.h"
 #include "transport/port_discovery.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 struct Port {
@@ -20,7 +21,7 @@ struct Port {
     void Send(const std::string& bytes) { scanner->Plain(bytes); }
 
     std::string path;
-    std::optional<test::VirtualScanner> scanner;
+    std::optional<VirtualScanner> scanner;
 };
 
 class SerialPort : public DeviceTest<Port> {
@@ -30,8 +31,8 @@ class SerialPort : public DeviceTest<Port> {
             GTEST_SKIP() << "no virtual scanner here: run by tests/wine/with-prefix";
         }
         // Other processes that run these cases have other numbers.
-        const int number = static_cast<int>(140 + test::ProcessId() / 4 % 50);
-        m_FarEnd.scanner.emplace(test::ScannerOptions{test::ScannerLink::Serial, number, "1"});
+        const int number = static_cast<int>(140 + ProcessId() / 4 % 50);
+        m_FarEnd.scanner.emplace(ScannerOptions{ScannerLink::Serial, number, "1"});
         const auto found = FindSerialPort(static_cast<uint32_t>(number));
         ASSERT_EQ(found.size(), 1U);
         m_FarEnd.path = found[0].devicePath;
@@ -60,7 +61,7 @@ TEST_F(SerialPort, KeepsTheSettings) {
 class RealPort : public DeviceTest<Port> {
   protected:
     void SetUp() override {
-        if (test::IsUnderWine()) GTEST_SKIP() << "Wine shares a COM port, and has neither parity nor odd speeds";
+        if (IsUnderWine()) GTEST_SKIP() << "Wine shares a COM port, and has neither parity nor odd speeds";
         const char* name = std::getenv("QUILLET_TEST_PORT");
         if (name == nullptr) GTEST_SKIP() << "QUILLET_TEST_PORT names no port, such as COM5";
         m_FarEnd.path = std::string("\\\\.\\") + name;
@@ -78,4 +79,4 @@ TEST_F(RealPort, IsForOneAtATimeAndTakesParityAndOddSpeeds) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -3,7 +3,8 @@
 #include "far_ends.h"
 #include "support/temp_tree.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 using Outcome = WriteResult::Outcome;
@@ -35,7 +36,7 @@ TEST_F(PipeDevice, AStoppedReadIsNoLongerThereWhenTheNextStarts) {
     size_t handles = 0;
     std::vector<uint8_t> buffer(kReportSize);
     for (int round = 0; round < kRounds; ++round) {
-        if (round == 2) handles = test::HandleCount();  // the first rounds may load what stays
+        if (round == 2) handles = HandleCount();  // the first rounds may load what stays
         m_Stop.Set();
         EXPECT_TRUE(Read().wait == ReadWait::Stopped);
         m_Stop.Reset();
@@ -46,11 +47,11 @@ TEST_F(PipeDevice, AStoppedReadIsNoLongerThereWhenTheNextStarts) {
         EXPECT_EQ(m_Reader->Finish().count, 4U);
     }
     EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 4), "scan");
-    EXPECT_LE(test::HandleCount(), handles);
+    EXPECT_LE(HandleCount(), handles);
 }
 
 TEST(WindowsDeviceAccess, SharesOrKeepsWhatItOpens) {
-    const test::TempTree tree;
+    const TempTree tree;
     const auto open = [](const std::string& path, Sharing sharing) {
         return WindowsDeviceAccess().Open(path, sharing);
     };
@@ -68,4 +69,4 @@ TEST(WindowsDeviceAccess, SharesOrKeepsWhatItOpens) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -7,7 +7,8 @@
 #include "platform/thread.h"
 #include "platform/windows/unique_handle.h"
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 namespace {
 
 TEST(ThreadName, IsToldToADebuggerByAnExceptionThatTheProgramSurvives) {
@@ -59,4 +60,4 @@ TEST(ThreadName, NeverReachesTheHostsOwnHandlers) {
 }
 
 }  // namespace
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-namespace quillet::platform {
+namespace quillet::test {
+using namespace platform;
 
 inline constexpr const char* kPortsClass = "{4D36E978-E325-11CE-BFC1-08002BE10318}";
 inline constexpr const char* kModemClass = "{4D36E96D-E325-11CE-BFC1-08002BE10318}";
@@ -101,4 +102,4 @@ class DeviceKeys {
     std::vector<std::string> m_Written;  // keys; what is below belongs to them
 };
 
-}  // namespace quillet::platform
+}  // namespace quillet::test

@@ -39,13 +39,9 @@ std::shared_ptr<void> ListedForHosts(const ScannerOptions& options) {
     const bool isVirtual = options.link == ScannerLink::VirtualSerial;
     const std::string port = std::to_string(options.port);
     const std::string instance = kInstanceRoots[isVirtual ? 0 : 1] + (isVirtual ? options.serialNumber : port);
-    auto keys = std::make_shared<platform::DeviceKeys>();
-    keys->Write({{instance.c_str(),
-                  platform::kPortsClass,
-                  "Virtual barcode scanner",
-                  "Quillet",
-                  {platform::Text("PortName", "COM" + port)},
-                  {}}});
+    auto keys = std::make_shared<DeviceKeys>();
+    keys->Write(
+        {{instance.c_str(), kPortsClass, "Virtual barcode scanner", "Quillet", {Text("PortName", "COM" + port)}, {}}});
     return keys;
 }
 

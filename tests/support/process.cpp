@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace quillet::test {
 
@@ -17,8 +18,15 @@ size_t SettledThreadCount() {
 }
 
 std::string ChildProcess::ReadLine() {
-    std::string line;
-    for (char byte = 0; ReadByte(byte) && byte != '\n';) line += byte;
+    char buffer[4096];
+    size_t end = 0;
+    while ((end = m_Unread.find('\n')) == std::string::npos) {
+        const size_t count = ReadSome(buffer, sizeof buffer);
+        if (count == 0) return std::exchange(m_Unread, {});
+        m_Unread.append(buffer, count);
+    }
+    std::string line = m_Unread.substr(0, end);
+    m_Unread.erase(0, end + 1);
     if (line.ends_with('\r')) line.pop_back();
     return line;
 }

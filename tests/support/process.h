@@ -46,9 +46,11 @@ class ChildProcess {
     void Kill();
 
   private:
-    bool ReadByte(char& byte);
+    // What has come, at least a byte; 0 at the end of the output.
+    size_t ReadSome(char* buffer, size_t size);
     struct Impl;
     std::unique_ptr<Impl> m_Impl;
+    std::string m_Unread;  // of the last ReadSome
 };
 
 // A shared library that is loaded by its path and unloaded with the object.

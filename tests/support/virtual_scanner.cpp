@@ -103,7 +103,12 @@ void VirtualScanner::ClearPackets() {
 }
 
 bool VirtualScanner::WaitForPackets(size_t count, std::chrono::milliseconds limit) const {
-    return Eventually([&] { return Packets().size() >= count; }, limit);
+    return Eventually(
+        [&] {
+            const std::lock_guard lock(m_Mutex);
+            return m_Packets.size() >= count;
+        },
+        limit);
 }
 
 void VirtualScanner::Tell(const std::string& command) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/process.h"
 
+#include <algorithm>
 #include <csignal>
 #include <ctime>
 #include <dlfcn.h>
@@ -82,8 +83,8 @@ ChildProcess::~ChildProcess() {
     ::close(m_Impl->output);
 }
 
-bool ChildProcess::ReadByte(char& byte) {
-    return ::read(m_Impl->output, &byte, 1) == 1;
+size_t ChildProcess::ReadSome(char* buffer, size_t size) {
+    return static_cast<size_t>(std::max<ssize_t>(::read(m_Impl->output, buffer, size), 0));
 }
 
 void ChildProcess::Write(const std::string& text) {

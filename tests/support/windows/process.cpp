@@ -2,6 +2,7 @@
 #include "support/process.h"
 
 #include <windows.h>
+#include <algorithm>
 #include <stdexcept>
 #include <tlhelp32.h>
 #include <utility>
@@ -113,8 +114,8 @@ ChildProcess::~ChildProcess() {
     ::closesocket(m_Impl->socket);
 }
 
-bool ChildProcess::ReadByte(char& byte) {
-    return ::recv(m_Impl->socket, &byte, 1, 0) == 1;
+size_t ChildProcess::ReadSome(char* buffer, size_t size) {
+    return static_cast<size_t>(std::max(::recv(m_Impl->socket, buffer, static_cast<int>(size), 0), 0));
 }
 
 void ChildProcess::Write(const std::string& text) {

@@ -17,12 +17,12 @@ class LibraryCopy {
 
   public:
     const std::filesystem::path path = m_Tree.Path("QuilletCopy.dll");
-    LoadedLibrary library{Copied(path)};
-    decltype(&setLogLevel) setLog = library.Get<decltype(setLog)>("setLogLevel");
-    decltype(&createScanner) create = library.Get<decltype(create)>("createScanner");
-    decltype(&destoryScanner) destroy = library.Get<decltype(destroy)>("destoryScanner");
-    decltype(&openScanner) open = library.Get<decltype(open)>("openScanner");
-    decltype(&getBarCodeCacheCount) count = library.Get<decltype(count)>("getBarCodeCacheCount");
+    LoadedLibrary loaded{Copied(path)};
+    decltype(&setLogLevel) setLog = loaded.Get<decltype(setLog)>("setLogLevel");
+    decltype(&createScanner) create = loaded.Get<decltype(create)>("createScanner");
+    decltype(&destoryScanner) destroy = loaded.Get<decltype(destroy)>("destoryScanner");
+    decltype(&openScanner) open = loaded.Get<decltype(open)>("openScanner");
+    decltype(&getBarCodeCacheCount) count = loaded.Get<decltype(count)>("getBarCodeCacheCount");
 
   private:
     static const std::filesystem::path& Copied(const std::filesystem::path& copy) {

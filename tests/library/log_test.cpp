@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The log of a whole session, held against session.log: the steps of two threads, a line each, with the details and the ends
-// that they log on the way behind them. What the other threads log hangs on the moment.
+// that they log on the way behind them. What the other threads log depends on their timing.
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -69,8 +69,9 @@ TEST(LogTest, ASessionIsLoggedAsEver) {
     }
     std::string told;
     for (const auto& [thread, steps] : StepsOfThreads(LogText())) {
-        if (steps.find("CScanner::Open") != std::string::npos)
+        if (steps.find("CScanner::Open") != std::string::npos) {
             told = "The application's thread:" + steps + "\n\n" + told;
+        }
         if (steps.find("RunReadThread") != std::string::npos) told += "The reading thread:" + steps + "\n";
     }
     EXPECT_EQ(told, ReadFile(SESSION_LOG));

@@ -89,7 +89,7 @@ TEST(GuestTest, UnloadingWithOpenHandlesLeavesNothing) {
         kept.push_back(copy.create());
         ASSERT_EQ(copy.open(kept.back(), ConnectionOf(link).c_str()), ResultSuccess);
     }
-    copy.library.Unload();
+    copy.loaded.Unload();
     EXPECT_EQ(SettledThreadCount(), threads);
     // The ends of the virtual scanners' links notice a moment later.
     EXPECT_TRUE(Eventually([&] { return HandleCount() == descriptors; })) << HandleCount() - descriptors;

@@ -26,7 +26,7 @@ TEST(GuestTest, GoesWithEverythingItHeld) {
         EXPECT_EQ(copy.open(handle, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
         EXPECT_EQ(copy.destroy(handle), ResultSuccess);
         EXPECT_EQ(copy.setLog(9), ResultSuccess);
-        copy.library.Unload();
+        copy.loaded.Unload();
         EXPECT_FALSE(IsLoaded(copy));
         if (round == 0) handles = HandleCount();  // the first round loads what the system keeps
     }
@@ -59,7 +59,7 @@ TEST(GuestTest, StaysWhileAThreadOfItRuns) {
     const ScannerHandle handle = copy.create();
     EXPECT_EQ(copy.setLog(0), ResultSuccess);
     EXPECT_EQ(copy.open(handle, ConnectionOf(ScannerLink::Serial).c_str()), ResultSuccess);
-    copy.library.Unload();
+    copy.loaded.Unload();
     ASSERT_TRUE(IsLoaded(copy));
     scanner->Scan(3, "still at work");
     EXPECT_TRUE(Eventually([&] {

@@ -184,11 +184,11 @@ TEST(Log, WrappersJoinFormatAndValue) {
 TEST(ThreadPool, RunsTheTasksOfEachThreadInItsOrderThoughTheyThrow) {
     constexpr int kThreads = 4;
     constexpr int kTasks = 250;
+    std::atomic<int> done{0};
+    std::vector<std::pair<int, int>> ran;  // touched by the one worker alone
     ThreadPool pool;
     pool.Start();
     pool.Start();
-    std::atomic<int> done{0};
-    std::vector<std::pair<int, int>> ran;  // touched by the one worker alone
     std::vector<std::thread> producers;
     for (int t = 0; t < kThreads; ++t) {
         producers.emplace_back([&, t] {

@@ -36,8 +36,10 @@ class Recorder {
   public:
     static int32_t OnData(void* owner, std::string& block, uint32_t status) {
         auto& self = *static_cast<Recorder*>(owner);
-        std::lock_guard lock(self.m_Mutex);
-        self.m_Blocks.emplace_back(status, block);
+        {
+            std::lock_guard lock(self.m_Mutex);
+            self.m_Blocks.emplace_back(status, block);
+        }
         return self.answer ? self.answer() : kKeepReading;
     }
     static void OnPower(void* owner, uint32_t state) {

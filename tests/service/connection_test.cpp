@@ -45,7 +45,7 @@ TEST_F(ConnectionTest, TheChoiceFollowsWhatIsPluggedIn) {
 }
 
 TEST_F(ConnectionTest, AFailedEnablingLeavesNothingSet) {
-    m_Tree.Plug(VirtualPortDevice(Port()));
+    m_Tree.Plug(VirtualPortDevice(kPort));
     EXPECT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultNoHardware);  // nothing behind the path
     EXPECT_EQ(m_Scanner.Number(PropDeviceEnabled), 0);
     EXPECT_EQ(m_Scanner.m_EventQueue.GetEnabledEvents(), 0);
@@ -94,9 +94,9 @@ TEST_F(ConnectionTest, ALossShowsAsUnknownPowerAndWithoutPowerNotifyNotAtAll) {
 // memory: its link is opened again, and nobody is told.
 TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
     for (const bool listed : {true, false}) {
-        if (listed) m_Tree.Plug(VirtualPortDevice(Port()));
+        if (listed) m_Tree.Plug(VirtualPortDevice(kPort));
         Device();
-        ASSERT_EQ(m_Scanner.OpenClaimEnable("protocol=serial port,serialport=" + std::to_string(Port())), 0);
+        ASSERT_EQ(m_Scanner.OpenClaimEnable("protocol=serial port,serialport=" + std::to_string(kPort)), 0);
         const int power = listed ? static_cast<int>(PowerOnline) : m_Scanner.Number(PropPowerState);
         ASSERT_TRUE(Eventually([&] { return m_Scanner.Number(PropPowerState) == power; }));
         LogReader log;
@@ -122,7 +122,7 @@ TEST_F(ConnectionTest, ALinkWithoutAReaderIsReopenedInSilence) {
         EXPECT_GE(Device()->attempts, attempts + 3);
         EXPECT_LE(Device()->attempts - attempts, (m_Clock.NowNs() - start) / 1'000'000'000 + 1) << "once a second";
         EXPECT_EQ(m_Scanner.CloseService(), ResultSuccess);
-        m_Tree.Unplug(VirtualPortDevice(Port()).id);
+        m_Tree.Unplug(VirtualPortDevice(kPort).id);
     }
 }
 

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <string>
-#include <unistd.h>
 
 #include "service/property.h"
 #include "service/scanner.h"
@@ -50,23 +49,22 @@ class TestScanner : public CScanner {
     int32_t Receive(std::string block) { return ProcessDataEvent(block, kGoodRead); }
 };
 
-// Claims are shared with other processes, so each test process has a serial port of its own; USB has one number.
 class ServiceTest : public ::testing::Test {
   protected:
-    static uint32_t Port() { return 1 + static_cast<uint32_t>(getpid() % 90); }
-    static std::string Connection() { return "protocol=virtual serial port,serialport=" + std::to_string(Port()); }
+    static constexpr uint32_t kPort = 7;
+    static std::string Connection() { return "protocol=virtual serial port,serialport=" + std::to_string(kPort); }
     void OpenSerial() {
         PlugSerial();
         ASSERT_EQ(m_Scanner.OpenClaimEnable(Connection()), ResultSuccess);
     }
-    FakeDevice& Device() { return m_Access.Port(Port()); }
+    FakeDevice& Device() { return m_Access.Port(kPort); }
     void UnplugSerial() {
-        m_Tree.Unplug(VirtualPortDevice(Port()).id);
+        m_Tree.Unplug(VirtualPortDevice(kPort).id);
         Device()->Unplug();
     }
     void PlugSerial() {
         Device()->Plug();
-        m_Tree.Plug(VirtualPortDevice(Port()));
+        m_Tree.Plug(VirtualPortDevice(kPort));
     }
     bool ReachesState(DeviceState state) {
         return Eventually([&] { return m_Scanner.Number(PropState) == static_cast<int32_t>(state); });
